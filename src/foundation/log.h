@@ -1,0 +1,22 @@
+// Log lines of the library: the system log at LOG_ERR, each line "<module>:<line> <message>",
+// the module being the source file's base name. When KOVA_LOG_FILE is set, the same line and
+// a newline are appended to that file with one write.
+#pragma once
+
+#include <kovaserviceconf.h>
+
+namespace kova {
+
+// Formats `fmt` (printf style; "%m" stands for the text of errno) and sends the line.
+void log_line(const char *module, int line, const char *fmt, ...) KOVA_PRINTF(3, 4);
+
+}  // namespace kova
+
+#define KOVA_LOG(fmt, ...) ::kova::log_line(__FILE_NAME__, __LINE__, fmt __VA_OPT__(, ) __VA_ARGS__)
+
+// The current error state as log lines print it: "[0x%04X %s:%d]".
+#define KOVA_ERRFMT "[0x%04X %s:%d]"
+#define KOVA_ERRARGS KVLIBCErrGet(), KVLIBCErrorGetFile(), KVLIBCErrorGetLine()
+
+// Sets the error state naming this module and line.
+#define KOVA_SET_ERR(code) KVLIBCErrSetEx((code), __FILE_NAME__, __LINE__)

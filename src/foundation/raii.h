@@ -1,0 +1,49 @@
+// Owners for the platform's containers and the library's records, so that every way out of
+// a function frees what it allocated.
+#pragma once
+
+#include <kovaserviceconf.h>
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+namespace kova {
+
+template <auto FreeFn>
+struct FnDeleter {
+    template <class T>
+    void operator()(T *p) const noexcept {
+        if (p != nullptr) FreeFn(p);
+    }
+};
+
+inline void free_cstr(char *p) noexcept { std::free(p); }
+
+using SzListPtr = std::unique_ptr<KVLIB_SZLIST, FnDeleter<KVLIBCSzListFree>>;
+using SzHashPtr = std::unique_ptr<KVLIB_SZHASH, FnDeleter<KVLIBCSzHashFree>>;
+using DListPtr = std::unique_ptr<KVLIB_DLIST, FnDeleter<KVLIBCDListFree>>;
+using CStrPtr = std::unique_ptr<char, FnDeleter<free_cstr>>;          // malloc'd text
+using KvStrPtr = std::unique_ptr<char, FnDeleter<KVLIBCStrPut>>;      // KVLIBCStrGet text
+using PortsPtr = std::unique_ptr<KOVA_SERVICE_CONF_PORT, FnDeleter<KOVAServiceConfPortsFree>>;
+using SectionPtr = std::unique_ptr<KOVA_SERVICE_CONF_SECTION, FnDeleter<KOVAServiceConfSectionFree>>;
+using ConfPtr = std::unique_ptr<KOVA_SERVICE_CONF, FnDeleter<KOVAServiceConfFree>>;
+using FwServicePtr = std::unique_ptr<KOVA_FW_SERVICE, FnDeleter<KOVAFwServiceFree>>;
+using PortRangePtr = std::unique_ptr<KVLIB_PORT_RANGE, FnDeleter<KVLIBPortRangeDestory>>;
+
+// A zero-filled heap record, as the C records are handed out (calloc, freed with free()).
+template <class T>
+T *calloc_record() noexcept {
+    return static_cast<T *>(std::calloc(1, sizeof(T)));
+}
+
+// Bounded copy into a fixed text field: at most N-1 bytes, always terminated.
+template <size_t N>
+void copy_field(char (&dst)[N], const char *src) noexcept {
+    size_t i = 0;
+    if (src != nullptr)
+        for (; i + 1 < N && src[i] != '\0'; ++i) dst[i] = src[i];
+    dst[i] = '\0';
+}
+
+}  // namespace kova
