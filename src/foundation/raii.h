@@ -18,13 +18,15 @@ struct FnDeleter {
     }
 };
 
-inline void free_cstr(char *p) noexcept { std::free(p); }
+inline void free_cstr(char *p) noexcept {
+    std::free(p);
+}
 
 using SzListPtr = std::unique_ptr<KVLIB_SZLIST, FnDeleter<KVLIBCSzListFree>>;
 using SzHashPtr = std::unique_ptr<KVLIB_SZHASH, FnDeleter<KVLIBCSzHashFree>>;
 using DListPtr = std::unique_ptr<KVLIB_DLIST, FnDeleter<KVLIBCDListFree>>;
-using CStrPtr = std::unique_ptr<char, FnDeleter<free_cstr>>;          // malloc'd text
-using KvStrPtr = std::unique_ptr<char, FnDeleter<KVLIBCStrPut>>;      // KVLIBCStrGet text
+using CStrPtr = std::unique_ptr<char, FnDeleter<free_cstr>>;      // malloc'd text
+using KvStrPtr = std::unique_ptr<char, FnDeleter<KVLIBCStrPut>>;  // KVLIBCStrGet text
 using PortsPtr = std::unique_ptr<KOVA_SERVICE_CONF_PORT, FnDeleter<KOVAServiceConfPortsFree>>;
 using SectionPtr = std::unique_ptr<KOVA_SERVICE_CONF_SECTION, FnDeleter<KOVAServiceConfSectionFree>>;
 using ConfPtr = std::unique_ptr<KOVA_SERVICE_CONF, FnDeleter<KOVAServiceConfFree>>;

@@ -1,0 +1,107 @@
+// Ports in use, from the kernel's socket tables: TCP sockets in the listening state, and every
+// UDP socket.
+#include <kovaserviceconf.h>
+
+#include <bitset>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "core/plat_log.h"
+#include "root_path.h"
+
+namespace {
+
+constexpr unsigned long kTcpListen = 0x0A;
+using PortSet = std::bitset<65536>;
+
+std::string_view next_field(std::string_view line, size_t &pos) {
+    while (pos < line.size() && (line[pos] == ' ' || line[pos] == '\t')) ++pos;
+    size_t start = pos;
+    while (pos < line.size() && line[pos] != ' ' && line[pos] != '\t') ++pos;
+    return line.substr(start, pos - start);
+}
+
+bool parse_hex(std::string_view text, unsigned long max, unsigned long &out) {
+    if (text.empty() || text.size() > 8) return false;
+    unsigned long v = 0;
+    for (char c : text) {
+        int d;
+        if (c >= '0' && c <= '9')
+            d = c - '0';
+        else if (c >= 'a' && c <= 'f')
+            d = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            d = c - 'A' + 10;
+        else
+            return false;
+        v = v * 16 + static_cast<unsigned long>(d);
+    }
+    if (v > max) return false;
+    out = v;
+    return true;
+}
+
+// One table line: "sl local_address rem_address st ..."; the local port follows the last ':'.
+bool parse_line(std::string_view line, unsigned long &port, unsigned long &state) {
+    size_t pos = 0;
+    std::string_view slot = next_field(line, pos);
+    if (slot.empty() || slot.back() != ':') return false;  // also skips the header line
+    std::string_view local = next_field(line, pos);
+    next_field(line, pos);  // remote address
+    std::string_view st = next_field(line, pos);
+    size_t colon = local.rfind(':');
+    if (colon == std::string_view::npos) return false;
+    return parse_hex(local.substr(colon + 1), 0xFFFF, port) && parse_hex(st, 0xFF, state);
+}
+
+bool read_table(const char *name, bool listening_only, PortSet &ports) {
+    std::string path = kova::resolve(kova::paths::kProcDir) + "/net/" + name;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        PLAT_SET_ERR(KOVA_ERR_FILE_OPEN);
+        PLAT_LOG("cannot read socket table %s", path.c_str());
+        return false;
+    }
+    std::string line;
+    while (std::getline(in, line)) {
+        unsigned long port = 0, state = 0;
+        if (!parse_line(line, port, state)) continue;
+        if (listening_only && state != kTcpListen) continue;
+        ports.set(port);
+    }
+    return true;
+}
+
+}  // namespace
+
+// Writes the distinct ports of [firstPort, lastPort] in use (tcp 1: listening TCP sockets;
+// tcp 0: UDP sockets) in ascending order into pPorts, at most *pCount of them; zeroes the rest
+// of the *pCount entries and lowers *pCount to the number written.
+extern "C" int KOVANetGetPortUsedInRange(int32_t *pPorts, int *pCount, int firstPort, int lastPort, int tcp) {
+    if (pPorts == nullptr || pCount == nullptr || *pCount < 0 || firstPort < 0 || lastPort > 65535 ||
+        firstPort > lastPort) {
+        PLAT_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    try {
+        auto ports = std::make_unique<PortSet>();
+        const bool ok = tcp != 0 ? read_table("tcp", true, *ports) && read_table("tcp6", true, *ports)
+                                 : read_table("udp", false, *ports) && read_table("udp6", false, *ports);
+        if (!ok) return -1;
+        int capacity = *pCount;
+        int n = 0;
+        for (int port = firstPort; port <= lastPort && n < capacity; ++port)
+            if (ports->test(static_cast<size_t>(port))) pPorts[n++] = port;
+        for (int i = n; i < capacity; ++i) pPorts[i] = 0;
+        *pCount = n;
+        return 0;
+    } catch (const std::bad_alloc &) {
+        PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        return -1;
+    }
+}

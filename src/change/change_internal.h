@@ -1,0 +1,136 @@
+// Module-internal operations of the changing operations, and small helpers they share.
+// Nothing here is exported from the shared library.
+#pragma once
+
+#include <kovaserviceconf.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "foundation/root_path.h"
+
+// Removes a file or a directory tree ("/bin/rm -rf"); 0 also when there is nothing to remove.
+int RemovePath(const char *szPath);
+// Replaces the target by a copy of the source ("/bin/cp -rf"), or by the source itself when
+// `move` is nonzero ("/bin/mv -f").
+int CopyPath(const char *szSource, const char *szTarget, int move);
+// Sets the whole content of the file at `szPath` as the value of a plug-in argument.
+int PluginArgSetFromFile(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath);
+// Removes the request's section from its file; deletes a file left without service sections.
+int SectionRemoveFromFile(const KVLIB_SERVICE_CONF_REQUEST *pRequest);
+
+namespace kova::change {
+
+// The text of a fixed-size text field, never reading past its end.
+template <size_t N>
+std::string field(const char (&text)[N]) {
+    return std::string(text, strnlen(text, N));
+}
+
+// Whether a fixed-size field holds a terminated text.
+template <size_t N>
+bool terminated(const char (&text)[N]) {
+    return strnlen(text, N) < N;
+}
+
+// A plain file name: not empty, no "/", not "." or "..". Names that are not plain could
+// reach outside the directory that a request names.
+inline bool is_plain_file_name(const char *name) {
+    if (name == nullptr || *name == '\0') return false;
+    if (std::strchr(name, '/') != nullptr) return false;
+    return std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
+}
+
+inline bool has_line_break(std::string_view text) {
+    return text.find_first_of("\r\n") != std::string_view::npos;
+}
+
+// A port list rendered as a .sc value: "ports/protocols".
+struct PortValue {
+    std::string ports;
+    std::string protocols;
+    std::string value;
+};
+
+// Renders a port list with KVLIBServiceConfPortsToStr into texts of at most 1023 characters
+// each and joins them; false when it cannot be rendered or the value would not fit either.
+inline bool render_port_value(const KOVA_SERVICE_CONF_PORT *ports, PortValue &out) {
+    constexpr int kSize = 1024;
+    char port_text[kSize] = {};
+    char proto_text[kSize] = {};
+    if (KVLIBServiceConfPortsToStr(ports, port_text, kSize, proto_text, kSize) < 0) return false;
+    out.ports = port_text;
+    out.protocols = proto_text;
+    out.value = out.ports + "/" + out.protocols;
+    return out.value.size() < static_cast<size_t>(kSize);
+}
+
+// The request test of the in-place edits: ranges of the numeric fields, a plain file name and
+// a section name that is not empty and holds no line break.
+inline bool edit_request_ok(const KVLIB_SERVICE_CONF_REQUEST &request) {
+    if (request.mode != 1 && request.mode != 2) return false;
+    if (request.restartMask < 1 || request.restartMask > 31) return false;
+    if (request.action < 1 || request.action > 3) return false;
+    if (request.scope < 1 || request.scope > 31) return false;
+    if (request.location < 1 || request.location > 3) return false;
+    if (!terminated(request.fileName) || !is_plain_file_name(request.fileName)) return false;
+    if (!terminated(request.sectionName) || request.sectionName[0] == '\0') return false;
+    return !has_line_break(request.sectionName);
+}
+
+// The services.d directory of a request's location: the system one when bit 0x01 is set,
+// the package one otherwise.
+inline std::string request_services_dir(uint32_t location) {
+    return kova::resolve((location & KOVA_CONF_LOCATION_SYSTEM) != 0 ? kova::paths::kSystemServicesDir
+                                                                     : kova::paths::kPackageServicesDir);
+}
+
+// Makes a fixed temporary name safe to copy into: whatever is there (a planted symbolic link
+// included) is unlinked without being followed, and an empty file of our own is created in
+// its place with O_EXCL, so that a copy into it can only write to that file. 0 or -1.
+inline int claim_temp_file(const std::string &path) {
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) return -1;
+    ::close(fd);
+    return 0;
+}
+
+// A string hash handle for the operations that may move the hash as it grows: they take the
+// address of the handle. The hash is freed when the handle goes out of scope.
+class SzHashHandle {
+public:
+    explicit SzHashHandle(KVLIB_SZHASH *hash) : hash_(hash) {}
+    SzHashHandle(const SzHashHandle &) = delete;
+    SzHashHandle &operator=(const SzHashHandle &) = delete;
+    ~SzHashHandle() { KVLIBCSzHashFree(hash_); }
+    KVLIB_SZHASH *get() const { return hash_; }
+    KVLIB_SZHASH **addr() { return &hash_; }
+    explicit operator bool() const { return hash_ != nullptr; }
+
+private:
+    KVLIB_SZHASH *hash_;
+};
+
+// Unlinks a temporary file when it goes out of scope (the name, not what it may point to).
+class TempFileGuard {
+public:
+    TempFileGuard() = default;
+    explicit TempFileGuard(std::string path) : path_(std::move(path)) {}
+    TempFileGuard(const TempFileGuard &) = delete;
+    TempFileGuard &operator=(const TempFileGuard &) = delete;
+    ~TempFileGuard() {
+        if (!path_.empty()) ::unlink(path_.c_str());
+    }
+    void reset(std::string path) { path_ = std::move(path); }
+
+private:
+    std::string path_;
+};
+
+}  // namespace kova::change

@@ -1,0 +1,215 @@
+// The protocol name table and its accessors, and the backup and restore of the configuration
+// trees that a change touches.
+#include <kovaserviceconf.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "change/change_internal.h"
+#include "foundation/guard.h"
+#include "foundation/log.h"
+#include "foundation/raii.h"
+#include "foundation/root_path.h"
+
+extern "C" {
+
+const KOVA_PROTO_TYPE_MAPPING gProtoTypeMapping[2] = {
+    {KOVA_PROTO_TCP, "tcp"},
+    {KOVA_PROTO_UDP, "udp"},
+};
+
+int KVLIBServiceProtoMapSizeGet(void) {
+    return static_cast<int>(sizeof gProtoTypeMapping / sizeof gProtoTypeMapping[0]);
+}
+
+int KVLIBServiceProtoIndexGet(int index, int *pType) {
+    if (pType == nullptr || index < 0 || index >= KVLIBServiceProtoMapSizeGet()) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    *pType = gProtoTypeMapping[index].type;
+    return 0;
+}
+
+int KVLIBServiceProtoStrGet(int index, char *szBuf, int cbBuf) {
+    if (index < 0 || index >= KVLIBServiceProtoMapSizeGet() || szBuf == nullptr || cbBuf < 1) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    const char *name = gProtoTypeMapping[index].szName;
+    if (std::strlen(name) > static_cast<size_t>(cbBuf) - 1) {
+        KOVA_SET_ERR(KOVA_ERR_BUFFER_TOO_SMALL);
+        KOVA_LOG("input array too small" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+    std::snprintf(szBuf, static_cast<size_t>(cbBuf), "%s", name);
+    return 0;
+}
+
+}  // extern "C"
+
+// ---- removing, copying and moving paths ------------------------------------------------------
+
+int RemovePath(const char *szPath) {
+    if (szPath == nullptr || *szPath == '\0') {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    struct stat st {};
+    if (::stat(szPath, &st) != 0) return 0;
+    // Device nodes, FIFOs and sockets are left where they are.
+    if (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode)) return 0;
+    if (KVLIBCExec("/bin/rm", "-rf", szPath, nullptr, nullptr) != 0) {
+        KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, szPath, KOVA_ERRARGS);
+        return -1;
+    }
+    return 0;
+}
+
+int CopyPath(const char *szSource, const char *szTarget, int move) {
+    if (szSource == nullptr || *szSource == '\0' || szTarget == nullptr || *szTarget == '\0') {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    kova::CStrPtr source(::strdup(szSource));
+    kova::CStrPtr target(::strdup(szTarget));
+    if (!source || !target) {
+        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        return -1;
+    }
+    if (KVLIBCStrTrimSpace(source.get(), 0) < 0 || KVLIBCStrTrimSpace(target.get(), 0) < 0) {
+        KOVA_LOG("KVLIBCStrTrimSpace() failed!" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+    if (*source == '\0' || *target == '\0') {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    struct stat st {};
+    if (::stat(source.get(), &st) != 0 || (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode))) {
+        KOVA_SET_ERR(KOVA_ERR_INVALID_SOURCE);
+        KOVA_LOG("Source path is not valid (src path: %s)" KOVA_ERRFMT, source.get(), KOVA_ERRARGS);
+        return -1;
+    }
+    const size_t target_len = std::strlen(target.get());
+    if (S_ISREG(st.st_mode) && target.get()[target_len - 1] == '/') {
+        KOVA_LOG("source/target must both be folder or file" KOVA_ERRFMT, KOVA_ERRARGS);
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    // Removing the target first makes a directory copy land at the target's name, not inside
+    // an older directory of that name.
+    if (RemovePath(target.get()) != 0) {
+        KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, target.get(), KOVA_ERRARGS);
+        return -1;
+    }
+    if (move != 0) {
+        if (KVLIBCExec("/bin/mv", "-f", source.get(), target.get(), nullptr) != 0) {
+            KOVA_LOG("Failed to mv -f %s %s" KOVA_ERRFMT, source.get(), target.get(), KOVA_ERRARGS);
+            return -1;
+        }
+    } else if (KVLIBCExec("/bin/cp", "-rf", source.get(), target.get(), nullptr) != 0) {
+        KOVA_LOG("Failed to cp -rf %s %s" KOVA_ERRFMT, source.get(), target.get(), KOVA_ERRARGS);
+        return -1;
+    }
+    return 0;
+}
+
+// ---- backup set --------------------------------------------------------------------------------
+
+namespace {
+
+struct BackupItem {
+    std::string live;
+    std::string copy;
+};
+
+// A request must select at least one of the trees (0x01 firewall, 0x02 port forwarding, 0x04
+// service files); 0x08 and 0x10 are check flags of the edits and select nothing here.
+bool request_ok(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    if (pRequest == nullptr || (pRequest->scope & 0x07) == 0) return false;
+    if ((pRequest->scope & 0x04) != 0 && (pRequest->location & 0x03) == 0) return false;
+    return true;
+}
+
+// The items that the request selects, in their fixed order, with the names of their copies.
+std::vector<BackupItem> backup_items(const KVLIB_SERVICE_CONF_REQUEST &request) {
+    const std::string suffix = ".tmp." + std::to_string(::getpid());
+    std::vector<BackupItem> items;
+    auto add = [&](std::string live) {
+        std::string copy = live + suffix;
+        items.push_back({std::move(live), std::move(copy)});
+    };
+    if ((request.scope & 0x04) != 0 && request.location == KOVA_CONF_LOCATION_SYSTEM)
+        add(kova::resolve(kova::paths::kSystemServicesDir));
+    if ((request.scope & 0x04) != 0 && request.location == KOVA_CONF_LOCATION_PACKAGE)
+        add(kova::resolve(kova::paths::kPackageServicesDir));
+    if ((request.scope & 0x01) != 0) add(kova::resolve(kova::paths::kFirewallDir));
+    if ((request.scope & 0x02) != 0) {
+        // Without a rule file path there is nothing of port forwarding to keep.
+        if (const char *rules = KOVAPFRuleConfPathGet(); rules != nullptr && *rules != '\0') add(rules);
+    }
+    return items;
+}
+
+bool path_exists(const std::string &path) {
+    return ::access(path.c_str(), F_OK) == 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int KVLIBServiceConfBackup(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    return KOVA_GUARDED(-1, [&] {
+        if (!request_ok(pRequest)) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            return -1;
+        }
+        const std::vector<BackupItem> items = backup_items(*pRequest);
+        for (size_t i = 0; i < items.size(); ++i) {
+            if (!path_exists(items[i].live)) continue;
+            if (CopyPath(items[i].live.c_str(), items[i].copy.c_str(), 0) != 0) {
+                // Leave no partial backup behind; the error state stays that of the failure.
+                for (size_t j = 0; j <= i; ++j) RemovePath(items[j].copy.c_str());
+                return -1;
+            }
+        }
+        return 0;
+    });
+}
+
+int KVLIBServiceConfRestore(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    return KOVA_GUARDED(-1, [&] {
+        if (!request_ok(pRequest)) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            return -1;
+        }
+        for (const BackupItem &item : backup_items(*pRequest)) {
+            if (!path_exists(item.copy)) continue;
+            if (CopyPath(item.copy.c_str(), item.live.c_str(), 1) != 0) return -1;
+        }
+        return 0;
+    });
+}
+
+int KVLIBServiceBackupConfDelete(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    return KOVA_GUARDED(-1, [&] {
+        if (!request_ok(pRequest)) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            return -1;
+        }
+        int result = 0;
+        for (const BackupItem &item : backup_items(*pRequest))
+            if (RemovePath(item.copy.c_str()) != 0) result = -1;
+        return result;
+    });
+}
+
+}  // extern "C"

@@ -1,0 +1,92 @@
+// Replacing a port list of a service section without a conflict check, then reloading the
+// firewall.
+#include <kovaserviceconf.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "change/change_internal.h"
+#include "foundation/guard.h"
+#include "foundation/log.h"
+#include "foundation/raii.h"
+#include "foundation/root_path.h"
+
+namespace {
+
+constexpr size_t kPortTextSize = 512;
+
+// A heap text grown with KVLIBCStrCat, released with free().
+class CatText {
+public:
+    CatText() = default;
+    CatText(const CatText &) = delete;
+    CatText &operator=(const CatText &) = delete;
+    ~CatText() { std::free(text_); }
+    bool append(const char *piece) { return KVLIBCStrCat(&text_, &capacity_, piece) >= 0; }
+    const char *c_str() const { return text_ != nullptr ? text_ : ""; }
+
+private:
+    char *text_ = nullptr;
+    int capacity_ = 0;
+};
+
+// "21:22,80/tcp,udp": the entries in list order, then the protocols of the first entry.
+bool port_text(const KOVA_SERVICE_CONF_PORT *pPorts, CatText &text) {
+    bool first = true;
+    for (const KOVA_SERVICE_CONF_PORT *p = pPorts; p != nullptr; p = p->next) {
+        char piece[64];
+        if (p->type == 1) {
+            std::snprintf(piece, sizeof piece, "%s%d:%d", first ? "" : ",", static_cast<int>(p->beginPort),
+                          static_cast<int>(p->endPort));
+        } else {
+            std::snprintf(piece, sizeof piece, "%s%d", first ? "" : ",", static_cast<int>(p->beginPort));
+        }
+        if (!text.append(piece)) return false;
+        first = false;
+    }
+    bool first_protocol = true;
+    for (int i = 0; i < KVLIBServiceProtoMapSizeGet(); ++i) {
+        int flag = 0;
+        if (KVLIBServiceProtoIndexGet(i, &flag) != 0) return false;
+        if ((pPorts->protocol & static_cast<uint32_t>(flag)) == 0) continue;
+        char name[32];
+        if (KVLIBServiceProtoStrGet(i, name, sizeof name) != 0) return false;
+        if (!text.append(first_protocol ? "/" : ",") || !text.append(name)) return false;
+        first_protocol = false;
+    }
+    return true;
+}
+
+int section_port_set(unsigned int location, const char *szFileName, const char *szSectionName,
+                     const KOVA_SERVICE_CONF_PORT *pPorts) {
+    if (szSectionName == nullptr || pPorts == nullptr || !kova::change::is_plain_file_name(szFileName) ||
+        *szSectionName == '\0' || kova::change::has_line_break(szSectionName)) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    const std::string dir = kova::resolve(location == KOVA_CONF_LOCATION_SYSTEM ? kova::paths::kSystemServicesDir
+                                                                                : kova::paths::kPackageServicesDir);
+    const std::string path = dir + "/" + szFileName;
+    // The file lies in the directory, so an existing file is reported as installed already.
+    if (KOVAServiceConfFileVerify(path.c_str(), dir.c_str()) != 0 && KVLIBCErrGet() != KOVA_ERR_ALREADY_INSTALLED) {
+        KOVA_LOG("Service conf does not exist, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+
+    CatText text;
+    if (!port_text(pPorts, text)) return -1;
+    if (std::strlen(text.c_str()) >= kPortTextSize) return -1;
+
+    const char *key = pPorts->direction != 0 ? "dst.ports" : "src.ports";
+    if (KVLIBCFileSetSectionValue(path.c_str(), szSectionName, key, text.c_str()) < 0) return -1;
+    return KOVAFwRuleHupWrap() < 0 ? -1 : 0;
+}
+
+}  // namespace
+
+extern "C" int KOVAServiceConfSectionPortSet(unsigned int location, const char *szFileName, const char *szSectionName,
+                                             const KOVA_SERVICE_CONF_PORT *pPorts) {
+    return KOVA_GUARDED(-1, [&] { return section_port_set(location, szFileName, szSectionName, pPorts); });
+}

@@ -1,0 +1,209 @@
+// Telling the rest of the system about a changed service configuration: the firewall reload,
+// the relay daemon, and the "port_config" plug-in events with the file contents.
+#include <kovaserviceconf.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "change/change_internal.h"
+#include "foundation/guard.h"
+#include "foundation/log.h"
+#include "foundation/raii.h"
+
+namespace {
+
+constexpr const char *kRelayDaemon = "kovarelayd";
+constexpr const char *kCategory = "port_config";
+constexpr int kInvokeAction = 5;
+
+using PluginPtr = std::unique_ptr<KVLIB_PLUGIN, kova::FnDeleter<KVLIBPluginExit>>;
+
+class Fd {
+public:
+    explicit Fd(int fd) : fd_(fd) {}
+    Fd(const Fd &) = delete;
+    Fd &operator=(const Fd &) = delete;
+    ~Fd() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+PluginPtr plugin_open(const char *event) {
+    KVLIB_PLUGIN *handle = nullptr;
+    if (KVLIBPluginSDKInit(kCategory, event, &handle) != 0) {
+        // A handle handed out despite the failure is still released.
+        PluginPtr stray(handle);
+        KOVA_LOG("FAILED to init plugin sdk");
+        return nullptr;
+    }
+    return PluginPtr(handle);
+}
+
+}  // namespace
+
+int PluginArgSetFromFile(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath) {
+    if (szPath == nullptr || szName == nullptr || KVLIBCFileExist(szPath) == 0) return -1;
+    const Fd fd(::open(szPath, O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) {
+        KOVA_LOG("FAILED to open %s", szPath);
+        return -1;
+    }
+    const auto size = static_cast<int32_t>(::lseek(fd.get(), 0, SEEK_END));
+    if (size < 0) {
+        KOVA_LOG("FAILED to lseek to SEEK_END err=%s", std::strerror(errno));
+        return -1;
+    }
+    if (::lseek(fd.get(), 0, SEEK_SET) < 0) {
+        KOVA_LOG("FAILED to lseek to begining");
+        return -1;
+    }
+    const size_t capacity = static_cast<size_t>(size) + 1;
+    kova::CStrPtr content(static_cast<char *>(std::calloc(capacity, 1)));
+    if (!content) {
+        KOVA_LOG("FAILED to malloc %d, err=%s", static_cast<int>(capacity), std::strerror(errno));
+        return -1;
+    }
+    size_t have = 0;
+    for (;;) {
+        const ssize_t got = ::read(fd.get(), content.get() + have, static_cast<size_t>(size) - have);
+        if (got == 0) break;
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            KOVA_LOG("FAILED to read content from %s nRead=%zd err=%s", szPath, got, std::strerror(errno));
+            return -1;
+        }
+        have += static_cast<size_t>(got);
+    }
+    if (KVLIBPluginSetArg(pPlugin, szName, content.get()) < 0) {
+        KOVA_LOG("FAILED to set OLD_TMP_PORT_CONFIG");
+        return -1;
+    }
+    return 0;
+}
+
+namespace {
+
+int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
+    if (pNotice == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    const PluginPtr plugin = plugin_open("port_config/update");
+    if (!plugin) return 0;
+
+    bool pf_missing = false;
+    if (pNotice->notifyPortForward != 0) {
+        bool contents_set = false;
+        if (pNotice->oldConfPath == nullptr) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            KOVA_LOG("FAILED to notify portforward, old sc file is NULL");
+        } else if (pNotice->newConfPath == nullptr) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            KOVA_LOG("FAILED to notify portforward, new sc file is NULL");
+        } else if (PluginArgSetFromFile(plugin.get(), "OLD_PORT_CONFIG_CONTENT", pNotice->oldConfPath) != 0) {
+            KOVA_LOG("FAILED to set content for OLD_PORT_CONFIG_CONTENTwith file=%s", pNotice->oldConfPath);
+        } else if (PluginArgSetFromFile(plugin.get(), "NEW_PORT_CONFIG_CONTENT", pNotice->newConfPath) != 0) {
+            KOVA_LOG("FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=%s", pNotice->newConfPath);
+        } else {
+            contents_set = true;
+        }
+        if (!contents_set) {
+            KVLIBPluginSetArg(plugin.get(), "OLD_PORT_CONFIG_CONTENT", "");
+            KVLIBPluginSetArg(plugin.get(), "NEW_PORT_CONFIG_CONTENT", "");
+            KOVA_LOG("FAILED to set common arg for update");
+        }
+        if (KVLIBPluginSetArg(plugin.get(), "NOTIFY_PF", "1") < 0) {
+            KOVA_LOG("FAILED to set NOTIFY_PF");
+            KOVA_LOG("FAILED to set update pf arg");
+            pf_missing = true;
+        }
+    }
+    if (pNotice->notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
+        KOVA_LOG("FAILED to set NOTIFY_FW");
+        KOVA_LOG("FAILED to set update fw arg");
+        if (pf_missing) return 0;
+    }
+    if (KVLIBPluginAction(kInvokeAction, plugin.get()) < 0) {
+        KOVA_LOG("FAILED to invoke plugins");
+        return 0;
+    }
+    if (KVLIBServiceIsRunning(kRelayDaemon) == 1 && KVLIBServiceReload(kRelayDaemon) < 0)
+        KOVA_LOG("FAILED to notify kovarelayd for update conf");
+    return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int KVLIBServiceConfServRestart(unsigned int restartMask) {
+    return KOVA_GUARDED(-1, [&] {
+        if (restartMask == 0 || restartMask > 31) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            return -1;
+        }
+        if ((restartMask & 0x01) != 0 && KOVAFwRuleHupWrap() != 0) return -1;
+        if ((restartMask & 0x03) != 0 && KVLIBServiceIsRunning(kRelayDaemon) == 1) KVLIBServiceReload(kRelayDaemon);
+        return 0;
+    });
+}
+
+int KVLIBServiceConfUpdateServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
+    return KOVA_GUARDED(-1, [&] { return update_notify(pNotice); });
+}
+
+int KVLIBServiceConfServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
+    return KOVA_GUARDED(-1, [&] { return update_notify(pNotice); });
+}
+
+int KVLIBServiceConfRemoveServNotify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE *pNotice) {
+    return KOVA_GUARDED(-1, [&] {
+        if (pNotice == nullptr) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            return -1;
+        }
+        const PluginPtr plugin = plugin_open("port_config/remove");
+        if (!plugin) return 0;
+
+        bool content_missing = false;
+        if (PluginArgSetFromFile(plugin.get(), "PORT_CONFIG_CONTENT", pNotice->confPath) != 0) {
+            KOVA_LOG("FAILED to set arg for PORT_CONFIG_CONTENT for removed service config notify");
+            KVLIBPluginSetArg(plugin.get(), "PORT_CONFIG_CONTENT", "");
+            content_missing = true;
+        }
+        bool pf_failed = false;
+        if (pNotice->notifyPortForward != 0) {
+            if (KVLIBPluginSetArg(plugin.get(), "NOTIFY_PF", "1") < 0) {
+                KOVA_LOG("FAILED to set NOTIFY_PF");
+                KOVA_LOG("FAILED to set update pf arg");
+                pf_failed = true;
+            } else {
+                content_missing = false;
+            }
+        }
+        if (pNotice->notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
+            KOVA_LOG("FAILED to set NOTIFY_FW");
+            KOVA_LOG("FAILED to set update fw arg");
+            if (content_missing && pf_failed) return 0;
+        }
+        if (KVLIBPluginAction(kInvokeAction, plugin.get()) < 0) {
+            KOVA_LOG("FAILED to invoke plugins");
+            return 0;
+        }
+        if (KVLIBServiceIsRunning(kRelayDaemon) == 1 && KVLIBServiceReload(kRelayDaemon) < 0)
+            KOVA_LOG("FAILED to notify kovarelayd for remove conf");
+        return 0;
+    });
+}
+
+}  // extern "C"

@@ -1,0 +1,157 @@
+// Reading a whole .sc file into a KOVA_SERVICE_CONF: its [global] settings and every service
+// section that parses; freeing lists of such records.
+#include <kovaserviceconf.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "conf/sc_file.h"
+#include "conf/section_keys.h"
+#include "foundation/guard.h"
+#include "foundation/log.h"
+#include "foundation/raii.h"
+
+namespace {
+
+using kova::conf::ScFile;
+using kova::conf::ScSection;
+
+class ScSectionKeys final : public kova::conf::SectionKeys {
+public:
+    explicit ScSectionKeys(const ScSection *section) : section_(section) {}
+    const char *value(const char *key) const override { return section_ != nullptr ? section_->value(key) : nullptr; }
+
+private:
+    const ScSection *section_;
+};
+
+// Reads the file in one pass. The result is the number of sections as the platform's
+// enumeration counts them, or its negative failure result (with its error state).
+int read_sections(const char *path, ScFile &file) {
+    switch (kova::conf::read_sc_file(path, file)) {
+        case kova::conf::ScRead::kOk:
+            return static_cast<int>(file.names.size());
+        case kova::conf::ScRead::kNotRegular:
+            KOVA_SET_ERR(KOVA_ERR_FILE_OPEN);
+            return -1;
+        case kova::conf::ScRead::kUnreadable:
+            break;
+    }
+    // Missing, a directory, or a failed read: the platform's reader gives the verdict.
+    file = ScFile{};
+    kova::SzListPtr names(KVLIBCSzListAlloc(1024));
+    if (!names) {
+        KOVA_LOG("Failed to KVLIBCSzListAlloc, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+    KVLIB_SZLIST *raw = names.get();
+    const int count = KVLIBCFileEnumSection(path, &raw);
+    // A file that became readable in between is still reported as not read.
+    return count < 1 ? count : -1;
+}
+
+bool valid_section_name(const std::string &name) {
+    for (const char c : name) {
+        const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+                        c == '.' || c == '_';
+        if (!ok) return false;
+    }
+    return true;
+}
+
+void log_bad_section_name(const char *path, const std::string &name) {
+    KOVA_LOG(
+        "Section name format error (File: %s, Section Name: [%s])! It can not be empty, and just can composed of a~z, "
+        "0~9, `-`, '_', kovaerr=" KOVA_ERRFMT,
+        path, name.c_str(), KOVA_ERRARGS);
+}
+
+void read_global(const char *path, const ScSection *global, KOVA_SERVICE_CONF &conf) {
+    if (global == nullptr || !global->hasKeys) {
+        KOVA_LOG(
+            "Failed to KVLIBCFileGetSection, file: %s, section name: global, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
+            path, 0, KOVA_ERRARGS);
+        return;
+    }
+    const char *version = global->value("version");
+    conf.version = version != nullptr ? static_cast<int32_t>(std::strtol(version, nullptr, 10)) : 1;
+    if (const char *support = global->value("support_key"); support != nullptr)
+        kova::copy_field(conf.supportKey, support);
+    if (const char *run = global->value("run_key"); run != nullptr) kova::copy_field(conf.runKey, run);
+}
+
+int conf_get(const char *path, KOVA_SERVICE_CONF **ppConfList) {
+    kova::ConfPtr conf(kova::calloc_record<KOVA_SERVICE_CONF>());
+    if (!conf) {
+        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+
+    ScFile file;
+    const int count = read_sections(path, file);
+    if (count < 1) {
+        KOVA_LOG("Failed to KVLIBCFileEnumSection %s(ret: %d) or 0 section, kovaerr=" KOVA_ERRFMT, path, count,
+                 KOVA_ERRARGS);
+        return -1;
+    }
+    if (count == 1 && file.names.front() == "global") {
+        KOVA_LOG(
+            "Configure file format error! (file: %s) Only [global] section, you should add at least one service "
+            "section in the file. kovaerr=" KOVA_ERRFMT,
+            path, KOVA_ERRARGS);
+        return -1;
+    }
+
+    int parsed = 0;
+    for (const std::string &name : file.names) {
+        if (name.empty()) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            log_bad_section_name(path, name);
+            continue;
+        }
+        if (!valid_section_name(name)) {
+            log_bad_section_name(path, name);
+            continue;
+        }
+        const ScSection *section = file.find(name);
+        if (name == "global") {
+            read_global(path, section, *conf);
+            continue;
+        }
+        const int records = section != nullptr && section->hasKeys ? 1 : 0;
+        if (kova::conf::section_from_keys(path, name.c_str(), records, ScSectionKeys(section), &conf->sections) == 0)
+            ++parsed;
+    }
+    if (parsed == 0) {
+        KOVA_LOG("Get service section fail. (file: %s), kovaerr=" KOVA_ERRFMT, path, KOVA_ERRARGS);
+        return -1;
+    }
+
+    conf->next = *ppConfList;
+    *ppConfList = conf.release();
+    return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int KOVAServiceConfGet(const char *szPath, KOVA_SERVICE_CONF **ppConfList) {
+    if (szPath == nullptr || ppConfList == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return KOVA_GUARDED(-1, [&] { return conf_get(szPath, ppConfList); });
+}
+
+void KOVAServiceConfFree(KOVA_SERVICE_CONF *pConfList) {
+    while (pConfList != nullptr) {
+        KOVA_SERVICE_CONF *next = pConfList->next;
+        KOVAServiceConfSectionFree(pConfList->sections);
+        std::free(pConfList);
+        pConfList = next;
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,168 @@
+// Reading one service section of a .sc file into a KOVA_SERVICE_CONF_SECTION, splitting
+// display-string keys ("prefix:section:key") and freeing section lists.
+#include <kovaserviceconf.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "conf/section_keys.h"
+#include "foundation/guard.h"
+#include "foundation/log.h"
+#include "foundation/raii.h"
+
+namespace {
+
+// Trims `piece` with the platform's notion of white space.
+bool trim(std::string &piece) {
+    if (KVLIBCStrTrimSpace(piece.data(), 0) < 0) return false;
+    piece.resize(std::strlen(piece.c_str()));
+    return true;
+}
+
+int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
+    const std::string text(szStringKey);
+    const size_t first = text.find(':');
+    if (first == std::string::npos) {
+        kova::copy_field(pString->text, text.c_str());
+        return 0;
+    }
+    const size_t second = text.find(':', first + 1);
+    std::string prefix;
+    std::string section;
+    std::string key;
+    if (second == std::string::npos) {
+        section = text.substr(0, first);
+        key = text.substr(first + 1);
+    } else {
+        prefix = text.substr(0, first);
+        section = text.substr(first + 1, second - first - 1);
+        key = text.substr(second + 1);
+    }
+    if (!trim(prefix) || !trim(section) || !trim(key)) return -1;
+    kova::copy_field(pString->prefix, prefix.c_str());
+    kova::copy_field(pString->section, section.c_str());
+    kova::copy_field(pString->key, key.c_str());
+    return 0;
+}
+
+// "yes" in any letter case and with surrounding white space; the value is looked at through
+// a 32-byte lower-cased copy.
+int port_forward_flag(const char *value) {
+    if (value == nullptr) return 0;
+    char lowered[32];
+    std::string head(value, strnlen(value, sizeof lowered - 1));
+    if (KVLIBCStrCaseLower(head.data(), 0, lowered, sizeof lowered) == nullptr) return 0;
+    if (KVLIBCStrTrimSpace(lowered, 0) < 0) return 0;
+    return std::strcmp(lowered, "yes") == 0 ? 1 : 0;
+}
+
+// Keys read into a platform string hash.
+class HashKeys final : public kova::conf::SectionKeys {
+public:
+    explicit HashKeys(const KVLIB_SZHASH *hash) : hash_(hash) {}
+    const char *value(const char *key) const override { return KVLIBCSzHashGetValue(hash_, key); }
+
+private:
+    const KVLIB_SZHASH *hash_;
+};
+
+int section_get(const char *szPath, const char *szSection, KOVA_SERVICE_CONF_SECTION **ppSectionList) {
+    KVLIB_SZHASH *raw = KVLIBCSzHashAlloc(1024);
+    if (raw == nullptr) {
+        KOVA_LOG("Failed to KVLIBCSzHashAlloc, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+    const int records = KVLIBCFileGetSection(szPath, szSection, &raw);
+    const kova::SzHashPtr hash(raw);
+    return kova::conf::section_from_keys(szPath, szSection, records, HashKeys(hash.get()), ppSectionList);
+}
+
+}  // namespace
+
+namespace kova::conf {
+
+int section_from_keys(const char *path, const char *name, int records, const SectionKeys &keys,
+                      KOVA_SERVICE_CONF_SECTION **ppList) {
+    SectionPtr section(calloc_record<KOVA_SERVICE_CONF_SECTION>());
+    if (!section) {
+        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+    if (records < 1) {
+        KOVA_LOG("Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
+                 path, name, records, KOVA_ERRARGS);
+        return -1;
+    }
+    copy_field(section->name, name);
+
+    if (const char *titleKey = keys.value("title_key"); titleKey != nullptr && *titleKey != '\0')
+        service_string_get(titleKey, &section->title);
+    const char *title = keys.value("title");
+    if (title == nullptr) {
+        KOVA_LOG("Get key \"title\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name,
+                 KOVA_ERRARGS);
+        return -1;
+    }
+    copy_field(section->title.text, title);
+
+    if (const char *descKey = keys.value("desc_key"); descKey != nullptr && *descKey != '\0')
+        service_string_get(descKey, &section->desc);
+    if (const char *extra = keys.value("desc_extra"); extra != nullptr) copy_field(section->desc.extraText, extra);
+    const char *desc = keys.value("desc");
+    if (desc == nullptr) {
+        KOVA_LOG("Get key \"desc\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name, KOVA_ERRARGS);
+        return -1;
+    }
+    copy_field(section->desc.text, desc);
+
+    section->portForward = port_forward_flag(keys.value("port_forward"));
+
+    if (const char *src = keys.value("src.ports"); src != nullptr) {
+        if (KOVAServiceConfPortsGet(src, 0, &section->srcPort) < 0) {
+            KOVA_LOG("Service get port error, filepath: %s, section name: %s, target: srcPort, kovaerr=" KOVA_ERRFMT,
+                     path, name, KOVA_ERRARGS);
+            return -1;
+        }
+    }
+    const char *dst = keys.value("dst.ports");
+    if (dst == nullptr || KOVAServiceConfPortsGet(dst, 1, &section->dstPort) < 0) {
+        KOVA_LOG("Service get port error, filepath: %s, section name: %s, target: dstPort, kovaerr=" KOVA_ERRFMT, path,
+                 name, KOVA_ERRARGS);
+        return -1;
+    }
+
+    section->next = *ppList;
+    *ppList = section.release();
+    return 0;
+}
+
+}  // namespace kova::conf
+
+extern "C" {
+
+int KOVAServiceConfSectionGet(const char *szPath, const char *szSection, KOVA_SERVICE_CONF_SECTION **ppSectionList) {
+    if (szSection == nullptr || ppSectionList == nullptr || szPath == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return KOVA_GUARDED(-1, [&] { return section_get(szPath, szSection, ppSectionList); });
+}
+
+int KOVAServiceConfServiceStringGet(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
+    if (szStringKey == nullptr || *szStringKey == '\0' || pString == nullptr) return -1;
+    return KOVA_GUARDED(-1, [&] { return service_string_get(szStringKey, pString); });
+}
+
+void KOVAServiceConfSectionFree(KOVA_SERVICE_CONF_SECTION *pSectionList) {
+    while (pSectionList != nullptr) {
+        KOVA_SERVICE_CONF_SECTION *next = pSectionList->next;
+        KOVAServiceConfPortsFree(pSectionList->srcPort);
+        KOVAServiceConfPortsFree(pSectionList->dstPort);
+        std::free(pSectionList);
+        pSectionList = next;
+    }
+}
+
+}  // extern "C"

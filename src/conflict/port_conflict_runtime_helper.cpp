@@ -1,0 +1,545 @@
+// The runtime inventory: one record for every local port of every socket in the kernel's
+// socket tables, for every process that holds that socket, with the process's executable.
+// Also the filter and the no-conflict record of the runtime check.
+//
+// One inventory costs one pass over the process directories, one pass over each process's
+// descriptors, one pass over each socket table and one executable lookup per holding
+// process; duplicates are found through hash sets, not by walking the lists built so far.
+#include <kovaserviceconf.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <glob.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "conflict/conflict_list.h"
+#include "conflict/runtime_inventory.h"
+#include "foundation/guard.h"
+#include "foundation/log.h"
+#include "foundation/raii.h"
+#include "foundation/root_path.h"
+
+namespace kova::conflict {
+
+bool scan_socket_line(const char *line, RawSocketInfo &info) {
+    unsigned short port = 0;
+    unsigned int state = 0;
+    unsigned long inode = 0;
+    if (line == nullptr ||
+        std::sscanf(line, "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X %*X:%*X %*X %*d %*d %lu ", &port,
+                    &state, &inode) < 3)
+        return false;
+    info.port = port;
+    info.state = state;
+    info.inode = inode;
+    return true;
+}
+
+bool scan_socket_link(const char *target, uint64_t &inode) {
+    static constexpr std::string_view kSocket = "socket:[";
+    static constexpr std::string_view kAnon = "[0000]:";
+    unsigned long value = 0;
+    const std::string_view text(target);
+    const char *digits = nullptr;
+    if (text.starts_with(kSocket))
+        digits = target + kSocket.size();
+    else if (text.starts_with(kAnon))
+        digits = target + kAnon.size();
+    if (digits == nullptr || std::sscanf(digits, "%lu", &value) != 1) return false;
+    inode = value;
+    return true;
+}
+
+}  // namespace kova::conflict
+
+namespace {
+
+using kova::conflict::scan_socket_line;
+using kova::conflict::scan_socket_link;
+using RuntimeResult = KOVA_RUNTIME_PORT_CONFLICT_RESULT;
+
+constexpr uint64_t kMix = 0x9E3779B97F4A7C15ull;
+
+// ---- socket tables --------------------------------------------------------------------------
+
+struct SocketKey {
+    uint16_t port;
+    uint16_t protocol;
+    uint32_t state;
+    uint64_t inode;
+    bool operator==(const SocketKey &) const = default;
+};
+
+struct SocketKeyHash {
+    size_t operator()(const SocketKey &k) const noexcept {
+        uint64_t h = k.inode * kMix;
+        h ^= ((static_cast<uint64_t>(k.port) << 48) | (static_cast<uint64_t>(k.protocol) << 32) | k.state) + kMix +
+             (h << 6) + (h >> 2);
+        return static_cast<size_t>(h);
+    }
+};
+
+using SocketSet = std::unordered_set<SocketKey, SocketKeyHash>;
+
+SocketKey key_of(const RawSocketInfo &info) {
+    return {info.port, info.protocol, info.state, info.inode};
+}
+
+// Appends the sockets of one table file that `seen` does not hold yet, in file order.
+int parse_table(const char *path, int protocol, SocketSet &seen, std::vector<RawSocketInfo> &out) {
+    if (path == nullptr || !KVLIBCFileExist(path)) {
+        KOVA_LOG("Failed to access File: %s (Not Exist)", path != nullptr ? path : "(null)");
+        return -1;
+    }
+    kova::SzListPtr lines(KVLIBCSzListAlloc(512));
+    if (!lines) {
+        KOVA_LOG("Failed to alloc pNetRecords, Out of memory.[0x%04X]", KVLIBCErrGet());
+        return -1;
+    }
+    KVLIB_SZLIST *handle = lines.get();
+    const int read = KVLIBCFileReadLines(path, &handle);
+    if (handle != lines.get()) {
+        (void)lines.release();
+        lines.reset(handle);
+    }
+    if (read < 0) {
+        if (KVLIBCErrGet() == KOVA_ERR_FILE_OPEN)
+            KOVA_LOG("Failed to open File: %s\n", path);
+        else
+            KOVA_LOG("Failed to parse File: %s.[0x%04X]", path, KVLIBCErrGet());
+        return -1;
+    }
+    RawSocketInfo info{};
+    info.protocol = static_cast<uint16_t>(protocol);
+    for (int i = 0; i < lines->nItem; ++i) {
+        if (!scan_socket_line(KVLIBCSzListGet(lines.get(), i), info)) continue;
+        if (seen.insert(key_of(info)).second) out.push_back(info);
+    }
+    return 0;
+}
+
+// The sockets of every table of the protocols in `protocol`: TCP before UDP, IPv4 before IPv6.
+bool fetch_sockets(uint16_t protocol, std::vector<RawSocketInfo> &out) {
+    struct Table {
+        std::string_view path;
+        bool wanted;
+        int protocol;
+    };
+    const Table tables[] = {
+        {"/proc/net/tcp", HasTCP(protocol) != 0, KOVA_PROTO_TCP},
+        {"/proc/net/tcp6", HasTCP(protocol) != 0, KOVA_PROTO_TCP},
+        {"/proc/net/udp", HasUDP(protocol) != 0, KOVA_PROTO_UDP},
+        {"/proc/net/udp6", HasUDP(protocol) != 0, KOVA_PROTO_UDP},
+    };
+    SocketSet seen;
+    for (const Table &table : tables) {
+        if (!table.wanted) continue;
+        if (parse_table(kova::resolve(table.path).c_str(), table.protocol, seen, out) < 0) {
+            KOVA_LOG("Failed to ParseToRawSocketInfo");
+            return false;
+        }
+    }
+    return true;
+}
+
+void *copy_socket(const void *p) {
+    return RawSocketInfoCopy(static_cast<const RawSocketInfo *>(p));
+}
+
+void free_socket(void *p) {
+    RawSocketInfoFree(static_cast<RawSocketInfo *>(p));
+}
+
+// ---- processes and their descriptors --------------------------------------------------------
+
+struct GlobResult {
+    glob_t g{};
+    int rc = GLOB_NOMATCH;
+    explicit GlobResult(const std::string &pattern) { rc = glob(pattern.c_str(), 0, nullptr, &g); }
+    ~GlobResult() { globfree(&g); }
+    GlobResult(const GlobResult &) = delete;
+    GlobResult &operator=(const GlobResult &) = delete;
+    size_t count() const { return rc == 0 ? g.gl_pathc : 0; }
+    const char *at(size_t i) const { return g.gl_pathv[i]; }
+};
+
+// A directory name as a glob pattern that matches just that name.
+std::string glob_literal(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text) {
+        if (c == '*' || c == '?' || c == '[' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+// The process numbers under /proc, in the sorted order of "/proc/*", up to the first entry
+// that is not a number (process directories sort before the named entries).
+std::vector<int> list_pids(const std::string &proc) {
+    std::vector<int> pids;
+    const GlobResult matches(glob_literal(proc) + "/*");
+    const size_t skip = proc.size() + 1;
+    for (size_t i = 0; i < matches.count(); ++i) {
+        const char *match = matches.at(i);
+        int pid = 0;
+        if (std::strlen(match) < skip || std::sscanf(match + skip, "%d", &pid) != 1) break;
+        pids.push_back(pid);
+    }
+    return pids;
+}
+
+// Reads a link's target, at most 1023 bytes; false when it yields nothing.
+bool read_link(int dirfd, const char *path, char (&target)[1024]) {
+    const ssize_t n = readlinkat(dirfd, path, target, sizeof target - 1);
+    if (n <= 0) return false;
+    target[n] = '\0';
+    return true;
+}
+
+using DirPtr = std::unique_ptr<DIR, kova::FnDeleter<closedir>>;
+
+// Calls on_inode(inode) for every descriptor of process `pid` that is a socket.
+template <class F>
+void for_each_socket_fd(const std::string &proc, const char *pid, F &&on_inode) {
+    const std::string dir = proc + "/" + pid + "/fd";
+    DirPtr fds(opendir(dir.c_str()));
+    if (!fds) return;
+    char target[1024];
+    uint64_t inode = 0;
+    while (const dirent *entry = readdir(fds.get())) {
+        if (entry->d_name[0] == '.') continue;
+        if (read_link(dirfd(fds.get()), entry->d_name, target) && scan_socket_link(target, inode)) on_inode(inode);
+    }
+}
+
+// For every socket inode, the processes that hold it, in the order found (a process holding
+// it on two descriptors twice), and the inodes in the order first found.
+struct SocketOwners {
+    std::unordered_map<uint64_t, std::vector<int>> pids;
+    std::vector<uint64_t> order;
+
+    void add(uint64_t inode, int pid) {
+        auto [it, fresh] = pids.try_emplace(inode);
+        if (fresh) order.push_back(inode);
+        it->second.push_back(pid);
+    }
+};
+
+SocketOwners collect_owners() {
+    const std::string proc = kova::resolve(kova::paths::kProcDir);
+    SocketOwners owners;
+    char text[16];
+    for (int pid : list_pids(proc)) {
+        std::snprintf(text, sizeof text, "%d", pid);
+        for_each_socket_fd(proc, text, [&](uint64_t inode) { owners.add(inode, pid); });
+    }
+    return owners;
+}
+
+// The table value for one inode: every holder followed by ",", the one found last first.
+std::string owners_text(const std::vector<int> &pids) {
+    std::string value;
+    char text[16];
+    for (auto it = pids.rbegin(); it != pids.rend(); ++it) {
+        std::snprintf(text, sizeof text, "%d,", *it);
+        value += text;
+    }
+    return value;
+}
+
+std::string inode_key(uint64_t inode) {
+    char key[24];
+    std::snprintf(key, sizeof key, "%lu", static_cast<unsigned long>(inode));
+    return key;
+}
+
+bool set_value(kova::SzHashPtr &table, const std::string &key, const std::string &value) {
+    KVLIB_SZHASH *handle = table.get();
+    const int rc = KVLIBCSzHashSetValue(&handle, key.c_str(), value.c_str());
+    if (handle != table.get()) {
+        (void)table.release();
+        table.reset(handle);
+    }
+    return rc >= 0;
+}
+
+// ---- the inventory --------------------------------------------------------------------------
+
+struct ResultKey {
+    uint64_t pidState;
+    uint32_t portProtocol;
+    bool operator==(const ResultKey &) const = default;
+};
+
+struct ResultKeyHash {
+    size_t operator()(const ResultKey &k) const noexcept {
+        uint64_t h = k.pidState * kMix;
+        h ^= k.portProtocol + kMix + (h << 6) + (h >> 2);
+        return static_cast<size_t>(h);
+    }
+};
+
+KVLIB_DLIST *runtime_service_list_fetch() {
+    kova::DListPtr results(KOVARuntimePortConflictResultListAlloc());
+    if (!results) {
+        KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
+        return nullptr;
+    }
+    // The process table is read before the socket tables: a socket opened in between has no
+    // holder and gives no entry, rather than an entry for a process that was not looked at.
+    const SocketOwners owners = collect_owners();
+    std::vector<RawSocketInfo> sockets;
+    if (!fetch_sockets(KOVA_PROTO_BOTH, sockets)) {
+        KOVA_LOG("Failed to RawSocketInfoListFetch");
+        return nullptr;
+    }
+    std::unordered_set<ResultKey, ResultKeyHash> listed;
+    std::unordered_map<uint32_t, kova::CStrPtr> programs;
+    for (const RawSocketInfo &socket : sockets) {
+        const auto holders = owners.pids.find(socket.inode);
+        if (holders == owners.pids.end()) continue;
+        for (auto it = holders->second.rbegin(); it != holders->second.rend(); ++it) {
+            RuntimeResult record{};
+            record.isConflict = 1;
+            record.port = socket.port;
+            record.protocol = socket.protocol;
+            record.state = socket.state;
+            record.pid = static_cast<uint32_t>(*it);
+            const ResultKey key{(static_cast<uint64_t>(record.pid) << 32) | record.state,
+                                kova::conflict::port_key(record.port, record.protocol)};
+            if (!listed.insert(key).second) continue;
+            auto [program, fresh] = programs.try_emplace(record.pid);
+            if (fresh) program->second.reset(ProgramCommandFetch(record.pid));
+            record.program = program->second.get();
+            if (KVLIBCDListAppend(results.get(), &record) < 0) listed.erase(key);
+        }
+    }
+    return results.release();
+}
+
+}  // namespace
+
+extern "C" {
+
+RawSocketInfo *RawSocketInfoAlloc(void) {
+    return kova::calloc_record<RawSocketInfo>();
+}
+
+void RawSocketInfoFree(RawSocketInfo *pInfo) {
+    std::free(pInfo);
+}
+
+RawSocketInfo *RawSocketInfoCopy(const RawSocketInfo *pInfo) {
+    if (pInfo == nullptr) return nullptr;
+    RawSocketInfo *copy = RawSocketInfoAlloc();
+    if (copy == nullptr) {
+        KOVA_LOG("Failed to allocate RawSocketInfo");
+        return nullptr;
+    }
+    *copy = *pInfo;
+    return copy;
+}
+
+int ContainRawSocketInfo(const KVLIB_DLIST *pRawSocketInfoList, const RawSocketInfo *pInfo) {
+    if (pRawSocketInfoList == nullptr) {
+        KOVA_LOG("pRawSocketInfoList is undefined");
+        return 0;
+    }
+    if (pInfo == nullptr) {
+        KOVA_LOG("pInfo is undefined");
+        return 0;
+    }
+    int found = 0;
+    kova::conflict::for_each_record<RawSocketInfo>(pRawSocketInfoList, [&](const RawSocketInfo &r) {
+        if (r.port == pInfo->port && r.state == pInfo->state && r.protocol == pInfo->protocol &&
+            r.inode == pInfo->inode)
+            found = 1;
+    });
+    return found;
+}
+
+int ParseToRawSocketInfo(const char *szPath, int protocol, KVLIB_DLIST *pRawSocketInfoList) {
+    return KOVA_GUARDED(-1, [&] {
+        if (pRawSocketInfoList == nullptr) {
+            KOVA_LOG("pRawSocketInfoList is undefined");
+            return -1;
+        }
+        SocketSet seen;
+        kova::conflict::for_each_record<RawSocketInfo>(pRawSocketInfoList,
+                                                       [&](const RawSocketInfo &r) { seen.insert(key_of(r)); });
+        std::vector<RawSocketInfo> sockets;
+        if (parse_table(szPath, protocol, seen, sockets) < 0) return -1;
+        for (const RawSocketInfo &info : sockets) KVLIBCDListAppend(pRawSocketInfoList, &info);
+        return 0;
+    });
+}
+
+KVLIB_DLIST *RawSocketInfoListFetch(uint16_t protocol) {
+    if (!IsLegalProtocol(protocol)) {
+        KOVA_LOG("Illegal protocol: %u", static_cast<unsigned int>(protocol));
+        return nullptr;
+    }
+    return KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [&]() -> KVLIB_DLIST * {
+        kova::DListPtr list(KVLIBCDListAlloc(copy_socket, free_socket));
+        if (!list) {
+            KOVA_LOG("Failed to alloc pRawSocketInfoList, Out of memory.[0x%04X]", KVLIBCErrGet());
+            return nullptr;
+        }
+        std::vector<RawSocketInfo> sockets;
+        if (!fetch_sockets(protocol, sockets)) return nullptr;
+        for (const RawSocketInfo &info : sockets) KVLIBCDListAppend(list.get(), &info);
+        return list.release();
+    });
+}
+
+KVLIB_SZLIST *FetchPidList(void) {
+    return KOVA_GUARDED(static_cast<KVLIB_SZLIST *>(nullptr), [&]() -> KVLIB_SZLIST * {
+        kova::SzListPtr list(KVLIBCSzListAlloc(512));
+        if (!list) {
+            KOVA_LOG("Failed to alloc pslPidList, Out of memory.[0x%04X]", KVLIBCErrGet());
+            return nullptr;
+        }
+        char text[16];
+        for (int pid : list_pids(kova::resolve(kova::paths::kProcDir))) {
+            std::snprintf(text, sizeof text, "%d", pid);
+            KVLIB_SZLIST *handle = list.get();
+            if (KVLIBCSzListPush(&handle, text) < 0)
+                KOVA_LOG("Failed to KVLIBCSzListPush %p %s", static_cast<void *>(handle), text);
+        }
+        return list.release();
+    });
+}
+
+void FetchInodeFromPid(KVLIB_SZHASH **ppInodeToPidsTable, const char *szPid) {
+    if (ppInodeToPidsTable == nullptr || *ppInodeToPidsTable == nullptr) {
+        KOVA_LOG("pInodeToPidsTable is undefined");
+        return;
+    }
+    if (szPid == nullptr) return;
+    kova::guarded_void([&] {
+        const GlobResult fds(glob_literal(kova::resolve(kova::paths::kProcDir)) + "/" + szPid + "/fd/*");
+        char target[1024];
+        uint64_t inode = 0;
+        for (size_t i = 0; i < fds.count(); ++i) {
+            if (!read_link(AT_FDCWD, fds.at(i), target) || !scan_socket_link(target, inode)) continue;
+            const std::string key = inode_key(inode);
+            const char *old = KVLIBCSzHashGetValue(*ppInodeToPidsTable, key.c_str());
+            const std::string value = std::string(szPid) + "," + (old != nullptr ? old : "");
+            KVLIBCSzHashSetValue(ppInodeToPidsTable, key.c_str(), value.c_str());
+        }
+    });
+}
+
+KVLIB_SZHASH *InodeToPidsTableFetch(void) {
+    return KOVA_GUARDED(static_cast<KVLIB_SZHASH *>(nullptr), [&]() -> KVLIB_SZHASH * {
+        kova::SzHashPtr table(KVLIBCSzHashAlloc(512));
+        if (!table) {
+            KOVA_LOG("Failed to alloc pInodeToPidsTable, Out of memory.[0x%04X]", KVLIBCErrGet());
+            return nullptr;
+        }
+        const SocketOwners owners = collect_owners();
+        for (uint64_t inode : owners.order) set_value(table, inode_key(inode), owners_text(owners.pids.at(inode)));
+        return table.release();
+    });
+}
+
+KVLIB_SZLIST *InodeToPidsGet(const KVLIB_SZHASH *pInodeToPidsTable, uint64_t inode) {
+    if (pInodeToPidsTable == nullptr) {
+        KOVA_LOG("pInodeToPidsTable is undefined");
+        return nullptr;
+    }
+    return KOVA_GUARDED(static_cast<KVLIB_SZLIST *>(nullptr), [&]() -> KVLIB_SZLIST * {
+        kova::SzListPtr list(KVLIBCSzListAlloc(512));
+        if (!list) {
+            KOVA_LOG("Failed to alloc pPidList, Out of memory.[0x%04X]", KVLIBCErrGet());
+            return nullptr;
+        }
+        const char *value = KVLIBCSzHashGetValue(pInodeToPidsTable, inode_key(inode).c_str());
+        if (value == nullptr) return list.release();
+        KVLIB_SZLIST *handle = list.get();
+        const int pieces = KVLIBCStrSep(value, ",", &handle);
+        if (handle != list.get()) {
+            (void)list.release();
+            list.reset(handle);
+        }
+        if (pieces < 1) {
+            KOVA_LOG("Failed to separate string: [%s].", value);
+            return nullptr;
+        }
+        KVLIBCSzListPop(list.get());
+        return list.release();
+    });
+}
+
+char *ProgramCommandFetch(uint32_t pid) {
+    return KOVA_GUARDED(static_cast<char *>(nullptr), [&]() -> char * {
+        char rel[32];
+        std::snprintf(rel, sizeof rel, "/proc/%u/exe", static_cast<unsigned int>(pid));
+        char target[1024];
+        if (!read_link(AT_FDCWD, kova::resolve(rel).c_str(), target)) return nullptr;
+        return strdup(target);
+    });
+}
+
+int ContainRuntimeResult(const KVLIB_DLIST *pResultList, const KOVA_RUNTIME_PORT_CONFLICT_RESULT *pResult) {
+    if (pResultList == nullptr) {
+        KOVA_LOG("pResultList is undefined");
+        return 0;
+    }
+    if (pResult == nullptr) {
+        KOVA_LOG("pResult is undefined");
+        return 0;
+    }
+    int found = 0;
+    kova::conflict::for_each_record<RuntimeResult>(pResultList, [&](const RuntimeResult &r) {
+        if (r.isConflict == pResult->isConflict && r.port == pResult->port && r.protocol == pResult->protocol &&
+            r.pid == pResult->pid && r.state == pResult->state)
+            found = 1;
+    });
+    return found;
+}
+
+KVLIB_DLIST *RuntimeServiceListFetch(void) {
+    return KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [&] { return runtime_service_list_fetch(); });
+}
+
+int RuntimeResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port, uint16_t protocol,
+                            KVLIB_DLIST *pFilteredResultList) {
+    if (pSourceResultList == nullptr) {
+        KOVA_LOG("pSourceResultList is undefined");
+        return -1;
+    }
+    if (pFilteredResultList == nullptr) {
+        KOVA_LOG("pFilteredResultList is undefined");
+        return -1;
+    }
+    return kova::conflict::filter_records<RuntimeResult>(pSourceResultList, port, protocol, pFilteredResultList);
+}
+
+int RuntimeNotConflictResultAppend(KVLIB_DLIST *pResultList, uint16_t port, uint16_t protocol) {
+    if (pResultList == nullptr) {
+        KOVA_LOG("pResultList is undefined");
+        return -1;
+    }
+    using RuntimeResultPtr = std::unique_ptr<RuntimeResult, kova::FnDeleter<KOVARuntimePortConflictResultFree>>;
+    RuntimeResultPtr work(KOVARuntimePortConflictResultAlloc());
+    if (!work) {
+        KOVA_LOG("Failed to alloc pResult, Out of memory.[0x%04X]", KVLIBCErrGet());
+        return -1;
+    }
+    work->port = port;
+    work->protocol = protocol;
+    return KVLIBCDListAppend(pResultList, work.get()) < 0 ? -1 : 0;
+}
+
+}  // extern "C"

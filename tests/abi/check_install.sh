@@ -1,0 +1,25 @@
+#!/bin/sh
+# Installs the build into a fresh prefix, then builds C99 and C++ clients against the installed
+# tree only through pkg-config and runs them with KOVA_ROOT and KOVA_LOG_FILE set.
+set -eu
+build=$1
+prefix=$2
+src=$3
+extra=${4:-}
+rm -rf "$prefix"
+cmake --install "$build" --prefix "$prefix" >/dev/null
+pcdir=$(dirname "$(find "$prefix" -name kovaserviceconf.pc | head -n 1)")
+export PKG_CONFIG_PATH="$pcdir"
+cflags=$(pkg-config --cflags kovaserviceconf)
+libs=$(pkg-config --libs kovaserviceconf)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# The header alone compiles cleanly as pedantic C99 and as C++.
+printf '#include <kovaserviceconf.h>\nint main(void) { return 0; }\n' >"$work/h.c"
+cc -std=c99 -Wall -Wextra -pedantic -Werror $cflags -c "$work/h.c" -o "$work/h.o"
+c++ -x c++ -std=c++17 -Wall -Wextra -pedantic -Werror $cflags -c "$work/h.c" -o "$work/hpp.o"
+# shellcheck disable=SC2086
+cc -std=c99 -Wall -Wextra -pedantic -Werror $extra "$src/client.c" -o "$work/client" $cflags $libs
+mkdir -p "$work/root"
+KOVA_ROOT="$work/root" KOVA_LOG_FILE="$work/log" "$work/client" "$work/log"
+echo "installed client ok"

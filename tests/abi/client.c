@@ -1,0 +1,72 @@
+/* A client of the installed library: built with pkg-config only, run on a sandbox root. */
+#include <kovaserviceconf.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int failures;
+
+#define CHECK(cond)                                                       \
+    do {                                                                  \
+        if (!(cond)) {                                                    \
+            fprintf(stderr, "%s:%d check failed: %s\n", __FILE__, __LINE__, #cond); \
+            failures++;                                                   \
+        }                                                                 \
+    } while (0)
+
+static char *read_all(const char *path) {
+    FILE *f = fopen(path, "rb");
+    char *buf;
+    long n;
+    if (f == NULL) return NULL;
+    fseek(f, 0, SEEK_END);
+    n = ftell(f);
+    fseek(f, 0, SEEK_SET);
+    buf = calloc((size_t)n + 1, 1);
+    if (buf != NULL && fread(buf, 1, (size_t)n, f) != (size_t)n) buf[0] = '\0';
+    fclose(f);
+    return buf;
+}
+
+int main(int argc, char **argv) {
+    KOVA_SERVICE_CONF_PORT *ports = NULL;
+    KVLIB_SZLIST *list;
+    char proto[] = " TCP ";
+    char *log;
+    const char *logPath = argc > 1 ? argv[1] : NULL;
+
+    /* Protocol helpers. */
+    CHECK(IsLegalProtocol(65537) == 1);
+    CHECK(HasUDP(3) == 2);
+    CHECK(strcmp(KOVATCPStateToString(10), "TCP_LISTEN") == 0);
+    CHECK(gProtoTypeMapping[1].type == KOVA_PROTO_UDP);
+
+    /* Port lists come out in reverse text order. */
+    CHECK(KOVAServiceConfPortsGet("80,443,8000:8010/tcp", 1, &ports) == 0);
+    CHECK(ports != NULL && ports->type == 1 && ports->beginPort == 8000 && ports->endPort == 8010);
+    CHECK(ports != NULL && ports->next != NULL && ports->next->beginPort == 443);
+    CHECK(ports != NULL && ports->protocol == KOVA_PROTO_TCP && ports->direction == 1);
+    KOVAServiceConfPortsFree(ports);
+    ports = NULL;
+
+    CHECK(KOVAServiceConfPortsGet("80/icmp", 0, &ports) == -1);
+    CHECK(ports == NULL);
+    CHECK(KVLIBCErrGet() == KOVA_ERR_BAD_PARAMETER);
+    CHECK(KVLIBServiceConfProtocolParse(proto) == 1);
+    CHECK(strcmp(proto, "tcp") == 0);
+
+    /* Platform operations declared by the header. */
+    list = KVLIBCSzListAlloc(128);
+    CHECK(list != NULL);
+    CHECK(KVLIBCSzListPush(&list, "a") >= 0);
+    CHECK(list->nItem == 1);
+    KVLIBCSzListFree(list);
+
+    if (logPath != NULL) {
+        log = read_all(logPath);
+        CHECK(log != NULL && strstr(log, "service_conf_ports_get.cpp:") == log);
+        CHECK(log != NULL && strstr(log, "protocol format error (icmp)!") != NULL);
+        free(log);
+    }
+    return failures == 0 ? 0 : 1;
+}

@@ -1,0 +1,144 @@
+#include "ports_text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
+#include "status.h"
+
+namespace kovasvc {
+
+std::string run_text(const PortRun &run) {
+    if (run.first == run.last) return std::to_string(run.first);
+    return std::to_string(run.first) + "-" + std::to_string(run.last);
+}
+
+std::string protocol_names(unsigned int flags) {
+    std::string names;
+    int size = KVLIBServiceProtoMapSizeGet();
+    for (int i = 0; i < size; ++i) {
+        int type = 0;
+        char name[32];
+        if (KVLIBServiceProtoIndexGet(i, &type) != 0) continue;
+        if ((flags & static_cast<unsigned int>(type)) == 0) continue;
+        if (KVLIBServiceProtoStrGet(i, name, sizeof name) != 0) continue;
+        if (!names.empty()) names += ',';
+        names += name;
+    }
+    return names;
+}
+
+PortRun item_run(const char *item) {
+    unsigned int first = 0, last = 0;
+    if (item == nullptr) return {};
+    int n = std::sscanf(item, "%u-%u", &first, &last);
+    if (n == 1) return {first, first};
+    if (n == 2) return {std::min(first, last), std::max(first, last)};
+    return {};
+}
+
+std::vector<std::string> list_items(const KVLIB_SZLIST *items) {
+    std::vector<std::string> out;
+    if (items == nullptr) return out;
+    for (int i = 0; i < items->nItem; ++i) {
+        const char *item = KVLIBCSzListGet(items, i);
+        if (item != nullptr) out.emplace_back(item);
+    }
+    return out;
+}
+
+std::vector<std::string> sorted_items(const KVLIB_SZLIST *items) {
+    std::vector<std::string> out = list_items(items);
+    std::stable_sort(out.begin(), out.end(), [](const std::string &a, const std::string &b) {
+        PortRun ra = item_run(a.c_str()), rb = item_run(b.c_str());
+        return ra.first != rb.first ? ra.first < rb.first : ra.last < rb.last;
+    });
+    return out;
+}
+
+std::string ports_with_protocol(const std::vector<std::string> &items, unsigned int flags) {
+    if (items.empty()) return "-";
+    std::string text;
+    for (const auto &item : items) {
+        if (!text.empty()) text += ',';
+        text += item;
+    }
+    std::string names = protocol_names(flags);
+    return names.empty() ? text : text + "/" + names;
+}
+
+std::vector<PortRun> conflict_runs(const KOVA_SERVICE_CONF_PORT *list) {
+    std::vector<PortRun> runs;
+    for (const auto *p = list; p != nullptr; p = p->next) {
+        if (p->type == 1) runs.push_back({std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)});
+        else runs.push_back({p->beginPort, p->beginPort});
+    }
+    return runs;
+}
+
+std::vector<PortRun> merged(std::vector<PortRun> runs) {
+    std::sort(runs.begin(), runs.end(),
+              [](const PortRun &a, const PortRun &b) { return a.first != b.first ? a.first < b.first : a.last < b.last; });
+    std::vector<PortRun> out;
+    for (const auto &r : runs) {
+        if (!out.empty() && r.first <= out.back().last + 1) out.back().last = std::max(out.back().last, r.last);
+        else out.push_back(r);
+    }
+    return out;
+}
+
+PortSpec parse_port_spec(const std::string &text, const std::string &what) {
+    clear_library_error();
+    KOVA_SERVICE_CONF_PORT *head = nullptr;
+    if (KOVAServiceConfPortsGet(text.c_str(), 1, &head) != 0)
+        throw UsageError(what + " '" + text + "' is not a valid port list: " + library_error());
+    PortsPtr list(head);
+
+    PortSpec spec;
+    // The parser links each entry in front of the list: walk it back into text order.
+    std::vector<const KOVA_SERVICE_CONF_PORT *> entries;
+    for (const auto *p = head; p != nullptr; p = p->next) entries.push_back(p);
+    std::reverse(entries.begin(), entries.end());
+    for (const auto *p : entries) {
+        if (!spec.ports.empty()) spec.ports += ',';
+        if (p->type == 1) {
+            PortRun run{std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)};
+            spec.ports += std::to_string(run.first) + ":" + std::to_string(run.last);
+            spec.runs.push_back(run);
+        } else {
+            spec.ports += std::to_string(p->beginPort);
+            spec.runs.push_back({p->beginPort, p->beginPort});
+        }
+        spec.flags = p->protocol;
+    }
+    spec.protocol = protocol_names(spec.flags);
+    return spec;
+}
+
+std::vector<unsigned int> expand(const std::vector<PortRun> &runs) {
+    std::vector<unsigned int> ports;
+    std::set<unsigned int> seen;
+    for (const auto &r : runs)
+        for (unsigned int p = r.first; p <= r.last && p <= 65535; ++p)
+            if (p != 0 && seen.insert(p).second) ports.push_back(p);
+    return ports;
+}
+
+SzListPtr port_text_list(const std::vector<unsigned int> &ports) {
+    SzListPtr list(KVLIBCSzListAlloc(512));
+    if (!list) throw Failure("cannot allocate a port list: " + library_error());
+    KVLIB_SZLIST *raw = list.get();
+    for (unsigned int p : ports)
+        if (KVLIBCSzListPush(&raw, std::to_string(p).c_str()) < 0)
+            throw Failure("cannot allocate a port list: " + library_error());
+    return list;
+}
+
+std::string socket_state(unsigned int protocol, unsigned int state) {
+    if (protocol == KOVA_PROTO_UDP && state == 7) return "UNCONN";
+    std::string name = KOVATCPStateToString(state);
+    if (name.rfind("TCP_", 0) == 0) name.erase(0, 4);
+    return name;
+}
+
+}  // namespace kovasvc

@@ -1,0 +1,45 @@
+// Aligned text columns that fit a line width: a cell too wide for its column wraps onto
+// further lines of the same row (after commas or at spaces where it can).
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace kovasvc {
+
+class Table {
+public:
+    enum class Align { Left, Right };
+
+    explicit Table(std::vector<std::string> headers);
+
+    void align(size_t column, Align how);
+    void add(std::vector<std::string> row);
+    bool empty() const { return rows_.empty(); }
+
+    // Prints the header and the rows, each line starting with `indent` spaces and no longer
+    // than `width` characters (as far as the columns' headers allow).
+    void print(std::ostream &out, size_t width = 80, size_t indent = 0) const;
+
+private:
+    std::vector<size_t> widths(size_t width) const;
+
+    std::vector<std::string> headers_;
+    std::vector<Align> align_;
+    std::vector<std::vector<std::string>> rows_;
+};
+
+// Number of characters of a UTF-8 text (continuation bytes do not count).
+size_t display_width(const std::string &text);
+
+// `text` cut into lines of at most `width` characters, preferring breaks after commas and at
+// spaces.
+std::vector<std::string> wrap(const std::string &text, size_t width);
+
+// "Label: text" with the text wrapped under itself; `column` is where the text starts (at
+// least the label's width plus one space).
+void print_labelled(std::ostream &out, const std::string &label, const std::string &text, size_t column,
+                    size_t width = 80);
+
+}  // namespace kovasvc
