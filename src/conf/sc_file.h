@@ -34,7 +34,11 @@ inline constexpr std::string_view kScKeys[] = {
     "version",    "support_key", "run_key",      "title_key", "title",     "desc_key",
     "desc_extra", "desc",        "port_forward", "src.ports", "dst.ports",
 };
-inline constexpr size_t kScKeyMaxLength = 12;
+inline constexpr size_t kScKeyMaxLength = [] {
+    size_t longest = 0;
+    for (std::string_view k : kScKeys) longest = std::max(longest, k.size());
+    return longest;
+}();
 
 struct ScSection {
     bool hasKeys = false;                                 // at least one "key=value" line

@@ -30,11 +30,82 @@
 
 namespace kova::conflict {
 
+namespace {
+
+// A reader for the lines exactly as the kernel writes them: fields of plain digits separated
+// by single characters and runs of spaces. It takes a line only when every field is short
+// enough that no conversion can overflow, so that what it reads is what the scanf format
+// reads; anything else (signs, "0x", tabs, long fields, truncation) is left to sscanf.
+class KernelLine {
+public:
+    explicit KernelLine(const char *p) : p_(p) {}
+
+    // sl: local-address:port remote-address:port st tx:rx tr:when retrnsmt uid timeout inode
+    bool read(unsigned short &port, unsigned int &state, unsigned long &inode) {
+        unsigned long local_port = 0;
+        unsigned long st = 0;
+        unsigned long ino = 0;
+        unsigned long skipped = 0;
+        spaces(0);
+        if (!digits(10, 32, skipped) || !take(':') || !spaces(1)) return false;
+        if (!digits(16, 64, skipped) || !take(':') || !digits(16, 4, local_port) || !spaces(1)) return false;
+        if (!digits(16, 64, skipped) || !take(':') || !digits(16, 8, skipped) || !spaces(1)) return false;
+        if (!digits(16, 8, st) || !spaces(1)) return false;
+        if (!digits(16, 8, skipped) || !take(':') || !digits(16, 8, skipped) || !spaces(1)) return false;
+        if (!digits(16, 8, skipped) || !take(':') || !digits(16, 16, skipped) || !spaces(1)) return false;
+        if (!digits(16, 8, skipped) || !spaces(1) || !digits(10, 19, skipped) || !spaces(1)) return false;
+        if (!digits(10, 19, skipped) || !spaces(1) || !digits(10, 19, ino)) return false;
+        if (*p_ != '\0' && *p_ != ' ' && *p_ != '\n') return false;
+        port = static_cast<unsigned short>(local_port);
+        state = static_cast<unsigned int>(st);
+        inode = ino;
+        return true;
+    }
+
+private:
+    static int digit(char c, int base) {
+        if (c >= '0' && c <= '9') return c - '0';
+        if (base == 16 && c >= 'a' && c <= 'f') return c - 'a' + 10;
+        if (base == 16 && c >= 'A' && c <= 'F') return c - 'A' + 10;
+        return -1;
+    }
+
+    // A run of 1..max digits of the base, followed by something that is not one. The fields
+    // that are kept are at most 19 decimal or 8 hexadecimal digits long and cannot overflow;
+    // the value of a longer, skipped field (an address) wraps and is not used.
+    bool digits(int base, int max, unsigned long &value) {
+        value = 0;
+        int n = 0;
+        for (int d; (d = digit(*p_, base)) >= 0; ++p_, ++n) {
+            if (n == max) return false;
+            value = value * static_cast<unsigned long>(base) + static_cast<unsigned long>(d);
+        }
+        return n >= 1;
+    }
+
+    bool spaces(int min) {
+        int n = 0;
+        for (; *p_ == ' '; ++p_) ++n;
+        return n >= min;
+    }
+
+    bool take(char c) {
+        if (*p_ != c) return false;
+        ++p_;
+        return true;
+    }
+
+    const char *p_;
+};
+
+}  // namespace
+
 bool scan_socket_line(const char *line, RawSocketInfo &info) {
     unsigned short port = 0;
     unsigned int state = 0;
     unsigned long inode = 0;
-    if (line == nullptr ||
+    if (line == nullptr) return false;
+    if (!KernelLine(line).read(port, state, inode) &&
         std::sscanf(line, "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X %*X:%*X %*X %*d %*d %lu ", &port,
                     &state, &inode) < 3)
         return false;

@@ -257,9 +257,11 @@ int ReservedConflict(const Request &req) {
             KOVA_LOG("Failed to KVLIBPortRangeJoin()");
             return -1;
         }
-        // The earlier entries are now part of the merged list; `earlier` frees them.
+        // The merged list replaces the earlier entries, which `earlier` frees.
+        *req.conflicts = common->head;
+    } else {
+        *req.conflicts = common->head;
     }
-    *req.conflicts = common->head;
     const int count = common->count;
     common->head = nullptr;
     common->count = 0;

@@ -30,9 +30,11 @@ int KVLIBPortRangeRemove(KVLIB_PORT_RANGE *pRange, const KOVA_SERVICE_CONF_PORT 
         KOVA_LOG("Bad parameters.");
         return -1;
     }
-    // The entry is read as given (a single port is [p, p]); a backwards range is the ports
-    // between its two ends.
-    const kova::range::Span s = kova::range::span_of(1, pEntry->beginPort, pEntry->endPort);
+    // The entry's ports are read as given. Written backwards, a single entry as the port-list
+    // parser makes it ([p, 0]) stands for its port, and a range for the ports between its ends.
+    const bool backwards = pEntry->endPort < pEntry->beginPort;
+    const kova::range::Span s =
+        kova::range::span_of(backwards && pEntry->type == 0 ? 0 : 1, pEntry->beginPort, pEntry->endPort);
 
     KOVA_SERVICE_CONF_PORT **link = &pRange->head;
     while (*link != nullptr && (*link)->endPort < s.begin) link = &(*link)->next;

@@ -115,9 +115,9 @@ TEST_F(BackupTest, FailedBackupRemovesTheCopiesItMade) {
     EXPECT_EQ(KVLIBServiceConfBackup(&req), -1);
     EXPECT_EQ(KVLIBCErrGet(), 0x0600u);
     EXPECT_STREQ(KVLIBCErrorGetFile(), "service_conf_common.cpp");
-    EXPECT_EQ(log_normalized(), std::vector<std::string>{"service_conf_common.cpp:N Source path is not valid (src path: " +
-                                                         path("/usr/kova/etc/firewall.d") +
-                                                         ")[0x0600 service_conf_common.cpp:N]"});
+    EXPECT_EQ(log_normalized(),
+              std::vector<std::string>{"service_conf_common.cpp:N Source path is not valid (src path: " +
+                                       path("/usr/kova/etc/firewall.d") + ")[0x0600 service_conf_common.cpp:N]"});
     EXPECT_FALSE(exists("/usr/kova/etc/services.d" + suffix));
     EXPECT_FALSE(exists("/etc/portforward/rule.conf" + suffix));
     EXPECT_EQ(read("/usr/kova/etc/services.d/a.sc"), "[a]\nx=1\n");
@@ -195,16 +195,16 @@ TEST_F(BackupTest, CopyPath) {
     clear_log();
     EXPECT_EQ(CopyPath(path("/nothing").c_str(), path("/x").c_str(), 0), -1);
     EXPECT_EQ(KVLIBCErrGet(), 0x0600u);
-    EXPECT_EQ(log_normalized(), std::vector<std::string>{"service_conf_common.cpp:N Source path is not valid (src path: " +
-                                                         path("/nothing") + ")[0x0600 service_conf_common.cpp:N]"});
+    EXPECT_EQ(log_normalized(),
+              std::vector<std::string>{"service_conf_common.cpp:N Source path is not valid (src path: " +
+                                       path("/nothing") + ")[0x0600 service_conf_common.cpp:N]"});
 
     // A copy into a directory that does not exist fails with cp's log line.
     clear_log();
     EXPECT_EQ(CopyPath(path("/f").c_str(), path("/no/such/dir/f").c_str(), 0), -1);
     ASSERT_EQ(log_normalized().size(), 1u);
-    EXPECT_EQ(log_normalized()[0].rfind("service_conf_common.cpp:N Failed to cp -rf " + path("/f") + " " +
-                                            path("/no/such/dir/f") + "[",
-                                        0),
+    EXPECT_EQ(log_normalized()[0].rfind(
+                  "service_conf_common.cpp:N Failed to cp -rf " + path("/f") + " " + path("/no/such/dir/f") + "[", 0),
               0u);
 }
 

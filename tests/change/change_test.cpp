@@ -98,7 +98,9 @@ std::string slurp(const std::string &file) {
 
 }  // namespace
 
-void ChangeTest::remove_all(const std::string &rel) const { fs::remove_all(path(rel)); }
+void ChangeTest::remove_all(const std::string &rel) const {
+    fs::remove_all(path(rel));
+}
 
 void ChangeTest::install_firewall_tool(int exit_status) const {
     script("/usr/kova/bin/kovafirewall",
@@ -107,26 +109,36 @@ void ChangeTest::install_firewall_tool(int exit_status) const {
 
 void ChangeTest::install_router_tool(int exit_status) const {
     script("/usr/kova/sbin/kovaroutertool", "echo \"$*\" >> '" + path("/calls/router") + "'\ncat \"$2\" > '" +
-                                                path("/calls/router.old") + "'\nexit " +
-                                                std::to_string(exit_status) + "\n");
+                                                path("/calls/router.old") + "'\nexit " + std::to_string(exit_status) +
+                                                "\n");
 }
 
-std::vector<std::string> ChangeTest::firewall_calls() const { return lines_of(path("/calls/firewall")); }
-std::vector<std::string> ChangeTest::router_calls() const { return lines_of(path("/calls/router")); }
-std::string ChangeTest::router_old_content() const { return slurp(path("/calls/router.old")); }
+std::vector<std::string> ChangeTest::firewall_calls() const {
+    return lines_of(path("/calls/firewall"));
+}
+std::vector<std::string> ChangeTest::router_calls() const {
+    return lines_of(path("/calls/router"));
+}
+std::string ChangeTest::router_old_content() const {
+    return slurp(path("/calls/router.old"));
+}
 
 void ChangeTest::install_plugin_receiver() const {
     const std::string dir = path("/calls/events");
     script("/usr/kova/etc/plugin.d/port_config/10-record",
            "n=0\n"
-           "while [ -e '" + dir + "'.$n ]; do n=$((n+1)); done\n"
-           "d='" + dir + "'.$n\n"
-           "mkdir \"$d\"\n"
-           "printf '%s' \"$1\" > \"$d/event\"\n"
-           "for v in OLD_PORT_CONFIG_CONTENT NEW_PORT_CONFIG_CONTENT PORT_CONFIG_CONTENT NOTIFY_PF NOTIFY_FW; do\n"
-           "  eval \"isset=\\${$v+yes}\"\n"
-           "  if [ -n \"$isset\" ]; then eval \"printf '%s' \\\"\\$$v\\\"\" > \"$d/$v\"; fi\n"
-           "done\n");
+           "while [ -e '" +
+               dir +
+               "'.$n ]; do n=$((n+1)); done\n"
+               "d='" +
+               dir +
+               "'.$n\n"
+               "mkdir \"$d\"\n"
+               "printf '%s' \"$1\" > \"$d/event\"\n"
+               "for v in OLD_PORT_CONFIG_CONTENT NEW_PORT_CONFIG_CONTENT PORT_CONFIG_CONTENT NOTIFY_PF NOTIFY_FW; do\n"
+               "  eval \"isset=\\${$v+yes}\"\n"
+               "  if [ -n \"$isset\" ]; then eval \"printf '%s' \\\"\\$$v\\\"\" > \"$d/$v\"; fi\n"
+               "done\n");
 }
 
 std::vector<PluginEvent> ChangeTest::plugin_events() const {
@@ -165,8 +177,7 @@ std::vector<std::string> ChangeTest::leftovers() const {
 }
 
 KVLIB_SERVICE_CONF_REQUEST ChangeTest::request(uint32_t mode, uint32_t restartMask, uint32_t action, uint32_t scope,
-                                               const std::string &file, const std::string &section,
-                                               uint32_t location) {
+                                               const std::string &file, const std::string &section, uint32_t location) {
     KVLIB_SERVICE_CONF_REQUEST r{};
     r.mode = mode;
     r.restartMask = restartMask;

@@ -64,11 +64,9 @@ protected:
     std::vector<std::string> leftovers() const;
 
     static KVLIB_SERVICE_CONF_REQUEST request(uint32_t mode, uint32_t restartMask, uint32_t action, uint32_t scope,
-                                              const std::string &file, const std::string &section,
-                                              uint32_t location);
+                                              const std::string &file, const std::string &section, uint32_t location);
 
-    static std::string sc_section(const std::string &name, const std::string &dst_ports,
-                                  const std::string &extra = "");
+    static std::string sc_section(const std::string &name, const std::string &dst_ports, const std::string &extra = "");
 };
 
 }  // namespace kova::test

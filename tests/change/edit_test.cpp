@@ -95,8 +95,10 @@ TEST_F(EditTest, ConflictLeavesEverythingAsItWas) {
     for (const auto &line : log_normalized())
         if (line.find("Port conflict with existing ports!") != std::string::npos) ours.push_back(line);
     ASSERT_EQ(ours.size(), 2u);
-    EXPECT_EQ(ours[0].rfind("service_conf_section_set.cpp:N Port conflict with existing ports! (port: 61005/tcp)[", 0), 0u);
-    EXPECT_EQ(ours[1].rfind("service_conf_ports_set.cpp:N Port conflict with existing ports! (port: 61005/tcp)[", 0), 0u);
+    EXPECT_EQ(ours[0].rfind("service_conf_section_set.cpp:N Port conflict with existing ports! (port: 61005/tcp)[", 0),
+              0u);
+    EXPECT_EQ(ours[1].rfind("service_conf_ports_set.cpp:N Port conflict with existing ports! (port: 61005/tcp)[", 0),
+              0u);
     EXPECT_EQ(read("/usr/local/etc/services.d/app.sc"), original);
     EXPECT_TRUE(router_calls().empty());
     EXPECT_TRUE(firewall_calls().empty());
@@ -176,12 +178,12 @@ TEST_F(EditTest, ReservedCheckOnlyTouchesNoFile) {
 
 TEST_F(EditTest, RequestAndSectionTests) {
     const KVLIB_SERVICE_CONF_REQUEST bad[] = {
-        request(0, 1, 1, 4, "app.sc", "app", 2),  request(1, 0, 1, 4, "app.sc", "app", 2),
-        request(1, 32, 1, 4, "app.sc", "app", 2), request(1, 1, 0, 4, "app.sc", "app", 2),
-        request(1, 1, 4, 4, "app.sc", "app", 2),  request(1, 1, 1, 0, "app.sc", "app", 2),
-        request(1, 1, 1, 32, "app.sc", "app", 2), request(1, 1, 1, 4, "app.sc", "app", 0),
-        request(1, 1, 1, 4, "app.sc", "app", 4),  request(1, 1, 1, 4, "", "app", 2),
-        request(1, 1, 1, 4, "app.sc", "", 2),     request(1, 1, 1, 4, "..", "app", 2),
+        request(0, 1, 1, 4, "app.sc", "app", 2),    request(1, 0, 1, 4, "app.sc", "app", 2),
+        request(1, 32, 1, 4, "app.sc", "app", 2),   request(1, 1, 0, 4, "app.sc", "app", 2),
+        request(1, 1, 4, 4, "app.sc", "app", 2),    request(1, 1, 1, 0, "app.sc", "app", 2),
+        request(1, 1, 1, 32, "app.sc", "app", 2),   request(1, 1, 1, 4, "app.sc", "app", 0),
+        request(1, 1, 1, 4, "app.sc", "app", 4),    request(1, 1, 1, 4, "", "app", 2),
+        request(1, 1, 1, 4, "app.sc", "", 2),       request(1, 1, 1, 4, "..", "app", 2),
         request(1, 1, 1, 4, "../app.sc", "app", 2),
     };
     for (const auto &req : bad) {
@@ -247,14 +249,15 @@ TEST_F(EditTest, PortsSetNeverCreatesAFileOrSection) {
     const auto missing_section = request(1, 1, 1, 0x04, "app.sc", "nosuch", 2);
     EXPECT_EQ(KVLIBServiceConfPortsSet(&missing_section, &dst), -1);
     EXPECT_EQ(log_normalized(), Lines{"service_conf_ports_set.cpp:N Section not found or failed to get section(nosuch) "
-                                      "from " + app()});
+                                      "from " +
+                                      app()});
     clear_log();
     poison_error();
     const auto missing_file = request(1, 1, 1, 0x04, "none.sc", "app", 2);
     EXPECT_EQ(KVLIBServiceConfPortsSet(&missing_file, &dst), -1);
-    EXPECT_EQ(log_normalized(), Lines{"service_conf_ports_set.cpp:N Configure file (" +
-                                      path("/usr/local/etc/services.d/none.sc") +
-                                      ") does not exist![0xEEEE poison:7]"});
+    EXPECT_EQ(log_normalized(),
+              Lines{"service_conf_ports_set.cpp:N Configure file (" + path("/usr/local/etc/services.d/none.sc") +
+                    ") does not exist![0xEEEE poison:7]"});
     EXPECT_FALSE(exists("/usr/local/etc/services.d/none.sc"));
     EXPECT_EQ(read("/usr/local/etc/services.d/app.sc"), original);
 }
@@ -311,7 +314,8 @@ TEST_F(EditTest, SectionPortSetFailures) {
     // 512 characters or more are refused, without a code of their own.
     std::vector<KOVA_SERVICE_CONF_PORT> many(90);
     for (size_t i = 0; i < many.size(); ++i)
-        many[i] = port(1, KOVA_PROTO_TCP, 60000 + static_cast<uint32_t>(i), 0, i + 1 < many.size() ? &many[i + 1] : nullptr);
+        many[i] =
+            port(1, KOVA_PROTO_TCP, 60000 + static_cast<uint32_t>(i), 0, i + 1 < many.size() ? &many[i + 1] : nullptr);
     poison_error();
     EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "app.sc", "app", many.data()), -1);
     EXPECT_EQ(read("/usr/local/etc/services.d/app.sc"), original);

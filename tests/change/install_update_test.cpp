@@ -55,7 +55,9 @@ TEST_F(InstallTest, ConflictInstallsAndHandsBackThePorts) {
     EXPECT_EQ(conflicts->endPort, 61005u);
     EXPECT_EQ(conflicts->next, nullptr);
     KOVAServiceConfPortsFree(conflicts);
-    EXPECT_EQ(our_log("utils.cpp"), Lines{"utils.cpp:N " + src() + " conf file port conflict with existed conf file setting"}) << ::testing::PrintToString(log());
+    EXPECT_EQ(our_log("utils.cpp"),
+              Lines{"utils.cpp:N " + src() + " conf file port conflict with existed conf file setting"})
+        << ::testing::PrintToString(log());
 
     // Without a conflict list the verdict is the same.
     EXPECT_EQ(ServiceConfInstall("third.sc", src().c_str(), 1, nullptr), 1);
@@ -122,8 +124,8 @@ TEST_F(InstallTest, MkdirAndCopyFailures) {
     const std::string dir_source = path("/pkg/dir.sc");
     EXPECT_EQ(KOVAServiceConfInstall(dir_source.c_str(), 1), -1);
     EXPECT_EQ(KVLIBCErrGet(), 0x3B00u);
-    EXPECT_EQ(our_log("utils.cpp"), Lines{"utils.cpp:N install configure file fail! from=" + dir_source + " to=" +
-                                          path("/usr/kova/etc/services.d/dir.sc") + "[0x3B00 utils.cpp:N]"});
+    EXPECT_EQ(our_log("utils.cpp"), Lines{"utils.cpp:N install configure file fail! from=" + dir_source +
+                                          " to=" + path("/usr/kova/etc/services.d/dir.sc") + "[0x3B00 utils.cpp:N]"});
 }
 
 class UpdateTest : public InstallTest {
@@ -145,11 +147,11 @@ TEST_F(UpdateTest, UpdateReplacesTheFileAndNotifies) {
     const auto events = plugin_events();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].name, "port_config/update");
-    EXPECT_EQ(events[0].args, (std::map<std::string, std::string>{
-                                  {"OLD_PORT_CONFIG_CONTENT", sc_section("svc", "61000/tcp")},
-                                  {"NEW_PORT_CONFIG_CONTENT", sc_section("svc", "61001/tcp")},
-                                  {"NOTIFY_PF", "1"},
-                                  {"NOTIFY_FW", "1"}}));
+    EXPECT_EQ(events[0].args,
+              (std::map<std::string, std::string>{{"OLD_PORT_CONFIG_CONTENT", sc_section("svc", "61000/tcp")},
+                                                  {"NEW_PORT_CONFIG_CONTENT", sc_section("svc", "61001/tcp")},
+                                                  {"NOTIFY_PF", "1"},
+                                                  {"NOTIFY_FW", "1"}}));
     EXPECT_TRUE(leftovers().empty());
     EXPECT_TRUE(log().empty()) << ::testing::PrintToString(log());
 }
@@ -161,8 +163,9 @@ TEST_F(UpdateTest, UpdateWithConflictReportsIt) {
     ASSERT_NE(conflicts, nullptr);
     EXPECT_EQ(conflicts->beginPort, 61005u);
     KOVAServiceConfPortsFree(conflicts);
-    EXPECT_EQ(our_log("service_conf_update.cpp"),
-              Lines{"service_conf_update.cpp:N " + src() + " conf file port conflict with existed conf file setting=svc.sc"});
+    EXPECT_EQ(
+        our_log("service_conf_update.cpp"),
+        Lines{"service_conf_update.cpp:N " + src() + " conf file port conflict with existed conf file setting=svc.sc"});
     EXPECT_EQ(plugin_events().size(), 1u);
     EXPECT_TRUE(leftovers().empty());
 }

@@ -30,8 +30,9 @@ TEST_F(NotifyTest, FirewallToolWrappers) {
     install_firewall_tool(3);
     EXPECT_EQ(KOVAFwRuleHupWrap(), -1);
     EXPECT_EQ(KVLIBFwServRemoveRecWrap("svc"), -1);
-    EXPECT_EQ(log_normalized(), (Lines{"utils.cpp:N Failed to execute [" + fw_tool() + " --reload], ret:-1",
-                                       "utils.cpp:N Failed to execute [" + fw_tool() + " --remove-serv-rec svc], ret:-1"}));
+    EXPECT_EQ(log_normalized(),
+              (Lines{"utils.cpp:N Failed to execute [" + fw_tool() + " --reload], ret:-1",
+                     "utils.cpp:N Failed to execute [" + fw_tool() + " --remove-serv-rec svc], ret:-1"}));
 
     poison_error();
     EXPECT_EQ(KVLIBFwServRemoveRecWrap(nullptr), -1);
@@ -89,11 +90,11 @@ TEST_F(NotifyTest, UpdateNoticeCarriesBothContents) {
     const auto events = plugin_events();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].name, "port_config/update");
-    EXPECT_EQ(events[0].args, (std::map<std::string, std::string>{
-                                  {"OLD_PORT_CONFIG_CONTENT", "[svc]\ndst.ports=\"80/tcp\"\n"},
-                                  {"NEW_PORT_CONFIG_CONTENT", "[svc]\ndst.ports=\"8080/tcp\"\n"},
-                                  {"NOTIFY_PF", "1"},
-                                  {"NOTIFY_FW", "1"}}));
+    EXPECT_EQ(events[0].args,
+              (std::map<std::string, std::string>{{"OLD_PORT_CONFIG_CONTENT", "[svc]\ndst.ports=\"80/tcp\"\n"},
+                                                  {"NEW_PORT_CONFIG_CONTENT", "[svc]\ndst.ports=\"8080/tcp\"\n"},
+                                                  {"NOTIFY_PF", "1"},
+                                                  {"NOTIFY_FW", "1"}}));
     EXPECT_TRUE(log().empty()) << ::testing::PrintToString(log());
 }
 
@@ -129,28 +130,32 @@ TEST_F(NotifyTest, UpdateNoticeWithMissingPathsSendsEmptyContents) {
     EXPECT_EQ(KVLIBServiceConfUpdateServNotify(&no_old), 0);
     EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
     EXPECT_STREQ(KVLIBCErrorGetFile(), "service_conf_serv_restart.cpp");
-    EXPECT_EQ(log_normalized(), (Lines{"service_conf_serv_restart.cpp:N FAILED to notify portforward, old sc file is NULL",
-                                       "service_conf_serv_restart.cpp:N FAILED to set common arg for update"}));
+    EXPECT_EQ(log_normalized(),
+              (Lines{"service_conf_serv_restart.cpp:N FAILED to notify portforward, old sc file is NULL",
+                     "service_conf_serv_restart.cpp:N FAILED to set common arg for update"}));
 
     clear_log();
     const KVLIB_SERVICE_CONF_UPDATE_NOTICE no_new{new_path.c_str(), nullptr, 0, 1};
     EXPECT_EQ(KVLIBServiceConfUpdateServNotify(&no_new), 0);
-    EXPECT_EQ(log_normalized(), (Lines{"service_conf_serv_restart.cpp:N FAILED to notify portforward, new sc file is NULL",
-                                       "service_conf_serv_restart.cpp:N FAILED to set common arg for update"}));
+    EXPECT_EQ(log_normalized(),
+              (Lines{"service_conf_serv_restart.cpp:N FAILED to notify portforward, new sc file is NULL",
+                     "service_conf_serv_restart.cpp:N FAILED to set common arg for update"}));
 
     clear_log();
     const std::string missing = path("/tmp/missing.sc");
     const KVLIB_SERVICE_CONF_UPDATE_NOTICE unreadable{new_path.c_str(), missing.c_str(), 0, 1};
     EXPECT_EQ(KVLIBServiceConfUpdateServNotify(&unreadable), 0);
-    EXPECT_EQ(log_normalized(),
-              (Lines{"service_conf_serv_restart.cpp:N FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=" + missing,
-                     "service_conf_serv_restart.cpp:N FAILED to set common arg for update"}));
+    EXPECT_EQ(
+        log_normalized(),
+        (Lines{"service_conf_serv_restart.cpp:N FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=" + missing,
+               "service_conf_serv_restart.cpp:N FAILED to set common arg for update"}));
 
     const auto events = plugin_events();
     ASSERT_EQ(events.size(), 3u);
     for (const auto &event : events) {
-        EXPECT_EQ(event.args, (std::map<std::string, std::string>{
-                                  {"OLD_PORT_CONFIG_CONTENT", ""}, {"NEW_PORT_CONFIG_CONTENT", ""}, {"NOTIFY_PF", "1"}}));
+        EXPECT_EQ(event.args,
+                  (std::map<std::string, std::string>{
+                      {"OLD_PORT_CONFIG_CONTENT", ""}, {"NEW_PORT_CONFIG_CONTENT", ""}, {"NOTIFY_PF", "1"}}));
     }
     EXPECT_EQ(KVLIBServiceConfUpdateServNotify(nullptr), -1);
 }
@@ -174,10 +179,9 @@ TEST_F(NotifyTest, RemoveNoticeAlwaysCarriesTheContent) {
     const auto events = plugin_events();
     ASSERT_EQ(events.size(), 3u);
     for (const auto &event : events) EXPECT_EQ(event.name, "port_config/remove");
-    EXPECT_EQ(events[0].args, (std::map<std::string, std::string>{
-                                  {"PORT_CONFIG_CONTENT", "[svc]\ndst.ports=\"80/tcp\"\n"},
-                                  {"NOTIFY_PF", "1"},
-                                  {"NOTIFY_FW", "1"}}));
+    EXPECT_EQ(events[0].args,
+              (std::map<std::string, std::string>{
+                  {"PORT_CONFIG_CONTENT", "[svc]\ndst.ports=\"80/tcp\"\n"}, {"NOTIFY_PF", "1"}, {"NOTIFY_FW", "1"}}));
     EXPECT_EQ(events[1].args, (std::map<std::string, std::string>{{"PORT_CONFIG_CONTENT", ""}}));
     EXPECT_EQ(events[2].args, (std::map<std::string, std::string>{{"PORT_CONFIG_CONTENT", ""}, {"NOTIFY_PF", "1"}}));
 

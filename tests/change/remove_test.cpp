@@ -64,8 +64,9 @@ TEST_F(RemoveTest, ScopeDecidesTheNotice) {
     }
     EXPECT_TRUE(leftovers().empty());
     // Without a copy in the notice its content cannot be set.
-    EXPECT_TRUE(logged("service_conf_serv_restart.cpp:N FAILED to set arg for PORT_CONFIG_CONTENT for removed service "
-                       "config notify"));
+    EXPECT_TRUE(
+        logged("service_conf_serv_restart.cpp:N FAILED to set arg for PORT_CONFIG_CONTENT for removed service "
+               "config notify"));
 }
 
 TEST_F(RemoveTest, RequestTest) {
@@ -73,11 +74,11 @@ TEST_F(RemoveTest, RequestTest) {
     EXPECT_EQ(KOVAServiceConfRemove(nullptr), -1);
     EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
     const KVLIB_SERVICE_CONF_REQUEST bad[] = {
-        request(0, 1, 3, 0x07, "svc.sc", "", 2),  request(3, 1, 3, 0x07, "svc.sc", "", 2),
+        request(0, 1, 3, 0x07, "svc.sc", "", 2),    request(3, 1, 3, 0x07, "svc.sc", "", 2),
         request(2, 0x10, 3, 0x07, "svc.sc", "", 2), request(2, 0, 3, 0x07, "svc.sc", "", 2),
-        request(1, 1, 1, 0x07, "svc.sc", "", 2),  request(1, 1, 3, 0x03, "svc.sc", "", 2),
-        request(1, 1, 3, 0x10, "svc.sc", "", 2),  request(1, 1, 3, 0x07, "svc.sc", "", 3),
-        request(1, 1, 3, 0x07, "svc.sc", "", 0),  request(1, 1, 3, 0x07, "", "", 2),
+        request(1, 1, 1, 0x07, "svc.sc", "", 2),    request(1, 1, 3, 0x03, "svc.sc", "", 2),
+        request(1, 1, 3, 0x10, "svc.sc", "", 2),    request(1, 1, 3, 0x07, "svc.sc", "", 3),
+        request(1, 1, 3, 0x07, "svc.sc", "", 0),    request(1, 1, 3, 0x07, "", "", 2),
     };
     for (const auto &req : bad) {
         poison_error();

@@ -171,20 +171,14 @@ TEST_F(ConfGetTest, DisplayStringKeys) {
               0);
     const KOVA_SERVICE_CONF_SECTION *plain = confs_->sections;
     const KOVA_SERVICE_CONF_SECTION *s = plain->next;
-    EXPECT_STREQ(s->title.prefix, "");
-    EXPECT_STREQ(s->title.section, "common");
-    EXPECT_STREQ(s->title.key, "ok");
-    EXPECT_STREQ(s->title.text, "T");
-    EXPECT_STREQ(s->desc.prefix, "pkg");
-    EXPECT_STREQ(s->desc.section, "common");
-    EXPECT_STREQ(s->desc.key, "a:b");
-    EXPECT_STREQ(s->desc.text, "D");
-    EXPECT_STREQ(s->desc.extraText, "X");
-    EXPECT_STREQ(s->title.extraText, "");
+    EXPECT_EQ(std::string(s->title.prefix) + "|" + s->title.section + "|" + s->title.key + "|" + s->title.text + "|" +
+                  s->title.extraText,
+              "|common|ok|T|");
+    EXPECT_EQ(std::string(s->desc.prefix) + "|" + s->desc.section + "|" + s->desc.key + "|" + s->desc.text + "|" +
+                  s->desc.extraText,
+              "pkg|common|a:b|D|X");
     // A key without ":" leaves no trace: its text is replaced by the title.
-    EXPECT_STREQ(plain->title.text, "T2");
-    EXPECT_STREQ(plain->title.section, "");
-    EXPECT_STREQ(plain->title.key, "");
+    EXPECT_EQ(std::string(plain->title.section) + "|" + plain->title.key + "|" + plain->title.text, "||T2");
 }
 
 TEST_F(ConfGetTest, ServiceStringSplitter) {

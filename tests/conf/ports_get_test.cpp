@@ -147,21 +147,4 @@ TEST_F(PortsGetTest, CallersTextIsLeftAlone) {
     EXPECT_EQ(copy, text);
 }
 
-TEST_F(PortsGetTest, HugeListsParseInLinearTime) {
-    std::string text;
-    for (int i = 0; i < 200000; ++i) text += std::to_string(i % 65536) + ",";
-    text += "1/tcp";
-    KOVA_SERVICE_CONF_PORT *list = nullptr;
-    ASSERT_EQ(KOVAServiceConfPortsGet(text.c_str(), 0, &list), 0);
-    int n = 0;
-    for (auto *p = list; p != nullptr; p = p->next) ++n;
-    EXPECT_EQ(n, 200001);
-    EXPECT_EQ(list->beginPort, 1u);
-    KOVAServiceConfPortsFree(list);
-    // A megabyte of one bad item fails with its line, nothing kept.
-    std::string junk(1 << 20, '7');
-    EXPECT_EQ(parse(junk.c_str()), Strings{"fail"});
-    EXPECT_EQ(log_normalized(), Strings{illegal(junk)});
-}
-
 }  // namespace

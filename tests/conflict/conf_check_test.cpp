@@ -101,6 +101,25 @@ TEST_F(ConfCheckTest, MissingKeysAndFileConvertWhatTheBufferHolds) {
     EXPECT_EQ(lines[4].rfind(missing, 0), 0u) << lines[4];
 }
 
+TEST_F(ConfCheckTest, CatalogueRangesAreWalkedAndBadPortTextsSkipped) {
+    // The FTP ports are taken from the settings as they are: a reversed passive range and a
+    // control port that is no number are logged and left out.
+    write("/etc/kovainfo.conf", "syslogport=514\nsmsport=465\nftpport=zz\nftplowport=60000\nftphighport=55000\n");
+    kova::DListPtr bad(PkgConfListFetch());
+    ASSERT_NE(bad, nullptr);
+    for (const std::string &e : entries(bad.get())) EXPECT_EQ(e.find(" ftp "), std::string::npos) << e;
+    EXPECT_TRUE(logged("port_conflict_conf_helper.cpp:N Failed to fetch port from service: ftp"));
+    EXPECT_TRUE(logged("port_conflict_conf_helper.cpp:N Illegal port range: 60000~55000"));
+
+    write("/etc/kovainfo.conf", "ftpport=2121\nftplowport=65533\nftphighport=65535\n");
+    kova::DListPtr good(PkgConfListFetch());
+    ASSERT_NE(good, nullptr);
+    std::vector<std::string> ftp;
+    for (const std::string &e : entries(good.get()))
+        if (e.find(" ftp ") != std::string::npos) ftp.push_back(e);
+    EXPECT_EQ(ftp, (std::vector<std::string>{"2121/1 ftp 1", "65533/1 ftp 1", "65534/1 ftp 1", "65535/1 ftp 1"}));
+}
+
 TEST_F(ConfCheckTest, FixedWebdavPortAndNfsExamples) {
     EXPECT_EQ(check({"5005"}, 1), (std::vector<std::string>{"5005/1 kova-webdav 1"}));
     EXPECT_EQ(check({"5005"}, 2), (std::vector<std::string>{"5005/2 (null) 0"}));

@@ -2,6 +2,7 @@
 // descriptor links, executables, and the orders and duplicates of the result.
 #include <kovaserviceconf.h>
 
+#include <cstdio>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -114,6 +115,17 @@ TEST_F(RuntimeInventoryTest, MissingTcp6FailsTheTcpSideAndTheWholeInventory) {
                                         "port_conflict_runtime_helper.cpp:N Failed to RawSocketInfoListFetch"}));
 }
 
+TEST_F(RuntimeInventoryTest, UnreadableTableFailsWithTheOpenLine) {
+    tables(line4(0, 873, 0x0A, 4321), "", "", "");
+    std::remove(path("/proc/net/udp").c_str());
+    mkdir("/proc/net/udp");
+    EXPECT_EQ(RawSocketInfoListFetch(2), nullptr);
+    // The message ends with a line break of its own.
+    EXPECT_EQ(log_normalized(), (std::vector<std::string>{
+                                    "port_conflict_runtime_helper.cpp:N Failed to open File: " + path("/proc/net/udp"),
+                                    "", "port_conflict_runtime_helper.cpp:N Failed to ParseToRawSocketInfo"}));
+}
+
 TEST_F(RuntimeInventoryTest, PidWalkIsTextSortedAndStopsAtTheFirstNonNumber) {
     kova::SzListPtr none(FetchPidList());
     ASSERT_NE(none, nullptr);  // no proc directory at all: an empty list
@@ -179,7 +191,9 @@ TEST_F(RuntimeInventoryTest, InventoryFollowsSocketOrderThenHolderOrder) {
     mkdir("/proc/555");                          // exited
     process("600", "", {{1, "socket:[8888]"}});  // executable not a link: unreadable
     write("/proc/600/exe", "not a link");
+    poison_error();
     kova::DListPtr inventory(RuntimeServiceListFetch());
+    EXPECT_EQ(KVLIBCErrGet(), 0xEEEEu);  // the inventory reports through the log only
     ASSERT_NE(inventory, nullptr);
     EXPECT_EQ(records(inventory.get()), (std::vector<Rt>{{873, 1, 812, 10, "(null)", 1},
                                                          {873, 1, 77, 10, "/usr/sbin/rsyncd", 1},
@@ -268,6 +282,57 @@ TEST(SocketLineScan, ReadsPortStateAndInodeOfKernelLines) {
     EXPECT_FALSE(kova::conflict::scan_socket_line(nullptr, untouched));
     EXPECT_EQ(untouched.port, 1);
     EXPECT_EQ(untouched.inode, 3u);
+}
+
+// What the table format of the kernel's socket lines yields, read by scanf alone.
+bool scanf_reference(const std::string &line, RawSocketInfo &info) {
+    unsigned short port = 0;
+    unsigned int state = 0;
+    unsigned long inode = 0;
+    if (std::sscanf(line.c_str(), "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X %*X:%*X %*X %*d %*d %lu ",
+                    &port, &state, &inode) < 3)
+        return false;
+    info.port = port;
+    info.state = state;
+    info.inode = inode;
+    return true;
+}
+
+// Every line one edit away from a kernel line (a character replaced, inserted or removed, or
+// the line cut) is read exactly as the scanf format reads it.
+TEST(SocketLineScan, AgreesWithTheScanfFormatOnEditedLines) {
+    const std::vector<std::string> bases = {
+        line4(0, 0x0371, 0x0A, 4321), line6(12, 0xFFFF, 0x01, 18446744073709551615ul),
+        "  1: 0100007F:0035 00000000:0000 07 00000000:00000000 00:00000000 00000000  4294967294        0 98765 2 "
+        "0000000000000000 0",
+        "   7: 00000000000000000000000000000000:A1B2 00000000000000000000000000000000:0000 0A 00000000:00000000 "
+        "00:00000000 00000000  1000        0 1234567890123456789 1 0000000000000000 100 0 0 10 0"};
+    const std::string edits = " :xX-+09aFG\t\n";
+    int cases = 0;
+    auto agree = [&](const std::string &line) {
+        RawSocketInfo ours{7, 7, 7, 7};
+        RawSocketInfo ref{7, 7, 7, 7};
+        const bool ok = kova::conflict::scan_socket_line(line.c_str(), ours);
+        ASSERT_EQ(ok, scanf_reference(line, ref)) << "[" << line << "]";
+        if (ok) {
+            EXPECT_EQ(ours.port, ref.port) << "[" << line << "]";
+            EXPECT_EQ(ours.state, ref.state) << "[" << line << "]";
+            EXPECT_EQ(ours.inode, ref.inode) << "[" << line << "]";
+        }
+        ++cases;
+    };
+    for (const std::string &base : bases) {
+        agree(base);
+        for (size_t i = 0; i < base.size(); ++i) {
+            agree(base.substr(0, i));
+            agree(base.substr(0, i) + base.substr(i + 1));
+            for (char c : edits) {
+                agree(base.substr(0, i) + c + base.substr(i + 1));
+                agree(base.substr(0, i) + c + base.substr(i));
+            }
+        }
+    }
+    EXPECT_GT(cases, 10000);
 }
 
 TEST(SocketLinkScan, AcceptsOnlySocketLinks) {

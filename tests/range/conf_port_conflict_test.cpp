@@ -88,7 +88,17 @@ TEST_F(ConfPortConflictTest, UnreadableOrEmptyFiles) {
     EXPECT_EQ(KVLIBIsConfPortConflict(nullptr, &list), 0);
     EXPECT_EQ(check_file("# nothing\n"), 0);
     EXPECT_EQ(check_file("[global]\nversion=1\n"), 0);
+    // Without a conflict list every section's check fails, is logged and passed over.
+    EXPECT_EQ(KVLIBIsConfPortConflict(path("/pkg/new.sc").c_str(), nullptr), 0);
     EXPECT_TRUE(mine().empty());
+    EXPECT_EQ(check_file("[a]\ndst.ports=445/tcp\n"), 1);
+    clear_log();
+    EXPECT_EQ(KVLIBIsConfPortConflict(path("/pkg/new.sc").c_str(), nullptr), 0);
+    EXPECT_EQ(mine(), (std::vector<std::string>{
+                          "service_is_port_conflict.cpp:N Invalid Argument!!",
+                          "service_is_port_conflict.cpp:N KVLIBIsPortConflict FAILED=-1, port=445, protocol=tcp "
+                          "kovaerr=[0x0D00 service_is_port_conflict.cpp:N]",
+                      }));
 }
 
 TEST_F(ConfPortConflictTest, TheConflictListGathersEverySectionChecked) {

@@ -74,8 +74,8 @@ TEST_F(PortConflictTest, CatalogueRangesAndEveryCollision) {
     std::string protocol = "tcp,udp";
     EXPECT_EQ(check("", "8000:8010", protocol.c_str(), kServices), 1);
     EXPECT_EQ(protocol, "tcp,udp");
-    // The catalogue lists "beta" before "alpha": the newest entry comes first.
-    EXPECT_EQ(entries(), (std::vector<Entry>{{1, kBoth, 8005, 8010}, {0, kBoth, 8010, 0}}));
+    // The catalogue lists "alpha" before "beta"; the newest entry comes first.
+    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 8010, 0}, {1, kBoth, 8005, 8010}}));
     KOVAServiceConfPortsFree(list);
     list = nullptr;
 

@@ -151,6 +151,17 @@ TEST_F(PortRangeTest, RemoveSplitsAndTrims) {
     ASSERT_EQ(KVLIBPortRangeRemove(d.get(), &single), 0);
     EXPECT_EQ(ranges_of(d.get()), (Ranges{{1, 2}, {36, 40}, {50, 54}, {56, 60}}));
     EXPECT_TRUE(WellFormed(d.get()));
+
+    // The end port is read as given, whatever the type; entries written backwards: a parser's
+    // single entry [p, 0] is its port, a range the ports between its ends.
+    Set f = make_set({{10, 30}});
+    KOVA_SERVICE_CONF_PORT typed = entry(12, 13, 0), parsed = entry(20, 0, 0), back = entry(27, 25, 1);
+    ASSERT_EQ(KVLIBPortRangeRemove(f.get(), &typed), 0);
+    ASSERT_EQ(KVLIBPortRangeRemove(f.get(), &parsed), 0);
+    ASSERT_EQ(KVLIBPortRangeRemove(f.get(), &back), 0);
+    EXPECT_EQ(ranges_of(f.get()), (Ranges{{10, 11}, {14, 19}, {21, 24}, {28, 30}}));
+    EXPECT_EQ(parsed.endPort, 0u);
+    EXPECT_TRUE(WellFormed(f.get()));
     EXPECT_TRUE(log().empty());
 }
 

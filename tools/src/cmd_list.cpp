@@ -54,6 +54,8 @@ int run_list(const Args &args) {
     }
 
     Table t({"NAME", "ORIGIN", "SUP", "FWD", "DESTINATION", "SOURCE"});
+    t.flexible(4);
+    t.flexible(5);
     bool any_shadowed = false;
     for (const auto *e : by_name(cat)) {
         const KOVA_FW_SERVICE &s = *e->service;

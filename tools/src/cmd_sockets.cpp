@@ -48,6 +48,7 @@ int run_sockets(const Args &args) {
                std::make_tuple(b->port, b->protocol, b->pid, program_of(*b));
     });
     Table t({"PORT", "PROTO", "PID", "STATE", "PROGRAM"});
+    t.flexible(4);
     t.align(0, Table::Align::Right);
     t.align(2, Table::Align::Right);
     for (size_t i = 0; i < rows.size();) {

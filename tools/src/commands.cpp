@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "table.h"
+
 namespace kovasvc {
 
 namespace {
@@ -262,7 +264,11 @@ std::string tool_help() {
 }
 
 std::string command_help(const Command &command) {
-    return std::string("Usage: kova-svc ") + command.usage + " [--json] [--root DIR]\n\n" + command.help;
+    const std::string lead = "Usage: kova-svc ";
+    std::string text;
+    for (const auto &line : wrap(std::string(command.usage) + " [--json] [--root DIR]", 80 - lead.size(), false))
+        text += (text.empty() ? lead : std::string(lead.size(), ' ')) + line + "\n";
+    return text + "\n" + command.help;
 }
 
 }  // namespace kovasvc

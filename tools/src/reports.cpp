@@ -29,6 +29,7 @@ void print_configured(std::ostream &out, const KVLIB_DLIST *list, const std::set
     }
     out << '\n';
     Table t({"PORT", "PROTO", "SERVICE"});
+    t.flexible(2);
     t.align(0, Table::Align::Right);
     for (const auto *r : rows) {
         std::string name = r->serviceName != nullptr ? r->serviceName : "-";
@@ -52,6 +53,7 @@ void print_runtime(std::ostream &out, const KVLIB_DLIST *list) {
     }
     out << '\n';
     Table t({"PORT", "PROTO", "PID", "STATE", "PROGRAM"});
+    t.flexible(4);
     t.align(0, Table::Align::Right);
     t.align(2, Table::Align::Right);
     for (const auto *r : rows)

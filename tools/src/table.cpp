@@ -27,7 +27,7 @@ size_t display_width(const std::string &text) {
     return n;
 }
 
-std::vector<std::string> wrap(const std::string &text, size_t width) {
+std::vector<std::string> wrap(const std::string &text, size_t width, bool hard) {
     std::vector<std::string> lines;
     if (width == 0) width = 1;
     std::string rest = text;
@@ -46,6 +46,14 @@ std::vector<std::string> wrap(const std::string &text, size_t width) {
                 break;
             }
         }
+        if (cut == std::string::npos && !hard) {
+            // No break within the width: the first word goes whole on its own line.
+            size_t comma = rest.find(',', limit), space = rest.find(' ', limit);
+            if (comma != std::string::npos) comma += 1;
+            cut = std::min(comma, space);
+            if (cut == std::string::npos || cut >= rest.size()) break;
+            drop_space = cut == space;
+        }
         if (cut == std::string::npos || cut == 0) cut = limit;
         lines.push_back(rest.substr(0, cut));
         rest = rest.substr(cut + (drop_space ? 1 : 0));
@@ -57,14 +65,19 @@ std::vector<std::string> wrap(const std::string &text, size_t width) {
 void print_labelled(std::ostream &out, const std::string &label, const std::string &text, size_t column,
                     size_t width) {
     column = std::max(column, display_width(label) + 1);
-    auto lines = wrap(text, width > column ? width - column : 1);
+    auto lines = wrap(text, width > column ? width - column : 1, false);
     for (size_t i = 0; i < lines.size(); ++i) {
         std::string head = i == 0 ? label : std::string();
         out << head << std::string(column - display_width(head), ' ') << lines[i] << '\n';
     }
 }
 
-Table::Table(std::vector<std::string> headers) : headers_(std::move(headers)), align_(headers_.size(), Align::Left) {}
+Table::Table(std::vector<std::string> headers)
+    : headers_(std::move(headers)), align_(headers_.size(), Align::Left), flexible_(headers_.size(), false) {}
+
+void Table::flexible(size_t column) {
+    if (column < flexible_.size()) flexible_[column] = true;
+}
 
 void Table::align(size_t column, Align how) {
     if (column < align_.size()) align_[column] = how;
@@ -89,13 +102,17 @@ std::vector<size_t> Table::widths(size_t width) const {
         for (size_t x : w) t += x;
         return t;
     };
-    // Narrow the widest column that can still give way until the line fits.
-    while (total() > width) {
-        size_t widest = n;
-        for (size_t c = 0; c < n; ++c)
-            if (w[c] > least[c] && (widest == n || w[c] > w[widest])) widest = c;
-        if (widest == n) break;
-        --w[widest];
+    // Narrow the widest column that can still give way until the line fits: flexible columns
+    // first, the others only when those are down to their least width.
+    for (bool only_flexible : {true, false}) {
+        while (total() > width) {
+            size_t widest = n;
+            for (size_t c = 0; c < n; ++c)
+                if ((flexible_[c] || !only_flexible) && w[c] > least[c] && (widest == n || w[c] > w[widest]))
+                    widest = c;
+            if (widest == n) break;
+            --w[widest];
+        }
     }
     return w;
 }
@@ -107,7 +124,7 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
         std::vector<std::vector<std::string>> cells(n);
         size_t height = 1;
         for (size_t c = 0; c < n; ++c) {
-            cells[c] = wrap(row[c], w[c]);
+            cells[c] = wrap(row[c], w[c], c + 1 < n);
             height = std::max(height, cells[c].size());
         }
         for (size_t line = 0; line < height; ++line) {

@@ -15,11 +15,14 @@ public:
     explicit Table(std::vector<std::string> headers);
 
     void align(size_t column, Align how);
+    // A column that gives way first when the line is too long (lists that wrap well).
+    void flexible(size_t column);
     void add(std::vector<std::string> row);
     bool empty() const { return rows_.empty(); }
 
     // Prints the header and the rows, each line starting with `indent` spaces and no longer
-    // than `width` characters (as far as the columns' headers allow).
+    // than `width` characters (as far as the headers allow; a word of the last column that is
+    // longer than the room left, such as a long path, runs past it).
     void print(std::ostream &out, size_t width = 80, size_t indent = 0) const;
 
 private:
@@ -27,15 +30,16 @@ private:
 
     std::vector<std::string> headers_;
     std::vector<Align> align_;
+    std::vector<bool> flexible_;
     std::vector<std::vector<std::string>> rows_;
 };
 
 // Number of characters of a UTF-8 text (continuation bytes do not count).
 size_t display_width(const std::string &text);
 
-// `text` cut into lines of at most `width` characters, preferring breaks after commas and at
-// spaces.
-std::vector<std::string> wrap(const std::string &text, size_t width);
+// `text` cut into lines of at most `width` characters, breaking after commas and at spaces; a
+// word longer than the width is cut when `hard`, else left whole on a line of its own.
+std::vector<std::string> wrap(const std::string &text, size_t width, bool hard = true);
 
 // "Label: text" with the text wrapped under itself; `column` is where the text starts (at
 // least the label's width plus one space).

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# The bash completion loads and completes commands, options and service names.
+set -eu
+source "$1"
+export PATH="$2:$PATH"
+root=$(mktemp -d "$3/completion.XXXXXX")
+trap 'rm -rf "$root"' EXIT
+mkdir -p "$root/usr/local/etc/services.d"
+printf '[svc-a]\ntitle=A\ndesc=A\ndst.ports=41001/tcp\n\n[svc-b]\ntitle=B\ndesc=B\ndst.ports=41002/tcp\n' \
+    >"$root/usr/local/etc/services.d/pkg.sc"
+
+complete_words() {
+    COMP_WORDS=("$@")
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    COMPREPLY=()
+    _kova_svc
+    echo "${COMPREPLY[*]}"
+}
+expect() {
+    local want=$1
+    shift
+    local got
+    got=$(complete_words "$@")
+    if [[ $got != "$want" ]]; then
+        echo "completing [$*]: expected [$want], got [$got]"
+        exit 1
+    fi
+}
+expect "remove remove-section" kova-svc re
+expect "--json --root --help --near --count --proto" kova-svc free --root "$root" --
+expect "--listening" kova-svc sockets --l
+expect "tcp udp" kova-svc free --proto ""
+expect "services,reserved" kova-svc check 80 --sources services,re
+expect "pkg.sc" kova-svc --root "$root" remove ""
+expect "svc-a svc-b" kova-svc --root "$root" set-ports pkg.sc ""
+expect "svc-a svc-b" kova-svc --root "$root" show svc-
+echo "completion ok"

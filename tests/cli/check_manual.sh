@@ -1,0 +1,21 @@
+#!/bin/sh
+# The manual page renders without a warning and documents every command of the tool.
+set -eu
+groff=$1
+page=$2
+warnings=$("$groff" -t -man -Tutf8 -ww -z "$page" 2>&1)
+if [ -n "$warnings" ]; then
+    echo "$warnings"
+    exit 1
+fi
+text=$("$groff" -t -man -Tutf8 "$page" 2>/dev/null | sed 's/.\x08//g')
+for cmd in list show check who sockets free validate install update remove remove-section set-ports; do
+    if ! printf '%s\n' "$text" | grep -q "^       $cmd\b"; then
+        echo "manual page lacks the command $cmd"
+        exit 1
+    fi
+done
+for word in "EXIT STATUS" "JSON OUTPUT" "--root" "--json"; do
+    printf '%s\n' "$text" | grep -q -- "$word" || { echo "manual page lacks $word"; exit 1; }
+done
+echo "manual page ok"
