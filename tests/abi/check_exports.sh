@@ -3,8 +3,8 @@
 set -eu
 lib=$1
 list=$2
-actual=$(mktemp)
-expected=$(mktemp)
+actual="$list.actual"
+expected="$list.expected"
 trap 'rm -f "$actual" "$expected"' EXIT
 nm -D --defined-only "$lib" | awk '$2 ~ /^[TDRBVWuiG]$/ {print $3}' | sed 's/@.*//' | sort -u >"$actual"
 sort -u "$list" >"$expected"

@@ -12,7 +12,9 @@ pcdir=$(dirname "$(find "$prefix" -name kovaserviceconf.pc | head -n 1)")
 export PKG_CONFIG_PATH="$pcdir"
 cflags=$(pkg-config --cflags kovaserviceconf)
 libs=$(pkg-config --libs kovaserviceconf)
-work=$(mktemp -d)
+work="$prefix.work"
+rm -rf "$work"
+mkdir -p "$work"
 trap 'rm -rf "$work"' EXIT
 # The header alone compiles cleanly as pedantic C99 and as C++.
 printf '#include <kovaserviceconf.h>\nint main(void) { return 0; }\n' >"$work/h.c"
@@ -23,3 +25,18 @@ cc -std=c99 -Wall -Wextra -pedantic -Werror $extra "$src/client.c" -o "$work/cli
 mkdir -p "$work/root"
 KOVA_ROOT="$work/root" KOVA_LOG_FILE="$work/log" "$work/client" "$work/log"
 echo "installed client ok"
+
+# The CMake package: find_package(KovaServiceConf) and the imported target.
+mkdir -p "$work/cmake"
+cat >"$work/cmake/CMakeLists.txt" <<'CMK'
+cmake_minimum_required(VERSION 3.20)
+project(client C)
+find_package(KovaServiceConf REQUIRED)
+add_executable(client client.c)
+target_link_libraries(client PRIVATE KovaServiceConf::kovaserviceconf)
+CMK
+cp "$src/client.c" "$work/cmake/client.c"
+cmake -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="$extra" >/dev/null
+cmake --build "$work/cmake/build" >/dev/null
+KOVA_ROOT="$work/root" "$work/cmake/build/client"
+echo "find_package client ok"

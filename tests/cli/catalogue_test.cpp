@@ -70,8 +70,8 @@ TEST_F(CatalogueTest, JsonKeepsTheLibraryOrderAndDocumentedFields) {
     for (size_t i = 0; i < services.size(); ++i) names.push_back(services[i]["name"].str());
     EXPECT_EQ(names, library_names());
 
-    const std::vector<std::string> fields = {"name",   "origin", "file",  "support_key", "supported", "port_forward",
-                                             "shadowed", "title", "desc", "dst",         "src"};
+    const std::vector<std::string> fields = {"name",     "origin", "file", "support_key", "supported", "port_forward",
+                                             "shadowed", "title",  "desc", "dst",         "src"};
     for (size_t i = 0; i < services.size(); ++i) EXPECT_EQ(services[i].keys(), fields);
 
     const JsonValue *web = find(services, "cli-web");
@@ -112,15 +112,16 @@ TEST_F(CatalogueTest, TableIsSortedByNameAndFitsEightyColumns) {
     std::vector<std::string> names;
     for (size_t i = 1; i < lines.size(); ++i) {
         EXPECT_LE(lines[i].size(), 80u) << lines[i];
-        if (!lines[i].empty() && lines[i][0] != ' ' && lines[i][0] != '*') names.push_back(lines[i].substr(0, lines[i].find(' ')));
+        if (!lines[i].empty() && lines[i][0] != ' ' && lines[i][0] != '*')
+            names.push_back(lines[i].substr(0, lines[i].find(' ')));
     }
     auto lower = [](std::string s) {
         for (auto &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         return s;
     };
-    EXPECT_TRUE(std::is_sorted(names.begin(), names.end(),
-                               [&](const std::string &a, const std::string &b) { return lower(a) < lower(b); }))
-        << r.out;
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end(), [&](const std::string &a, const std::string &b) {
+        return lower(a) < lower(b);
+    })) << r.out;
     auto row = [&](const std::string &name) {
         for (const auto &l : lines)
             if (l.rfind(name + " ", 0) == 0) return l;
@@ -140,6 +141,20 @@ TEST_F(CatalogueTest, TableIsSortedByNameAndFitsEightyColumns) {
     EXPECT_NE(std::find(listed.begin(), listed.end(), "cli-web"), listed.end());
     EXPECT_TRUE(std::is_sorted(listed.begin(), listed.end(),
                                [&](const std::string &a, const std::string &b) { return lower(a) < lower(b); }));
+}
+
+TEST_F(CatalogueTest, LongNamesAndPortListsWrapWithinEightyColumns) {
+    std::string name(63, 'n');
+    std::string ports;
+    for (int p = 42100; p < 42140; p += 2) ports += (ports.empty() ? "" : ",") + std::to_string(p);
+    write("/usr/local/etc/services.d/long.sc",
+          "[" + name + "]\ntitle=\"Long\"\ndesc=\"Long\"\ndst.ports=\"" + ports + "/tcp\"\n");
+    ToolRun r = svc({"list"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const auto &line : r.lines()) EXPECT_LE(line.size(), 80u) << line;
+    EXPECT_NE(r.out.find("42138/tcp"), std::string::npos);
+    // The name is cut into pieces that keep their column.
+    EXPECT_NE(r.out.find(name.substr(0, 20)), std::string::npos);
 }
 
 TEST_F(CatalogueTest, ShowGivesTheServiceTheFileAndTheStringKeys) {

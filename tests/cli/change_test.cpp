@@ -58,9 +58,9 @@ TEST_F(ChangeTest, InstallFailuresNameTheLibraryError) {
     ToolRun missing = svc({"install", work() + "/absent.sc"});
     EXPECT_EQ(missing.status, 3);
     EXPECT_TRUE(missing.out.empty());
-    EXPECT_EQ(missing.err.rfind("kova-svc: install: cannot install " + work() + "/absent.sc: file not found (0x0700 at ",
-                                0),
-              0u)
+    EXPECT_EQ(
+        missing.err.rfind("kova-svc: install: cannot install " + work() + "/absent.sc: file not found (0x0700 at ", 0),
+        0u)
         << missing.err;
     EXPECT_EQ(missing.err.find('\n'), missing.err.size() - 1);
 
@@ -81,6 +81,13 @@ TEST_F(ChangeTest, UpdateReplacesAnInstalledFile) {
     EXPECT_EQ(r.out, "updated " + package("cli-app.sc") + " from " + newer + "\n");
     EXPECT_NE(read("/usr/local/etc/services.d/cli-app.sc").find("43081"), std::string::npos);
 
+    // A missing source changes nothing (the library would notify with the old content).
+    ToolRun no_source = svc({"update", "cli-app.sc", work() + "/absent.sc"});
+    EXPECT_EQ(no_source.status, 3);
+    EXPECT_EQ(no_source.err, "kova-svc: update: cannot update " + package("cli-app.sc") + " from " + work() +
+                                 "/absent.sc: file not found\n");
+    EXPECT_NE(read("/usr/local/etc/services.d/cli-app.sc").find("43081"), std::string::npos);
+
     ToolRun absent = svc({"update", "not-installed.sc", newer});
     EXPECT_EQ(absent.status, 3);
     EXPECT_EQ(absent.err, "kova-svc: update: cannot update not-installed.sc: it is not installed (no " +
@@ -96,9 +103,8 @@ TEST_F(ChangeTest, RemoveDeletesTheFileAndFailsTheSecondTime) {
 
     ToolRun again = svc({"remove", "cli-app.sc"});
     EXPECT_EQ(again.status, 3);
-    EXPECT_EQ(again.err.rfind("kova-svc: remove: cannot remove " + package("cli-app.sc") + ": file not found (0x0700",
-                              0),
-              0u)
+    EXPECT_EQ(
+        again.err.rfind("kova-svc: remove: cannot remove " + package("cli-app.sc") + ": file not found (0x0700", 0), 0u)
         << again.err;
 }
 
@@ -170,10 +176,10 @@ TEST_F(ChangeTest, RemoveSectionRestoresTheFileWhenTheFirewallFails) {
     ToolRun r = svc({"remove-section", "cli-app.sc", "cli-app-admin"});
     EXPECT_EQ(r.status, 3);
     EXPECT_TRUE(r.out.empty());
-    EXPECT_EQ(r.err.rfind("kova-svc: remove-section: cannot remove section [cli-app-admin] from " +
-                              package("cli-app.sc") + ": ",
-                          0),
-              0u)
+    EXPECT_EQ(
+        r.err.rfind(
+            "kova-svc: remove-section: cannot remove section [cli-app-admin] from " + package("cli-app.sc") + ": ", 0),
+        0u)
         << r.err;
     EXPECT_EQ(read("/usr/local/etc/services.d/cli-app.sc"), kApp);
     // Editing the file only does not need the firewall.

@@ -56,9 +56,13 @@ std::vector<std::string> ToolRun::lines() const {
     return lines;
 }
 
-JsonValue ToolRun::json() const { return JsonValue::parse(out); }
+JsonValue ToolRun::json() const {
+    return JsonValue::parse(out);
+}
 
-std::string CliTest::tool() { return KOVA_SVC_PATH; }
+std::string CliTest::tool() {
+    return KOVA_SVC_PATH;
+}
 
 void CliTest::SetUp() {
     RootTest::SetUp();
@@ -66,8 +70,8 @@ void CliTest::SetUp() {
     fs::create_directories(work_);
     fs::path example = fs::path(KOVA_SOURCE_DIR) / "examples" / "root";
     if (fs::is_directory(example))
-        fs::copy(example, root(), fs::copy_options::recursive | fs::copy_options::copy_symlinks |
-                                      fs::copy_options::overwrite_existing);
+        fs::copy(example, root(),
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks | fs::copy_options::overwrite_existing);
     // Temporary copies of changes, and stand-ins for the firewall and router tools.
     mkdir("/tmp");
     mkdir("/usr/kova/etc/services.d");

@@ -92,8 +92,8 @@ private:
         if (i_ >= s_.size() || !std::isdigit(static_cast<unsigned char>(s_[i_]))) fail("bad value");
         if (s_[i_] == '0' && i_ + 1 < s_.size() && std::isdigit(static_cast<unsigned char>(s_[i_ + 1])))
             fail("leading zero");
-        while (i_ < s_.size() && (std::isdigit(static_cast<unsigned char>(s_[i_])) || s_[i_] == '.' ||
-                                  s_[i_] == 'e' || s_[i_] == 'E' || s_[i_] == '+' || s_[i_] == '-'))
+        while (i_ < s_.size() && (std::isdigit(static_cast<unsigned char>(s_[i_])) || s_[i_] == '.' || s_[i_] == 'e' ||
+                                  s_[i_] == 'E' || s_[i_] == '+' || s_[i_] == '-'))
             ++i_;
         return std::strtod(s_.substr(start, i_ - start).c_str(), nullptr);
     }
@@ -122,10 +122,14 @@ private:
         for (int k = 0; k < 4; ++k) {
             char c = s_[i_++];
             v <<= 4;
-            if (c >= '0' && c <= '9') v |= static_cast<unsigned int>(c - '0');
-            else if (c >= 'a' && c <= 'f') v |= static_cast<unsigned int>(c - 'a' + 10);
-            else if (c >= 'A' && c <= 'F') v |= static_cast<unsigned int>(c - 'A' + 10);
-            else fail("bad \\u escape");
+            if (c >= '0' && c <= '9')
+                v |= static_cast<unsigned int>(c - '0');
+            else if (c >= 'a' && c <= 'f')
+                v |= static_cast<unsigned int>(c - 'a' + 10);
+            else if (c >= 'A' && c <= 'F')
+                v |= static_cast<unsigned int>(c - 'A' + 10);
+            else
+                fail("bad \\u escape");
         }
         return v;
     }
@@ -145,16 +149,35 @@ private:
             if (i_ >= s_.size()) fail("unterminated escape");
             char e = s_[i_++];
             switch (e) {
-                case '"': out += '"'; break;
-                case '\\': out += '\\'; break;
-                case '/': out += '/'; break;
-                case 'b': out += '\b'; break;
-                case 'f': out += '\f'; break;
-                case 'n': out += '\n'; break;
-                case 'r': out += '\r'; break;
-                case 't': out += '\t'; break;
-                case 'u': append_utf8(out, hex4()); break;
-                default: fail("bad escape");
+                case '"':
+                    out += '"';
+                    break;
+                case '\\':
+                    out += '\\';
+                    break;
+                case '/':
+                    out += '/';
+                    break;
+                case 'b':
+                    out += '\b';
+                    break;
+                case 'f':
+                    out += '\f';
+                    break;
+                case 'n':
+                    out += '\n';
+                    break;
+                case 'r':
+                    out += '\r';
+                    break;
+                case 't':
+                    out += '\t';
+                    break;
+                case 'u':
+                    append_utf8(out, hex4());
+                    break;
+                default:
+                    fail("bad escape");
             }
         }
     }
@@ -163,7 +186,9 @@ private:
     size_t i_ = 0;
 };
 
-JsonValue JsonValue::parse(const std::string &text) { return JsonParser(text).document(); }
+JsonValue JsonValue::parse(const std::string &text) {
+    return JsonParser(text).document();
+}
 
 bool JsonValue::boolean() const {
     if (type_ != Type::Bool) throw std::runtime_error("JSON: not a boolean");
@@ -186,7 +211,8 @@ size_t JsonValue::size() const {
 }
 
 const JsonValue &JsonValue::operator[](size_t index) const {
-    if (type_ != Type::Array || index >= items_.size()) throw std::runtime_error("JSON: no item " + std::to_string(index));
+    if (type_ != Type::Array || index >= items_.size())
+        throw std::runtime_error("JSON: no item " + std::to_string(index));
     return items_[index];
 }
 

@@ -30,8 +30,8 @@ public:
     double number() const;
     const std::string &str() const;
 
-    size_t size() const;                             // array items or object members
-    const JsonValue &operator[](size_t index) const;  // array item
+    size_t size() const;                                        // array items or object members
+    const JsonValue &operator[](size_t index) const;            // array item
     const JsonValue &operator[](const std::string &key) const;  // object member; throws if absent
     bool has(const std::string &key) const;
     std::vector<std::string> keys() const;  // object member names in document order

@@ -114,8 +114,8 @@ TEST_F(PortsTest, CheckAndWhoNameTheProcessThatHoldsAPort) {
     bool found = false;
     for (size_t i = 0; i < doc["runtime"].size(); ++i) {
         const JsonValue &rec = doc["runtime"][i];
-        EXPECT_EQ(rec.keys(), (std::vector<std::string>{"port", "protocol", "pid", "state", "state_name", "program",
-                                                        "conflict"}));
+        EXPECT_EQ(rec.keys(),
+                  (std::vector<std::string>{"port", "protocol", "pid", "state", "state_name", "program", "conflict"}));
         if (rec["pid"].number() == getpid()) {
             found = true;
             EXPECT_EQ(rec["state"].number(), 10);
@@ -145,8 +145,12 @@ TEST_F(PortsTest, WhoWithoutSocketTablesWarnsAndAnswersFromTheConfiguration) {
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("cli-app"), std::string::npos);
     EXPECT_NE(r.out.find("In use by processes: unknown"), std::string::npos);
-    EXPECT_EQ(r.err.rfind("kova-svc: warning: ", 0), 0u) << r.err;
+    EXPECT_TRUE(r.err.empty()) << r.err;  // the text says it already
     EXPECT_EQ(svc({"who", "41002/tcp"}).status, 0);
+    ToolRun json = svc({"who", "41001/tcp", "--json"});
+    EXPECT_EQ(json.status, 1);
+    EXPECT_TRUE(json.json()["runtime"].is_null());
+    EXPECT_EQ(json.err.rfind("kova-svc: warning: ", 0), 0u) << json.err;
 }
 
 TEST_F(PortsTest, SocketsListsTheInventoryPortsAscending) {

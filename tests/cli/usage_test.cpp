@@ -8,9 +8,8 @@
 namespace kova::cli_test {
 namespace {
 
-const std::vector<std::string> kCommands = {"list",    "show",   "check",          "who",
-                                            "sockets", "free",   "validate",       "install",
-                                            "update",  "remove", "remove-section", "set-ports"};
+const std::vector<std::string> kCommands = {"list",     "show",    "check",  "who",    "sockets",        "free",
+                                            "validate", "install", "update", "remove", "remove-section", "set-ports"};
 
 class UsageTest : public CliTest {};
 

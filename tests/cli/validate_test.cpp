@@ -68,7 +68,8 @@ TEST_F(ValidateTest, ReportsEveryProblemSectionBySection) {
     auto lines = findings(r);
     ASSERT_EQ(lines.size(), expected.size()) << r.out;
     for (size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(lines[i].substr(0, expected[i].size()), expected[i]) << i;
-    EXPECT_EQ(r.lines().back(), f.substr(0, f.size() - 2) + ": 5 service sections, 3 accepted; 4 errors, 3 warnings, 1 collision");
+    EXPECT_EQ(r.lines().back(),
+              f.substr(0, f.size() - 2) + ": 5 service sections, 3 accepted; 4 errors, 3 warnings, 1 collision");
 
     JsonValue doc = svc({"validate", file, "--json"}).json();
     EXPECT_TRUE(doc["accepted"].boolean());  // some sections are good

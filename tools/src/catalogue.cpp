@@ -100,10 +100,14 @@ void ports_json(Json &json, unsigned int flags, const KVLIB_SZLIST *items) {
 
 const char *origin_name(Origin origin) {
     switch (origin) {
-        case Origin::BuiltIn: return "built-in";
-        case Origin::System: return "system";
-        case Origin::Package: return "package";
-        default: return "unknown";
+        case Origin::BuiltIn:
+            return "built-in";
+        case Origin::System:
+            return "system";
+        case Origin::Package:
+            return "package";
+        default:
+            return "unknown";
     }
 }
 
@@ -167,8 +171,10 @@ void service_json(Json &json, const CatalogueEntry &entry) {
     json.key("name").string(s.name);
     json.key("origin").string(origin_name(entry.source.origin));
     json.key("file");
-    if (entry.source.file.empty()) json.null();
-    else json.string(entry.source.file);
+    if (entry.source.file.empty())
+        json.null();
+    else
+        json.string(entry.source.file);
     json.key("support_key").string(entry.source.support_key);
     json.key("supported").boolean(s.supported != 0);
     json.key("port_forward").boolean(s.portForward != 0);

@@ -32,11 +32,11 @@ int run_check(const Args &args) {
 
     ConflictList colliding;
     clear_library_error();
-    int verdict = KVLIBIsPortConflict(skip_text.c_str(), spec.ports.c_str(), spec.protocol.c_str(), flags,
-                                      colliding.out());
+    int verdict =
+        KVLIBIsPortConflict(skip_text.c_str(), spec.ports.c_str(), spec.protocol.c_str(), flags, colliding.out());
     if (verdict < 0) fail_with_library_error("the conflict check of " + spec.ports + "/" + spec.protocol + " failed");
     std::vector<PortRun> runs = conflict_runs(colliding.head());
-    Reports reports = build_reports(expand(spec.runs), spec.flags);
+    Reports reports = build_reports(expand(spec.runs), spec.flags, args.json());
 
     if (args.json()) {
         Json json(std::cout);
@@ -51,7 +51,8 @@ int run_check(const Args &args) {
         json.end_array();
         json.key("conflict").boolean(verdict == 1);
         json.key("colliding").begin_array();
-        for (const auto &r : runs) json.begin_object().key("first").number(r.first).key("last").number(r.last).end_object();
+        for (const auto &r : runs)
+            json.begin_object().key("first").number(r.first).key("last").number(r.last).end_object();
         json.end_array();
         reports_json(json, reports);
         json.end_object().finish();
@@ -64,8 +65,8 @@ int run_check(const Args &args) {
         if (verdict == 1) {
             std::vector<std::string> texts;
             for (const auto &r : merged(runs)) texts.push_back(run_text(r));
-            print_labelled(std::cout, "Colliding ports:",
-                           texts.empty() ? "none named by the sources" : joined(texts, ", "), 17);
+            print_labelled(std::cout,
+                           "Colliding ports:", texts.empty() ? "none named by the sources" : joined(texts, ", "), 17);
         }
         print_reports(std::cout, reports, std::set<std::string>(skip.begin(), skip.end()));
     }

@@ -43,7 +43,9 @@ KVLIB_SERVICE_CONF_REQUEST request(const std::string &file, const std::string &s
     return req;
 }
 
-bool file_exists(const std::string &path) { return KVLIBCFileExist(path.c_str()) == 1; }
+bool file_exists(const std::string &path) {
+    return KVLIBCFileExist(path.c_str()) == 1;
+}
 
 // Whether the file has a section of that name (false when it cannot be read).
 bool has_section(const std::string &path, const std::string &section) {
@@ -104,9 +106,12 @@ int run_remove_section(const Args &args) {
         json.key("found").boolean(found).key("file_removed").boolean(file_removed).end_object().finish();
         return kExitOk;
     }
-    if (!existed) std::cout << "nothing removed: " << path << " does not exist\n";
-    else if (!found) std::cout << "nothing removed: " << path << " has no section [" << section << "]\n";
-    else std::cout << "removed section [" << section << "] from " << path << '\n';
+    if (!existed)
+        std::cout << "nothing removed: " << path << " does not exist\n";
+    else if (!found)
+        std::cout << "nothing removed: " << path << " has no section [" << section << "]\n";
+    else
+        std::cout << "removed section [" << section << "] from " << path << '\n';
     if (file_removed) std::cout << "deleted " << path << ": it had no other service section\n";
     return kExitOk;
 }
@@ -160,7 +165,8 @@ int run_set_ports(const Args &args) {
         json.begin_object().key("path").string(path).key("section").string(section).key("key").string(key);
         json.key("value").string(value).key("conflict").boolean(result != 0);
         json.key("colliding").begin_array();
-        for (const auto &r : runs) json.begin_object().key("first").number(r.first).key("last").number(r.last).end_object();
+        for (const auto &r : runs)
+            json.begin_object().key("first").number(r.first).key("last").number(r.last).end_object();
         json.end_array().end_object().finish();
     } else if (result == 0) {
         std::cout << "set " << key << " of [" << section << "] in " << path << " to " << value << '\n';

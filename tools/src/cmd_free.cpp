@@ -33,14 +33,6 @@ public:
     bool busy(unsigned int port) const { return busy_[port]; }
     bool wanted(unsigned int protocol) const { return (protocol & flags_) != 0; }
 
-    // Whether first..first+count-1 are all free.
-    bool free_run(unsigned int first, unsigned int count) const {
-        if (first == 0 || first + count - 1 > kLastPort) return false;
-        for (unsigned int p = first; p < first + count; ++p)
-            if (busy_[p]) return false;
-        return true;
-    }
-
 private:
     unsigned int flags_;
     std::vector<bool> busy_;
@@ -89,8 +81,11 @@ std::optional<unsigned int> first_run(const BusyPorts &busy, unsigned int near, 
         length = busy.busy(p) ? 0 : length + 1;
         if (length == count) return p - count + 1;
     }
+    // Below: the free ports in a row from each port upwards, counted in one pass from the top.
+    std::vector<unsigned int> ahead(kLastPort + 2, 0);
+    for (unsigned int p = kLastPort; p >= 1; --p) ahead[p] = busy.busy(p) ? 0 : ahead[p + 1] + 1;
     for (unsigned int first = near - 1; first >= 1; --first)
-        if (busy.free_run(first, count)) return first;
+        if (ahead[first] >= count) return first;
     return std::nullopt;
 }
 
@@ -167,8 +162,10 @@ int run_free(const Args &args) {
         json.key("near").number(near);
         json.key("protocol").string(protocol);
         json.key("count");
-        if (count) json.number(*count);
-        else json.null();
+        if (count)
+            json.number(*count);
+        else
+            json.null();
         json.key("ports").begin_array();
         for (unsigned int p : ports) json.number(p);
         json.end_array();

@@ -34,7 +34,8 @@ int report(const Args &args, const char *verb, const std::string &path, const st
         json.key("source").string(source);
         json.key("conflict").boolean(result == 1);
         json.key("colliding").begin_array();
-        for (const auto &r : runs) json.begin_object().key("first").number(r.first).key("last").number(r.last).end_object();
+        for (const auto &r : runs)
+            json.begin_object().key("first").number(r.first).key("last").number(r.last).end_object();
         json.end_array();
         json.end_object().finish();
     } else {
@@ -67,6 +68,10 @@ int run_update(const Args &args) {
     const std::string &source = args.operands()[1];
     unsigned int location = location_option(args);
     std::string path = installed_path(name, location);
+    // The update goes on to notify even when the new file cannot be copied in: refuse a source
+    // that is not there.
+    if (KVLIBCFileExist(source.c_str()) != 1)
+        throw Failure("cannot update " + path + " from " + source + ": file not found");
 
     ConflictList colliding;
     warn_without_temp_dir();

@@ -44,8 +44,10 @@ int run_show(const Args &args) {
         json.key("hidden").begin_array();
         for (const auto *h : hidden) {
             json.begin_object().key("origin").string(origin_name(h->source.origin)).key("file");
-            if (h->source.file.empty()) json.null();
-            else json.string(h->source.file);
+            if (h->source.file.empty())
+                json.null();
+            else
+                json.string(h->source.file);
             json.end_object();
         }
         json.end_array().end_object().finish();
@@ -62,8 +64,7 @@ int run_show(const Args &args) {
     print_field("Title", display_string(s.title, s.title.text));
     print_field("Description", display_string(s.desc, s.desc.text));
     if (s.desc.extraText[0] != '\0') print_field("Extra text", s.desc.extraText);
-    print_field("Destination",
-                ports_with_protocol(sorted_items(s.dstPorts), static_cast<unsigned int>(s.dstProtocol)));
+    print_field("Destination", ports_with_protocol(sorted_items(s.dstPorts), static_cast<unsigned int>(s.dstProtocol)));
     print_field("Source", ports_with_protocol(sorted_items(s.srcPorts), static_cast<unsigned int>(s.srcProtocol)));
     for (const auto *h : hidden)
         print_field("Hides", std::string(origin_name(h->source.origin)) +

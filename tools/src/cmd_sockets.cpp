@@ -21,14 +21,17 @@ bool listening(const KOVA_RUNTIME_PORT_CONFLICT_RESULT &r) {
     return (r.protocol == KOVA_PROTO_TCP && r.state == 10) || (r.protocol == KOVA_PROTO_UDP && r.state == 7);
 }
 
-std::string program_of(const KOVA_RUNTIME_PORT_CONFLICT_RESULT &r) { return r.program != nullptr ? r.program : "-"; }
+std::string program_of(const KOVA_RUNTIME_PORT_CONFLICT_RESULT &r) {
+    return r.program != nullptr ? r.program : "-";
+}
 
 }  // namespace
 
 int run_sockets(const Args &args) {
     bool only_listening = args.has("--listening");
     RuntimeResultsPtr inventory(RuntimeServiceListFetch());
-    if (!inventory) throw Failure("cannot read the ports in use: the socket tables could not be read (see the system log)");
+    if (!inventory)
+        throw Failure("cannot read the ports in use: the socket tables could not be read (see the system log)");
 
     std::vector<const KOVA_RUNTIME_PORT_CONFLICT_RESULT *> rows;
     for (const auto &r : RuntimeRecords(inventory.get()))
@@ -59,12 +62,14 @@ int run_sockets(const Args &args) {
                rows[j]->pid == r->pid && program_of(*rows[j]) == program_of(*r);
              ++j) {
             std::string s = socket_state(rows[j]->protocol, rows[j]->state);
-            if ((',' + states + ',').find(',' + s + ',') == std::string::npos) states += (states.empty() ? "" : ",") + s;
+            if ((',' + states + ',').find(',' + s + ',') == std::string::npos)
+                states += (states.empty() ? "" : ",") + s;
         }
         t.add({std::to_string(r->port), protocol_names(r->protocol), std::to_string(r->pid), states, program_of(*r)});
         i = j;
     }
     t.print(std::cout);
+    if (rows.empty()) std::cout << "(no socket of a process that this user may inspect)\n";
     return kExitOk;
 }
 

@@ -133,8 +133,7 @@ void Validation::read_whole_file() {
 
 void Validation::diagnose(const std::string &name, const KVLIB_SZHASH *keys) {
     size_t before = findings_.size();
-    if (!valid_section_name(name))
-        error(name, "the section name may hold only letters, digits, '-', '.' and '_'");
+    if (!valid_section_name(name)) error(name, "the section name may hold only letters, digits, '-', '.' and '_'");
     if (keys == nullptr) {
         error(name, "the section has no keys");
         return;
@@ -153,7 +152,8 @@ void Validation::diagnose(const std::string &name, const KVLIB_SZHASH *keys) {
     if (findings_.size() == before) error(name, "the reader refuses the section (see the system log)");
 }
 
-void Validation::warn_about(const std::string &name, const KVLIB_SZHASH *keys, const KOVA_SERVICE_CONF_SECTION *parsed) {
+void Validation::warn_about(const std::string &name, const KVLIB_SZHASH *keys,
+                            const KOVA_SERVICE_CONF_SECTION *parsed) {
     if (name.size() >= kCatalogueName)
         warning(name, "the firewall catalogue cuts the name to " + std::to_string(kCatalogueName - 1) + " characters");
     for (const char *key : {"title", "desc", "desc_extra"}) {
@@ -169,8 +169,9 @@ void Validation::warn_about(const std::string &name, const KVLIB_SZHASH *keys, c
     for (const auto *list : {parsed->dstPort, parsed->srcPort}) {
         for (const auto *p : text_order(list))
             if (p->type == 1 && p->beginPort > p->endPort)
-                warning(name, std::string("\"") + (p->direction == 1 ? "dst" : "src") + ".ports\" has the backwards range " +
-                                  std::to_string(p->beginPort) + ":" + std::to_string(p->endPort));
+                warning(name, std::string("\"") + (p->direction == 1 ? "dst" : "src") +
+                                  ".ports\" has the backwards range " + std::to_string(p->beginPort) + ":" +
+                                  std::to_string(p->endPort));
     }
 }
 
@@ -217,7 +218,8 @@ void Validation::check_collisions(const SectionResult &section) {
     if (named.size() > kMaxNamedPorts) named.resize(kMaxNamedPorts);
     std::map<unsigned int, std::set<std::string>> holders;
     SzListPtr list = port_text_list(named);
-    ConfResultsPtr report(KOVAConfPortConflictResultListAllocAndCheck(list.get(), static_cast<uint16_t>(s->dstPort->protocol)));
+    ConfResultsPtr report(
+        KOVAConfPortConflictResultListAllocAndCheck(list.get(), static_cast<uint16_t>(s->dstPort->protocol)));
     for (const auto &r : DListRecords<KOVA_CONF_PORT_CONFLICT_RESULT>(report.get()))
         if (r.isConflict == 1 && r.serviceName != nullptr && section.name != r.serviceName)
             holders[r.port].insert(r.serviceName);
@@ -244,8 +246,10 @@ void Validation::check_section(SectionResult &section) {
 
     KOVA_SERVICE_CONF_SECTION *head = nullptr;
     clear_library_error();
-    if (KOVAServiceConfSectionGet(file_.c_str(), name.c_str(), &head) == 0) section.parsed.reset(head);
-    else KOVAServiceConfSectionFree(head);
+    if (KOVAServiceConfSectionGet(file_.c_str(), name.c_str(), &head) == 0)
+        section.parsed.reset(head);
+    else
+        KOVAServiceConfSectionFree(head);
 
     if (!section.accepted) diagnose(name, has_keys ? keys.get() : nullptr);
     warn_about(name, has_keys ? keys.get() : nullptr, section.parsed.get());
@@ -276,12 +280,17 @@ int Validation::run(bool json) {
         check_section(section);
         sections_.push_back(std::move(section));
     }
-    if (services == 0) error("", "the file has no service section");
-    else if (!conf_) error("", "the library does not accept the file: none of its service sections can be read");
+    if (services == 0)
+        error("", "the file has no service section");
+    else if (!conf_)
+        error("", "the library does not accept the file: none of its service sections can be read");
 
-    if (json) print_json();
-    else print_text();
-    bool errors = std::any_of(findings_.begin(), findings_.end(), [](const Finding &f) { return f.severity == "error"; });
+    if (json)
+        print_json();
+    else
+        print_text();
+    bool errors =
+        std::any_of(findings_.begin(), findings_.end(), [](const Finding &f) { return f.severity == "error"; });
     return errors || !collisions_.empty() ? kExitConflict : kExitOk;
 }
 
@@ -314,13 +323,11 @@ void Validation::print_text() const {
             if (c.section == s.name) print_collision(c);
     }
 
-    size_t accepted = static_cast<size_t>(std::count_if(sections_.begin(), sections_.end(),
-                                                        [](const SectionResult &s) { return s.accepted; }));
+    size_t accepted = static_cast<size_t>(
+        std::count_if(sections_.begin(), sections_.end(), [](const SectionResult &s) { return s.accepted; }));
     size_t errors = 0, warnings = 0;
     for (const auto &f : findings_) (f.severity == "error" ? errors : warnings)++;
-    auto counted = [](size_t n, const char *what) {
-        return std::to_string(n) + " " + what + (n == 1 ? "" : "s");
-    };
+    auto counted = [](size_t n, const char *what) { return std::to_string(n) + " " + what + (n == 1 ? "" : "s"); };
     std::cout << file_ << ": " << counted(sections_.size(), "service section") << ", " << accepted << " accepted; "
               << counted(errors, "error") << ", " << counted(warnings, "warning") << ", "
               << counted(collisions_.size(), "collision") << '\n';
@@ -332,8 +339,10 @@ void Validation::print_json() const {
     json.key("file").string(file_);
     json.key("accepted").boolean(conf_ != nullptr);
     json.key("version");
-    if (conf_) json.number(conf_->version);
-    else json.null();
+    if (conf_)
+        json.number(conf_->version);
+    else
+        json.null();
     json.key("support_key").string(conf_ ? conf_->supportKey : "");
     json.key("sections").begin_array();
     for (const auto &s : sections_) {
@@ -348,8 +357,10 @@ void Validation::print_json() const {
     json.key("problems").begin_array();
     for (const auto &f : findings_) {
         json.begin_object().key("section");
-        if (f.section.empty()) json.null();
-        else json.string(f.section);
+        if (f.section.empty())
+            json.null();
+        else
+            json.string(f.section);
         json.key("severity").string(f.severity).key("message").string(f.message).end_object();
     }
     json.end_array();

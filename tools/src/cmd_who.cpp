@@ -16,8 +16,9 @@ int run_who(const Args &args) {
     unsigned int port = spec.runs[0].first;
     if (port == 0) throw UsageError("port 0 is not a port that services use");
 
-    Reports reports = build_reports({port}, spec.flags);
-    if (!reports.configured && !reports.runtime) throw Failure("no report could be built for port " + std::to_string(port));
+    Reports reports = build_reports({port}, spec.flags, args.json());
+    if (!reports.configured && !reports.runtime)
+        throw Failure("no report could be built for port " + std::to_string(port));
 
     if (args.json()) {
         Json json(std::cout);

@@ -10,9 +10,9 @@ namespace kovasvc {
 
 struct Command {
     const char *name;
-    const char *usage;    // the synopsis after "kova-svc "
-    const char *summary;  // one line for the command list
-    const char *help;     // the rest of "kova-svc NAME --help"
+    const char *usage;                // the synopsis after "kova-svc "
+    const char *summary;              // one line for the command list
+    const char *help;                 // the rest of "kova-svc NAME --help"
     std::vector<OptionSpec> options;  // besides --root, --json and --help
     size_t min_operands;
     size_t max_operands;

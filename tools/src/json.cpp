@@ -45,13 +45,27 @@ std::string Json::quote(std::string_view text) {
         unsigned char c = static_cast<unsigned char>(text[i]);
         if (c < 0x80) {
             switch (c) {
-                case '"': q += "\\\""; break;
-                case '\\': q += "\\\\"; break;
-                case '\b': q += "\\b"; break;
-                case '\f': q += "\\f"; break;
-                case '\n': q += "\\n"; break;
-                case '\r': q += "\\r"; break;
-                case '\t': q += "\\t"; break;
+                case '"':
+                    q += "\\\"";
+                    break;
+                case '\\':
+                    q += "\\\\";
+                    break;
+                case '\b':
+                    q += "\\b";
+                    break;
+                case '\f':
+                    q += "\\f";
+                    break;
+                case '\n':
+                    q += "\\n";
+                    break;
+                case '\r':
+                    q += "\\r";
+                    break;
+                case '\t':
+                    q += "\\t";
+                    break;
                 default:
                     if (c < 0x20) {
                         char buf[8];
@@ -127,7 +141,9 @@ Json &Json::string(std::string_view text) {
     return *this;
 }
 
-Json &Json::text_or_null(const char *text) { return text != nullptr ? string(text) : null(); }
+Json &Json::text_or_null(const char *text) {
+    return text != nullptr ? string(text) : null();
+}
 
 Json &Json::number(std::int64_t value) {
     before_value();
@@ -147,6 +163,8 @@ Json &Json::null() {
     return *this;
 }
 
-void Json::finish() { out_ << '\n'; }
+void Json::finish() {
+    out_ << '\n';
+}
 
 }  // namespace kovasvc

@@ -19,8 +19,7 @@
 namespace kovasvc {
 namespace {
 
-const std::vector<OptionSpec> kCommonOptions = {
-    {"--root", true}, {"--json", false}, {"--help", false}, {"-h", false}};
+const std::vector<OptionSpec> kCommonOptions = {{"--root", true}, {"--json", false}, {"--help", false}, {"-h", false}};
 
 // Points the library at the tree under --root: it reads KOVA_ROOT at its first call.
 void apply_root(const Args &args) {
@@ -108,7 +107,9 @@ int main(int argc, char **argv) {
     std::string context;
     auto prefix = [&] { return "kova-svc: " + (context.empty() ? std::string() : context + ": "); };
     try {
-        return run(words, context);
+        int status = run(words, context);
+        if (!std::cout.flush()) throw Failure("cannot write the output");
+        return status;
     } catch (const UsageError &e) {
         std::string hint = context.empty() ? "kova-svc --help" : "kova-svc " + context + " --help";
         std::cerr << prefix() << e.what() << " (see '" << hint << "')\n";

@@ -43,8 +43,7 @@ int sources_option(const Args &args, int fallback) {
                 known = true;
             }
         }
-        if (!known)
-            throw UsageError("--sources: unknown source '" + item + "' (forward, services, reserved, in-use)");
+        if (!known) throw UsageError("--sources: unknown source '" + item + "' (forward, services, reserved, in-use)");
     }
     if (flags == 0) throw UsageError("--sources: name at least one source (forward, services, reserved, in-use)");
     return flags;

@@ -70,19 +70,24 @@ std::string ports_with_protocol(const std::vector<std::string> &items, unsigned 
 std::vector<PortRun> conflict_runs(const KOVA_SERVICE_CONF_PORT *list) {
     std::vector<PortRun> runs;
     for (const auto *p = list; p != nullptr; p = p->next) {
-        if (p->type == 1) runs.push_back({std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)});
-        else runs.push_back({p->beginPort, p->beginPort});
+        if (p->type == 1)
+            runs.push_back({std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)});
+        else
+            runs.push_back({p->beginPort, p->beginPort});
     }
     return runs;
 }
 
 std::vector<PortRun> merged(std::vector<PortRun> runs) {
-    std::sort(runs.begin(), runs.end(),
-              [](const PortRun &a, const PortRun &b) { return a.first != b.first ? a.first < b.first : a.last < b.last; });
+    std::sort(runs.begin(), runs.end(), [](const PortRun &a, const PortRun &b) {
+        return a.first != b.first ? a.first < b.first : a.last < b.last;
+    });
     std::vector<PortRun> out;
     for (const auto &r : runs) {
-        if (!out.empty() && r.first <= out.back().last + 1) out.back().last = std::max(out.back().last, r.last);
-        else out.push_back(r);
+        if (!out.empty() && r.first <= out.back().last + 1)
+            out.back().last = std::max(out.back().last, r.last);
+        else
+            out.push_back(r);
     }
     return out;
 }

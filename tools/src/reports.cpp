@@ -64,13 +64,15 @@ void print_runtime(std::ostream &out, const KVLIB_DLIST *list) {
 
 }  // namespace
 
-Reports build_reports(const std::vector<unsigned int> &ports, unsigned int flags) {
+Reports build_reports(const std::vector<unsigned int> &ports, unsigned int flags, bool warn_failures) {
     Reports reports;
     SzListPtr list = port_text_list(ports);
     reports.configured.reset(KOVAConfPortConflictResultListAllocAndCheck(list.get(), static_cast<uint16_t>(flags)));
-    if (!reports.configured) warn("the configured-ports report could not be built (see the system log)");
+    if (!reports.configured && warn_failures)
+        warn("the configured-ports report could not be built (see the system log)");
     reports.runtime.reset(KOVARuntimePortConflictResultListAllocAndCheck(list.get(), static_cast<uint16_t>(flags)));
-    if (!reports.runtime) warn("the ports in use could not be read: no runtime report (see the system log)");
+    if (!reports.runtime && warn_failures)
+        warn("the ports in use could not be read: no runtime report (see the system log)");
     return reports;
 }
 
@@ -121,10 +123,14 @@ void reports_json(Json &json, const Reports &reports) {
 }
 
 void print_reports(std::ostream &out, const Reports &reports, const std::set<std::string> &skipped) {
-    if (reports.configured) print_configured(out, reports.configured.get(), skipped);
-    else out << "Declared by services: unknown (the report failed)\n";
-    if (reports.runtime) print_runtime(out, reports.runtime.get());
-    else out << "In use by processes: unknown (the socket tables could not be read)\n";
+    if (reports.configured)
+        print_configured(out, reports.configured.get(), skipped);
+    else
+        out << "Declared by services: unknown (the report failed)\n";
+    if (reports.runtime)
+        print_runtime(out, reports.runtime.get());
+    else
+        out << "In use by processes: unknown (the socket tables could not be read)\n";
 }
 
 }  // namespace kovasvc

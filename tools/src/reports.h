@@ -18,9 +18,9 @@ struct Reports {
     RuntimeResultsPtr runtime;  // null when the runtime report failed (no socket tables)
 };
 
-// Runs both checks for `ports` and the protocol flags; a report that fails is left null and
-// named in a warning.
-Reports build_reports(const std::vector<unsigned int> &ports, unsigned int flags);
+// Runs both checks for `ports` and the protocol flags; a report that fails is left null (and,
+// with `warn_failures`, named in a warning: the JSON document shows it only as a null).
+Reports build_reports(const std::vector<unsigned int> &ports, unsigned int flags, bool warn_failures);
 
 // Whether a report names a service or a process for one of the ports.
 bool any_holder(const Reports &reports);

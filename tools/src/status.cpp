@@ -9,23 +9,38 @@ namespace kovasvc {
 
 const char *error_words(unsigned int code) {
     switch (code) {
-        case KOVA_ERR_NONE: return "no error code";
-        case KOVA_ERR_OUT_OF_MEMORY: return "out of memory";
-        case KOVA_ERR_INVALID_SOURCE: return "invalid source";
-        case KOVA_ERR_FILE_NOT_FOUND: return "file not found";
-        case KOVA_ERR_FILE_OPEN: return "file cannot be opened";
-        case KOVA_ERR_BAD_PARAMETER: return "bad parameter";
-        case KOVA_ERR_SCAN_DIR: return "directory cannot be scanned";
-        case KOVA_ERR_COPY: return "copy failed";
-        case KOVA_ERR_MKDIR: return "directory cannot be created";
-        case KOVA_ERR_FW_ENUM: return "firewall services cannot be enumerated";
-        case KOVA_ERR_BUFFER_TOO_SMALL: return "buffer too small";
-        case KOVA_ERR_ALREADY_INSTALLED: return "already installed";
-        default: return "unknown error";
+        case KOVA_ERR_NONE:
+            return "no error code";
+        case KOVA_ERR_OUT_OF_MEMORY:
+            return "out of memory";
+        case KOVA_ERR_INVALID_SOURCE:
+            return "invalid source";
+        case KOVA_ERR_FILE_NOT_FOUND:
+            return "file not found";
+        case KOVA_ERR_FILE_OPEN:
+            return "file cannot be opened";
+        case KOVA_ERR_BAD_PARAMETER:
+            return "bad parameter";
+        case KOVA_ERR_SCAN_DIR:
+            return "directory cannot be scanned";
+        case KOVA_ERR_COPY:
+            return "copy failed";
+        case KOVA_ERR_MKDIR:
+            return "directory cannot be created";
+        case KOVA_ERR_FW_ENUM:
+            return "firewall services cannot be enumerated";
+        case KOVA_ERR_BUFFER_TOO_SMALL:
+            return "buffer too small";
+        case KOVA_ERR_ALREADY_INSTALLED:
+            return "already installed";
+        default:
+            return "unknown error";
     }
 }
 
-void clear_library_error() { KVLIBCErrSetEx(KOVA_ERR_NONE, "", 0); }
+void clear_library_error() {
+    KVLIBCErrSetEx(KOVA_ERR_NONE, "", 0);
+}
 
 std::string library_error() {
     unsigned int code = KVLIBCErrGet();
@@ -34,12 +49,17 @@ std::string library_error() {
     std::snprintf(hex, sizeof hex, "0x%04X", code & 0xFFFFu);
     std::string text = std::string(error_words(code)) + " (" + hex;
     const char *file = KVLIBCErrorGetFile();
-    if (file != nullptr && *file != '\0') text += " at " + std::string(file) + ":" + std::to_string(KVLIBCErrorGetLine());
+    if (file != nullptr && *file != '\0')
+        text += " at " + std::string(file) + ":" + std::to_string(KVLIBCErrorGetLine());
     return text + ")";
 }
 
-void fail_with_library_error(const std::string &what) { throw Failure(what + ": " + library_error()); }
+void fail_with_library_error(const std::string &what) {
+    throw Failure(what + ": " + library_error());
+}
 
-void warn(const std::string &message) { std::cerr << "kova-svc: warning: " << message << '\n'; }
+void warn(const std::string &message) {
+    std::cerr << "kova-svc: warning: " << message << '\n';
+}
 
 }  // namespace kovasvc

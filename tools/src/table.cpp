@@ -1,8 +1,11 @@
 #include "table.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace kovasvc {
+
+size_t display_width(const std::string &text);
 
 namespace {
 
@@ -16,6 +19,25 @@ size_t byte_offset(const std::string &text, size_t chars) {
         if (n++ == chars) break;
     }
     return i;
+}
+
+// A line may break after a comma that a port follows ("80,|443", not "tcp,|udp").
+bool comma_break(const std::string &text, size_t i) {
+    return text[i] == ',' && i + 1 < text.size() && std::isdigit(static_cast<unsigned char>(text[i + 1]));
+}
+
+// The widest piece of `text` that wrap() keeps whole: pieces end after such a comma or at a
+// space.
+size_t longest_word(const std::string &text) {
+    size_t longest = 0, start = 0;
+    for (size_t i = 0; i <= text.size(); ++i) {
+        if (i == text.size() || text[i] == ' ' || comma_break(text, i)) {
+            size_t end = i < text.size() && text[i] == ',' ? i + 1 : i;
+            longest = std::max(longest, display_width(text.substr(start, end - start)));
+            start = i + 1;
+        }
+    }
+    return longest;
 }
 
 }  // namespace
@@ -36,7 +58,7 @@ std::vector<std::string> wrap(const std::string &text, size_t width, bool hard) 
         size_t cut = std::string::npos;
         bool drop_space = false;
         for (size_t i = limit; i > 0; --i) {
-            if (rest[i - 1] == ',') {
+            if (comma_break(rest, i - 1)) {
                 cut = i;
                 break;
             }
@@ -48,8 +70,10 @@ std::vector<std::string> wrap(const std::string &text, size_t width, bool hard) 
         }
         if (cut == std::string::npos && !hard) {
             // No break within the width: the first word goes whole on its own line.
-            size_t comma = rest.find(',', limit), space = rest.find(' ', limit);
-            if (comma != std::string::npos) comma += 1;
+            size_t comma = limit;
+            while (comma < rest.size() && !comma_break(rest, comma)) ++comma;
+            comma = comma < rest.size() ? comma + 1 : std::string::npos;
+            size_t space = rest.find(' ', limit);
             cut = std::min(comma, space);
             if (cut == std::string::npos || cut >= rest.size()) break;
             drop_space = cut == space;
@@ -62,8 +86,7 @@ std::vector<std::string> wrap(const std::string &text, size_t width, bool hard) 
     return lines;
 }
 
-void print_labelled(std::ostream &out, const std::string &label, const std::string &text, size_t column,
-                    size_t width) {
+void print_labelled(std::ostream &out, const std::string &label, const std::string &text, size_t column, size_t width) {
     column = std::max(column, display_width(label) + 1);
     auto lines = wrap(text, width > column ? width - column : 1, false);
     for (size_t i = 0; i < lines.size(); ++i) {
@@ -94,7 +117,11 @@ std::vector<size_t> Table::widths(size_t width) const {
     for (size_t c = 0; c < n; ++c) {
         w[c] = display_width(headers_[c]);
         least[c] = std::max<size_t>(w[c], 4);
-        for (const auto &row : rows_) w[c] = std::max(w[c], display_width(row[c]));
+        for (const auto &row : rows_) {
+            w[c] = std::max(w[c], display_width(row[c]));
+            // A flexible column wraps between its words, never inside one.
+            if (flexible_[c]) least[c] = std::max(least[c], longest_word(row[c]));
+        }
         least[c] = std::min(least[c], w[c]);
     }
     auto total = [&] {
@@ -132,8 +159,10 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
             for (size_t c = 0; c < n; ++c) {
                 const std::string cell = line < cells[c].size() ? cells[c][line] : std::string();
                 size_t pad = w[c] - std::min(w[c], display_width(cell));
-                if (align_[c] == Align::Right) text += std::string(pad, ' ') + cell;
-                else text += cell + (c + 1 < n ? std::string(pad, ' ') : std::string());
+                if (align_[c] == Align::Right)
+                    text += std::string(pad, ' ') + cell;
+                else
+                    text += cell + (c + 1 < n ? std::string(pad, ' ') : std::string());
                 if (c + 1 < n) text += std::string(kGap, ' ');
             }
             while (!text.empty() && text.back() == ' ') text.pop_back();
