@@ -35,7 +35,7 @@ const char kPackageFile[] =
     "desc=\"Sorted first\"\n"
     "dst.ports=\"41700\"\n";
 
-class CatalogueTest : public CliTest {
+class CliCatalogueTest : public CliTest {
 protected:
     void SetUp() override {
         CliTest::SetUp();
@@ -60,7 +60,7 @@ protected:
     }
 };
 
-TEST_F(CatalogueTest, JsonKeepsTheLibraryOrderAndDocumentedFields) {
+TEST_F(CliCatalogueTest, JsonKeepsTheLibraryOrderAndDocumentedFields) {
     ToolRun r = svc({"list", "--json"});
     ASSERT_EQ(r.status, 0) << r.err;
     JsonValue doc = r.json();
@@ -103,7 +103,7 @@ TEST_F(CatalogueTest, JsonKeepsTheLibraryOrderAndDocumentedFields) {
     EXPECT_TRUE((*telnet)["file"].is_null());
 }
 
-TEST_F(CatalogueTest, TableIsSortedByNameAndFitsEightyColumns) {
+TEST_F(CliCatalogueTest, TableIsSortedByNameAndFitsEightyColumns) {
     ToolRun r = svc({"list"});
     ASSERT_EQ(r.status, 0) << r.err;
     auto lines = r.lines();
@@ -143,7 +143,7 @@ TEST_F(CatalogueTest, TableIsSortedByNameAndFitsEightyColumns) {
                                [&](const std::string &a, const std::string &b) { return lower(a) < lower(b); }));
 }
 
-TEST_F(CatalogueTest, LongNamesAndPortListsWrapWithinEightyColumns) {
+TEST_F(CliCatalogueTest, LongNamesAndPortListsWrapWithinEightyColumns) {
     std::string name(63, 'n');
     std::string ports;
     for (int p = 42100; p < 42140; p += 2) ports += (ports.empty() ? "" : ",") + std::to_string(p);
@@ -157,7 +157,7 @@ TEST_F(CatalogueTest, LongNamesAndPortListsWrapWithinEightyColumns) {
     EXPECT_NE(r.out.find(name.substr(0, 20)), std::string::npos);
 }
 
-TEST_F(CatalogueTest, ShowGivesTheServiceTheFileAndTheStringKeys) {
+TEST_F(CliCatalogueTest, ShowGivesTheServiceTheFileAndTheStringKeys) {
     ToolRun r = svc({"show", "cli-web"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("File:         " + path("/usr/kova/etc/services.d/cli-web.sc")), std::string::npos) << r.out;
@@ -177,7 +177,7 @@ TEST_F(CatalogueTest, ShowGivesTheServiceTheFileAndTheStringKeys) {
     EXPECT_EQ(doc["hidden"].size(), 0u);
 }
 
-TEST_F(CatalogueTest, APackageServiceHidesTheBuiltInOfTheSameName) {
+TEST_F(CliCatalogueTest, APackageServiceHidesTheBuiltInOfTheSameName) {
     write("/usr/local/etc/services.d/telnet-override.sc",
           "[telnet]\ntitle=\"Own telnet\"\ndesc=\"Replaces the built-in\"\ndst.ports=\"41023/tcp\"\n");
     ToolRun r = svc({"show", "telnet", "--json"});
@@ -193,14 +193,14 @@ TEST_F(CatalogueTest, APackageServiceHidesTheBuiltInOfTheSameName) {
     EXPECT_NE(table.out.find("\n* hidden from lookups"), std::string::npos);
 }
 
-TEST_F(CatalogueTest, ShowOfAnUnknownServiceFails) {
+TEST_F(CliCatalogueTest, ShowOfAnUnknownServiceFails) {
     ToolRun r = svc({"show", "no-such-service"});
     EXPECT_EQ(r.status, 3);
     EXPECT_TRUE(r.out.empty());
     EXPECT_EQ(r.err, "kova-svc: show: no service named 'no-such-service' in the catalogue\n");
 }
 
-TEST_F(CatalogueTest, JsonEscapesEveryText) {
+TEST_F(CliCatalogueTest, JsonEscapesEveryText) {
     // Quotes, a backslash, a tab, a byte that is not UTF-8 and a UTF-8 letter.
     write("/usr/local/etc/services.d/odd.sc",
           "[odd-text]\ntitle=Say \"hi\" \\ now\ttab\ndesc=Caf\xc3\xa9 \xff end\ndst.ports=41555/tcp\n");

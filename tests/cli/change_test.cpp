@@ -12,7 +12,7 @@ const char kApp[] =
     "[cli-app]\ntitle=\"App\"\ndesc=\"Test app\"\ndst.ports=\"43080/tcp\"\n\n"
     "[cli-app-admin]\ntitle=\"Admin\"\ndesc=\"Admin pages\"\ndst.ports=\"43443/tcp\"\n";
 
-class ChangeTest : public CliTest {
+class CliChangeTest : public CliTest {
 protected:
     void SetUp() override {
         CliTest::SetUp();
@@ -23,7 +23,7 @@ protected:
     std::string package(const std::string &name) const { return path("/usr/local/etc/services.d/" + name); }
 };
 
-TEST_F(ChangeTest, InstallCopiesTheFileIntoThePackageDirectory) {
+TEST_F(CliChangeTest, InstallCopiesTheFileIntoThePackageDirectory) {
     std::string source = write_work("cli-app.sc", kApp);
     ToolRun r = svc({"install", source});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -39,7 +39,7 @@ TEST_F(ChangeTest, InstallCopiesTheFileIntoThePackageDirectory) {
     EXPECT_TRUE(exists("/usr/kova/etc/services.d/renamed.sc"));
 }
 
-TEST_F(ChangeTest, InstallReportsCollisionsButInstallsAnyway) {
+TEST_F(CliChangeTest, InstallReportsCollisionsButInstallsAnyway) {
     std::string source = write_work("clash.sc", "[cli-clash]\ntitle=\"C\"\ndesc=\"C\"\ndst.ports=\"43500/tcp\"\n");
     ToolRun r = svc({"install", source, "--json"});
     EXPECT_EQ(r.status, 1) << r.err;
@@ -54,7 +54,7 @@ TEST_F(ChangeTest, InstallReportsCollisionsButInstallsAnyway) {
     EXPECT_NE(text.out.find("Colliding ports: 43500\n"), std::string::npos) << text.out;
 }
 
-TEST_F(ChangeTest, InstallFailuresNameTheLibraryError) {
+TEST_F(CliChangeTest, InstallFailuresNameTheLibraryError) {
     ToolRun missing = svc({"install", work() + "/absent.sc"});
     EXPECT_EQ(missing.status, 3);
     EXPECT_TRUE(missing.out.empty());
@@ -73,7 +73,7 @@ TEST_F(ChangeTest, InstallFailuresNameTheLibraryError) {
     EXPECT_NE(blocked.err.find(": directory cannot be created (0x3C00 at "), std::string::npos) << blocked.err;
 }
 
-TEST_F(ChangeTest, UpdateReplacesAnInstalledFile) {
+TEST_F(CliChangeTest, UpdateReplacesAnInstalledFile) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     std::string newer = write_work("newer.sc", "[cli-app]\ntitle=\"App 2\"\ndesc=\"Newer\"\ndst.ports=\"43081/tcp\"\n");
     ToolRun r = svc({"update", "cli-app.sc", newer});
@@ -94,7 +94,7 @@ TEST_F(ChangeTest, UpdateReplacesAnInstalledFile) {
                               package("not-installed.sc") + ")\n");
 }
 
-TEST_F(ChangeTest, RemoveDeletesTheFileAndFailsTheSecondTime) {
+TEST_F(CliChangeTest, RemoveDeletesTheFileAndFailsTheSecondTime) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     ToolRun r = svc({"remove", "cli-app.sc", "--json"});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -108,7 +108,7 @@ TEST_F(ChangeTest, RemoveDeletesTheFileAndFailsTheSecondTime) {
         << again.err;
 }
 
-TEST_F(ChangeTest, SetPortsWritesThePortsInTheOrderGiven) {
+TEST_F(CliChangeTest, SetPortsWritesThePortsInTheOrderGiven) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     ToolRun r = svc({"set-ports", "cli-app.sc", "cli-app", "43090,43092:43095,43091/tcp"});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -124,7 +124,7 @@ TEST_F(ChangeTest, SetPortsWritesThePortsInTheOrderGiven) {
     EXPECT_EQ(doc["value"].str(), "43600/udp");
 }
 
-TEST_F(ChangeTest, SetPortsRefusesCollisionsAndLeavesTheFileAlone) {
+TEST_F(CliChangeTest, SetPortsRefusesCollisionsAndLeavesTheFileAlone) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     ToolRun r = svc({"set-ports", "cli-app.sc", "cli-app", "43500/tcp"});
     EXPECT_EQ(r.status, 1) << r.err;
@@ -136,7 +136,7 @@ TEST_F(ChangeTest, SetPortsRefusesCollisionsAndLeavesTheFileAlone) {
     EXPECT_EQ(svc({"set-ports", "cli-app.sc", "cli-app", "43080,43081/tcp"}).status, 0);
 }
 
-TEST_F(ChangeTest, SetPortsOnAMissingFileOrSectionFails) {
+TEST_F(CliChangeTest, SetPortsOnAMissingFileOrSectionFails) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     ToolRun section = svc({"set-ports", "cli-app.sc", "no-such", "43700/tcp"});
     EXPECT_EQ(section.status, 3);
@@ -147,7 +147,7 @@ TEST_F(ChangeTest, SetPortsOnAMissingFileOrSectionFails) {
     EXPECT_NE(file.err.find(": the file is not installed\n"), std::string::npos) << file.err;
 }
 
-TEST_F(ChangeTest, RemoveSectionKeepsTheRestAndDeletesAnEmptyFile) {
+TEST_F(CliChangeTest, RemoveSectionKeepsTheRestAndDeletesAnEmptyFile) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     ToolRun r = svc({"remove-section", "cli-app.sc", "cli-app-admin"});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -170,7 +170,7 @@ TEST_F(ChangeTest, RemoveSectionKeepsTheRestAndDeletesAnEmptyFile) {
     EXPECT_FALSE(exists("/usr/local/etc/services.d/cli-app.sc"));
 }
 
-TEST_F(ChangeTest, RemoveSectionRestoresTheFileWhenTheFirewallFails) {
+TEST_F(CliChangeTest, RemoveSectionRestoresTheFileWhenTheFirewallFails) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     script("/usr/kova/bin/kovafirewall", "exit 1\n");
     ToolRun r = svc({"remove-section", "cli-app.sc", "cli-app-admin"});
@@ -186,7 +186,7 @@ TEST_F(ChangeTest, RemoveSectionRestoresTheFileWhenTheFirewallFails) {
     EXPECT_EQ(svc({"remove-section", "cli-app.sc", "cli-app-admin", "--files-only"}).status, 0);
 }
 
-TEST_F(ChangeTest, ChangesWarnWhenTheRootHasNoTemporaryDirectory) {
+TEST_F(CliChangeTest, ChangesWarnWhenTheRootHasNoTemporaryDirectory) {
     write("/usr/local/etc/services.d/cli-app.sc", kApp);
     std::error_code ec;
     std::filesystem::remove_all(path("/tmp"), ec);

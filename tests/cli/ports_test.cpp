@@ -12,7 +12,7 @@
 namespace kova::cli_test {
 namespace {
 
-class PortsTest : public CliTest {
+class CliPortsTest : public CliTest {
 protected:
     void SetUp() override {
         CliTest::SetUp();
@@ -41,7 +41,7 @@ protected:
     }
 };
 
-TEST_F(PortsTest, CheckReportsTheCollisionAndWhoDeclaresEachPort) {
+TEST_F(CliPortsTest, CheckReportsTheCollisionAndWhoDeclaresEachPort) {
     drop_proc();
     ToolRun r = svc({"check", "41001,41090:41092/tcp", "--sources", "services", "--json"});
     EXPECT_EQ(r.status, 1) << r.err;
@@ -78,7 +78,7 @@ TEST_F(PortsTest, CheckReportsTheCollisionAndWhoDeclaresEachPort) {
     EXPECT_NE(text.out.find("  41001  tcp    cli-app\n"), std::string::npos) << text.out;
 }
 
-TEST_F(PortsTest, SkippedServicesDoNotCollide) {
+TEST_F(CliPortsTest, SkippedServicesDoNotCollide) {
     drop_proc();
     ToolRun r = svc({"check", "41001/tcp", "--skip", "other,cli-app", "--sources", "services"});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -90,7 +90,7 @@ TEST_F(PortsTest, SkippedServicesDoNotCollide) {
     EXPECT_EQ(doc["colliding"].size(), 0u);
 }
 
-TEST_F(PortsTest, ReservedPortsAndProtocolsFollowTheLibrary) {
+TEST_F(CliPortsTest, ReservedPortsAndProtocolsFollowTheLibrary) {
     drop_proc();
     EXPECT_EQ(svc({"check", "41514/tcp", "--sources", "reserved"}).status, 1);
     EXPECT_EQ(svc({"check", "41515/tcp", "--sources", "reserved"}).status, 0);
@@ -99,7 +99,7 @@ TEST_F(PortsTest, ReservedPortsAndProtocolsFollowTheLibrary) {
     EXPECT_EQ(svc({"check", "41003/tcp", "--sources", "services"}).status, 0);
 }
 
-TEST_F(PortsTest, CheckAndWhoNameTheProcessThatHoldsAPort) {
+TEST_F(CliPortsTest, CheckAndWhoNameTheProcessThatHoldsAPort) {
     use_real_proc();
     HeldPorts held;
     ASSERT_NE(held.tcp(), 0u);
@@ -139,7 +139,7 @@ TEST_F(PortsTest, CheckAndWhoNameTheProcessThatHoldsAPort) {
     }
 }
 
-TEST_F(PortsTest, WhoWithoutSocketTablesWarnsAndAnswersFromTheConfiguration) {
+TEST_F(CliPortsTest, WhoWithoutSocketTablesWarnsAndAnswersFromTheConfiguration) {
     drop_proc();
     ToolRun r = svc({"who", "41001/tcp"});
     EXPECT_EQ(r.status, 1);
@@ -153,7 +153,7 @@ TEST_F(PortsTest, WhoWithoutSocketTablesWarnsAndAnswersFromTheConfiguration) {
     EXPECT_EQ(json.err.rfind("kova-svc: warning: ", 0), 0u) << json.err;
 }
 
-TEST_F(PortsTest, SocketsListsTheInventoryPortsAscending) {
+TEST_F(CliPortsTest, SocketsListsTheInventoryPortsAscending) {
     use_real_proc();
     HeldPorts held;
     ASSERT_NE(held.tcp(), 0u);
@@ -193,7 +193,7 @@ TEST_F(PortsTest, SocketsListsTheInventoryPortsAscending) {
     EXPECT_TRUE(listed_udp) << text.out;
 }
 
-TEST_F(PortsTest, SocketsFailsWithoutSocketTables) {
+TEST_F(CliPortsTest, SocketsFailsWithoutSocketTables) {
     drop_proc();
     ToolRun r = svc({"sockets"});
     EXPECT_EQ(r.status, 3);
@@ -202,7 +202,7 @@ TEST_F(PortsTest, SocketsFailsWithoutSocketTables) {
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1);
 }
 
-TEST_F(PortsTest, FreeStepsOverDeclaredAndReservedPortsPerProtocol) {
+TEST_F(CliPortsTest, FreeStepsOverDeclaredAndReservedPortsPerProtocol) {
     drop_proc();
     ToolRun tcp = svc({"free", "--near", "41000", "--proto", "tcp"});
     EXPECT_EQ(tcp.status, 0) << tcp.err;
@@ -221,7 +221,7 @@ TEST_F(PortsTest, FreeStepsOverDeclaredAndReservedPortsPerProtocol) {
     EXPECT_EQ(numbers(below), (std::vector<unsigned int>{65534, 65535}));
 }
 
-TEST_F(PortsTest, FreeAnswersPassTheCheckAndItsJsonIsDocumented) {
+TEST_F(CliPortsTest, FreeAnswersPassTheCheckAndItsJsonIsDocumented) {
     drop_proc();
     ToolRun r = svc({"free", "--near", "41000", "--count", "4", "--json"});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -238,7 +238,7 @@ TEST_F(PortsTest, FreeAnswersPassTheCheckAndItsJsonIsDocumented) {
     EXPECT_TRUE(svc({"free", "--json"}).json()["count"].is_null());
 }
 
-TEST_F(PortsTest, FreeSkipsWhatTheLibraryCheckRefuses) {
+TEST_F(CliPortsTest, FreeSkipsWhatTheLibraryCheckRefuses) {
     drop_proc();
     // The conflict check refuses the single port 412 whatever the sources say.
     ASSERT_EQ(svc({"check", "412/tcp"}).status, 1);
@@ -247,7 +247,7 @@ TEST_F(PortsTest, FreeSkipsWhatTheLibraryCheckRefuses) {
     EXPECT_EQ(numbers(r), (std::vector<unsigned int>{413}));
 }
 
-TEST_F(PortsTest, FreeLeavesOutPortsInUse) {
+TEST_F(CliPortsTest, FreeLeavesOutPortsInUse) {
     use_real_proc();
     HeldPorts held;
     ASSERT_NE(held.tcp(), 0u);
@@ -258,7 +258,7 @@ TEST_F(PortsTest, FreeLeavesOutPortsInUse) {
     for (size_t i = 0; i < doc["ports"].size(); ++i) EXPECT_NE(doc["ports"][i].number(), held.tcp());
 }
 
-TEST_F(PortsTest, FreeFailsWhenNoRunIsLeft) {
+TEST_F(CliPortsTest, FreeFailsWhenNoRunIsLeft) {
     drop_proc();
     ToolRun r = svc({"free", "--count", "65535"});
     EXPECT_EQ(r.status, 3);

@@ -11,7 +11,7 @@ namespace {
 const std::vector<std::string> kCommands = {"list",     "show",    "check",  "who",    "sockets",        "free",
                                             "validate", "install", "update", "remove", "remove-section", "set-ports"};
 
-class UsageTest : public CliTest {};
+class CliUsageTest : public CliTest {};
 
 size_t longest_line(const std::string &text) {
     size_t longest = 0, cur = 0;
@@ -22,7 +22,7 @@ size_t longest_line(const std::string &text) {
     return longest;
 }
 
-TEST_F(UsageTest, ToolHelpListsEveryCommandWithinEightyColumns) {
+TEST_F(CliUsageTest, ToolHelpListsEveryCommandWithinEightyColumns) {
     for (const char *flag : {"--help", "-h"}) {
         ToolRun r = run({flag});
         EXPECT_EQ(r.status, 0) << flag;
@@ -34,7 +34,7 @@ TEST_F(UsageTest, ToolHelpListsEveryCommandWithinEightyColumns) {
     EXPECT_EQ(run({"help"}).out, run({"--help"}).out);
 }
 
-TEST_F(UsageTest, EveryCommandHasHelpThatDocumentsItsJson) {
+TEST_F(CliUsageTest, EveryCommandHasHelpThatDocumentsItsJson) {
     for (const auto &c : kCommands) {
         ToolRun r = run({c, "--help"});
         EXPECT_EQ(r.status, 0) << c;
@@ -47,13 +47,13 @@ TEST_F(UsageTest, EveryCommandHasHelpThatDocumentsItsJson) {
     }
 }
 
-TEST_F(UsageTest, VersionNamesTheTool) {
+TEST_F(CliUsageTest, VersionNamesTheTool) {
     ToolRun r = run({"--version"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.rfind("kova-svc ", 0), 0u);
 }
 
-TEST_F(UsageTest, UsageErrorsExitTwoWithOneLineOnStandardError) {
+TEST_F(CliUsageTest, UsageErrorsExitTwoWithOneLineOnStandardError) {
     const std::vector<std::vector<std::string>> bad = {
         {},                                   // no command
         {"frobnicate"},                       // unknown command
@@ -92,20 +92,20 @@ TEST_F(UsageTest, UsageErrorsExitTwoWithOneLineOnStandardError) {
     }
 }
 
-TEST_F(UsageTest, BadPortListNamesTheLibraryCodeInWords) {
+TEST_F(CliUsageTest, BadPortListNamesTheLibraryCodeInWords) {
     ToolRun r = svc({"check", "80,,90/tcp"});
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("bad parameter (0x0D00"), std::string::npos) << r.err;
 }
 
-TEST_F(UsageTest, RootMustBeADirectory) {
+TEST_F(CliUsageTest, RootMustBeADirectory) {
     ToolRun r = run({"--root", root() + "/does-not-exist", "list"});
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("is not a directory"), std::string::npos);
     EXPECT_EQ(run({"--root", "", "list"}).status, 2);
 }
 
-TEST_F(UsageTest, RootOverridesTheEnvironmentBeforeOrAfterTheCommand) {
+TEST_F(CliUsageTest, RootOverridesTheEnvironmentBeforeOrAfterTheCommand) {
     write("/usr/local/etc/services.d/root-test.sc", "[root-probe]\ntitle=T\ndesc=D\ndst.ports=41234/tcp\n");
     // The environment points at an empty tree; --root must win, wherever it stands.
     std::string empty = work() + "/empty";
@@ -123,7 +123,7 @@ TEST_F(UsageTest, RootOverridesTheEnvironmentBeforeOrAfterTheCommand) {
     EXPECT_EQ(without.out.find("root-probe"), std::string::npos);
 }
 
-TEST_F(UsageTest, JsonBeforeTheCommandAppliesToIt) {
+TEST_F(CliUsageTest, JsonBeforeTheCommandAppliesToIt) {
     ToolRun r = run({"--json", "--root", root(), "list"});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.json().has("services"));

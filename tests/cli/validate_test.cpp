@@ -6,7 +6,7 @@
 namespace kova::cli_test {
 namespace {
 
-class ValidateTest : public CliTest {
+class CliValidateTest : public CliTest {
 protected:
     void SetUp() override {
         CliTest::SetUp();
@@ -21,7 +21,7 @@ protected:
     }
 };
 
-TEST_F(ValidateTest, AGoodFileHasNoFindings) {
+TEST_F(CliValidateTest, AGoodFileHasNoFindings) {
     std::string file = write_work("good.sc",
                                   "[global]\nversion=2\n\n[cli-good]\ntitle=\"Good\"\ndesc=\"Fine\"\n"
                                   "dst.ports=\"42010,42011/tcp\"\n");
@@ -41,7 +41,7 @@ TEST_F(ValidateTest, AGoodFileHasNoFindings) {
     EXPECT_EQ(doc["problems"].size(), 0u);
 }
 
-TEST_F(ValidateTest, ReportsEveryProblemSectionBySection) {
+TEST_F(CliValidateTest, ReportsEveryProblemSectionBySection) {
     std::string file = write_work("bad.sc",
                                   "[global]\nversion=1\n\n"
                                   "[cli-clash]\ntitle=\"Clash\"\ndesc=\"Collides\"\ndst.ports=\"42001,42050/tcp\"\n\n"
@@ -83,7 +83,7 @@ TEST_F(ValidateTest, ReportsEveryProblemSectionBySection) {
     EXPECT_FALSE(doc["sections"][1]["accepted"].boolean());
 }
 
-TEST_F(ValidateTest, AFileTheLibraryRefusesAsAWhole) {
+TEST_F(CliValidateTest, AFileTheLibraryRefusesAsAWhole) {
     std::string only_global = write_work("global.sc", "[global]\nversion=1\n");
     ToolRun r = svc({"validate", only_global});
     EXPECT_EQ(r.status, 1);
@@ -96,7 +96,7 @@ TEST_F(ValidateTest, AFileTheLibraryRefusesAsAWhole) {
     EXPECT_NE(n.out.find("error: the library does not accept the file"), std::string::npos) << n.out;
 }
 
-TEST_F(ValidateTest, AMissingFileIsAFailedOperation) {
+TEST_F(CliValidateTest, AMissingFileIsAFailedOperation) {
     ToolRun r = svc({"validate", work() + "/absent.sc"});
     EXPECT_EQ(r.status, 3);
     EXPECT_TRUE(r.out.empty());
@@ -104,7 +104,7 @@ TEST_F(ValidateTest, AMissingFileIsAFailedOperation) {
     EXPECT_EQ(svc({"validate", work()}).status, 3);  // a directory
 }
 
-TEST_F(ValidateTest, ReinstallingTheSameFileIsNotACollision) {
+TEST_F(CliValidateTest, ReinstallingTheSameFileIsNotACollision) {
     // The installed copy's sections skip themselves, as the install does.
     std::string file = write_work("installed.sc",
                                   "[cli-installed]\ntitle=\"Installed\"\ndesc=\"Already here\"\n"
