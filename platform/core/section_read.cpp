@@ -11,6 +11,27 @@
 
 namespace ini = kova::platform::ini;
 
+namespace {
+
+// Reads the whole file and returns body(text): -1 with 0x0900 when the file cannot be read,
+// -1 with 0x0200 when memory runs out on the way.
+template <class Body>
+int with_file_text(const char *path, Body &&body) {
+    try {
+        std::string text;
+        if (!ini::read_file(path, text)) {
+            PLAT_SET_ERR(KOVA_ERR_FILE_OPEN);
+            return -1;
+        }
+        return body(text);
+    } catch (const std::bad_alloc &) {
+        PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        return -1;
+    }
+}
+
+}  // namespace
+
 extern "C" {
 
 // Appends the names of the file's sections in file order (a name repeated later in the file
@@ -20,12 +41,7 @@ int KVLIBCFileEnumSection(const char *szPath, KVLIB_SZLIST **ppList) {
         PLAT_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    try {
-        std::string text;
-        if (!ini::read_file(szPath, text)) {
-            PLAT_SET_ERR(KOVA_ERR_FILE_OPEN);
-            return -1;
-        }
+    return with_file_text(szPath, [&](const std::string &text) {
         std::unordered_set<std::string_view> seen;
         int count = 0;
         bool failed = false;
@@ -39,10 +55,7 @@ int KVLIBCFileEnumSection(const char *szPath, KVLIB_SZLIST **ppList) {
             return true;
         });
         return failed ? -1 : count;
-    } catch (const std::bad_alloc &) {
-        PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-        return -1;
-    }
+    });
 }
 
 // Reads the keys of the first section of that name into the hash (a key repeated in the
@@ -53,12 +66,7 @@ int KVLIBCFileGetSection(const char *szPath, const char *szSection, KVLIB_SZHASH
         PLAT_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    try {
-        std::string text;
-        if (!ini::read_file(szPath, text)) {
-            PLAT_SET_ERR(KOVA_ERR_FILE_OPEN);
-            return -1;
-        }
+    return with_file_text(szPath, [&](const std::string &text) {
         const std::string_view wanted(szSection);
         bool inside = false;
         bool failed = false;
@@ -78,10 +86,7 @@ int KVLIBCFileGetSection(const char *szPath, const char *szSection, KVLIB_SZHASH
             return true;
         });
         return failed ? -1 : static_cast<int>(keys.size());
-    } catch (const std::bad_alloc &) {
-        PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-        return -1;
-    }
+    });
 }
 
 }  // extern "C"

@@ -7,6 +7,21 @@
 
 #include "core/plat_log.h"
 
+namespace {
+
+// Appends the n characters at p to the list as one text; 0, or -1 on failure.
+int push_piece(std::string &piece, const char *p, size_t n, KVLIB_SZLIST **ppList) {
+    try {
+        piece.assign(p, n);
+    } catch (...) {
+        PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        return -1;
+    }
+    return KVLIBCSzListPush(ppList, piece.c_str()) < 0 ? -1 : 0;
+}
+
+}  // namespace
+
 extern "C" {
 
 char *KVLIBCStrTokIndex(char **ppszCursor, const char *szDelim) {
@@ -32,14 +47,8 @@ int KVLIBCStrTok(const char *sz, const char *szDelim, KVLIB_SZLIST **ppList) {
     for (const char *p = sz;;) {
         p += std::strspn(p, szDelim);
         if (*p == '\0') break;
-        size_t n = std::strcspn(p, szDelim);
-        try {
-            piece.assign(p, n);
-        } catch (...) {
-            PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-            return -1;
-        }
-        if (KVLIBCSzListPush(ppList, piece.c_str()) < 0) return -1;
+        const size_t n = std::strcspn(p, szDelim);
+        if (push_piece(piece, p, n, ppList) < 0) return -1;
         p += n;
     }
     return 0;
@@ -55,14 +64,8 @@ int KVLIBCStrSep(const char *sz, const char *szDelim, KVLIB_SZLIST **ppList) {
     std::string piece;
     int stored = 0;
     for (const char *p = sz;; ++p) {
-        size_t n = std::strcspn(p, szDelim);
-        try {
-            piece.assign(p, n);
-        } catch (...) {
-            PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-            return -1;
-        }
-        if (KVLIBCSzListPush(ppList, piece.c_str()) < 0) return -1;
+        const size_t n = std::strcspn(p, szDelim);
+        if (push_piece(piece, p, n, ppList) < 0) return -1;
         ++stored;
         p += n;
         if (*p == '\0') break;

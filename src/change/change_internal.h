@@ -1,5 +1,9 @@
 // Module-internal operations of the changing operations, and small helpers they share.
 // Nothing here is exported from the shared library.
+//
+// The steps below that log take the calling module's logger, a lambda over KOVA_LOG written in
+// that module, so that their lines name the module that runs them:
+//   constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
 #pragma once
 
 #include <kovaserviceconf.h>
@@ -12,6 +16,8 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/log.h"
+#include "foundation/raii.h"
 #include "foundation/root_path.h"
 
 // Removes a file or a directory tree ("/bin/rm -rf"); 0 also when there is nothing to remove.
@@ -132,5 +138,64 @@ public:
 private:
     std::string path_;
 };
+
+// The port conflict check of an edit: whether the rendered ports are free for the request's
+// section. A conflict is logged; a failed check is not (the check reports its own failures).
+template <class Log>
+bool ports_free(const KVLIB_SERVICE_CONF_REQUEST &request, const PortValue &ports, Log log) {
+    KOVA_SERVICE_CONF_PORT *conflict_head = nullptr;
+    const int conflict = KVLIBIsPortConflict(request.sectionName, ports.ports.c_str(), ports.protocols.c_str(),
+                                             static_cast<int>(request.scope), &conflict_head);
+    const PortsPtr conflicts(conflict_head);
+    if (conflict < 0) return false;
+    if (conflict > 0) {
+        log("Port conflict with existing ports! (port: %s)" KOVA_ERRFMT, ports.value.c_str(), KOVA_ERRARGS);
+        return false;
+    }
+    return true;
+}
+
+// The file as it was before an edit, copied to "/tmp/<file name>" for the router tool, which
+// compares it with the edited file. The copy is never written through a planted link and is
+// removed when this goes out of scope.
+class RouterCopy {
+public:
+    RouterCopy() = default;
+    RouterCopy(const RouterCopy &) = delete;
+    RouterCopy &operator=(const RouterCopy &) = delete;
+
+    template <class Log>
+    bool take(const std::string &path, const char *file_name, Log log) {
+        copy_ = kova::resolve(std::string("/tmp/") + file_name);
+        guard_.reset(copy_);
+        if (claim_temp_file(copy_) != 0 || KVLIBCExec("/bin/cp", "-f", path.c_str(), copy_.c_str(), nullptr) != 0) {
+            log("FAILED to copy from file=%s to backup path=%s", path.c_str(), copy_.c_str());
+            return false;
+        }
+        return true;
+    }
+
+    // Runs the router tool over the copy and the edited file when the request's scope asks
+    // for it (0x02); a failure is logged and does not fail the edit.
+    template <class Log>
+    void update_router(const KVLIB_SERVICE_CONF_REQUEST &request, const std::string &path, Log log) const {
+        if ((request.scope & 0x02) == 0) return;
+        const std::string tool = kova::resolve(kova::paths::kRouterTool);
+        if (KVLIBCExec(tool.c_str(), "--update", copy_.c_str(), path.c_str(), nullptr) != 0)
+            log("%s --udpate %s %s failed!" KOVA_ERRFMT, tool.c_str(), copy_.c_str(), path.c_str(), KOVA_ERRARGS);
+    }
+
+private:
+    std::string copy_;
+    TempFileGuard guard_;
+};
+
+// Restarts the components when the request's mode asks for it (2); a failure is logged and
+// does not fail the edit.
+template <class Log>
+void restart_if_asked(const KVLIB_SERVICE_CONF_REQUEST &request, Log log) {
+    if (request.mode == 2 && KVLIBServiceConfServRestart(request.restartMask) < 0)
+        log("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
+}
 
 }  // namespace kova::change

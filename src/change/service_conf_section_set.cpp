@@ -9,12 +9,13 @@
 #include "change/change_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "foundation/raii.h"
-#include "foundation/root_path.h"
 
 namespace {
 
 using kova::change::field;
+
+// This module's log lines, for the shared steps.
+constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
 
 std::string quoted(const std::string &text) {
     return "\"" + text + "\"";
@@ -49,36 +50,26 @@ private:
 // Fills the hash with the keys of the section record, in their fixed order.
 bool fill_section_keys(kova::change::SzHashHandle &hash, const KOVA_SERVICE_CONF_SECTION &section,
                        const std::string &dst_value, const std::string &src_value) {
-    auto set = [&](const char *key, const std::string &value) {
-        return KVLIBCSzHashSetValue(hash.addr(), key, quoted(value).c_str()) >= 0;
+    const std::string desc_key = string_key(section.desc);
+    const std::string title_key = string_key(section.title);
+    const struct {
+        const char *key;
+        std::string value;
+        bool wanted;
+    } entries[] = {
+        {"port_forward", section.portForward == 1 ? "yes" : "no", true},
+        {"desc", field(section.desc.text), true},
+        {"desc_key", desc_key, !desc_key.empty()},
+        {"title", field(section.title.text), true},
+        {"title_key", title_key, !title_key.empty()},
+        {"dst.ports", dst_value, true},
+        {"src.ports", src_value, section.srcPort != nullptr},
     };
-    if (!set("port_forward", section.portForward == 1 ? "yes" : "no")) {
-        KOVA_LOG("Failed ot set port_forward into Hash");
-        return false;
-    }
-    if (!set("desc", field(section.desc.text))) {
-        KOVA_LOG("Failed ot set desc into Hash");
-        return false;
-    }
-    if (const std::string key = string_key(section.desc); !key.empty() && !set("desc_key", key)) {
-        KOVA_LOG("Failed ot set desc_key into Hash");
-        return false;
-    }
-    if (!set("title", field(section.title.text))) {
-        KOVA_LOG("Failed ot set title into Hash");
-        return false;
-    }
-    if (const std::string key = string_key(section.title); !key.empty() && !set("title_key", key)) {
-        KOVA_LOG("Failed ot set title_key into Hash");
-        return false;
-    }
-    if (!set("dst.ports", dst_value)) {
-        KOVA_LOG("Failed ot set dst.ports into Hash");
-        return false;
-    }
-    if (section.srcPort != nullptr && !set("src.ports", src_value)) {
-        KOVA_LOG("Failed ot set src.ports into Hash");
-        return false;
+    for (const auto &entry : entries) {
+        if (entry.wanted && KVLIBCSzHashSetValue(hash.addr(), entry.key, quoted(entry.value).c_str()) < 0) {
+            KOVA_LOG("Failed ot set %s into Hash", entry.key);
+            return false;
+        }
     }
     return true;
 }
@@ -104,17 +95,7 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
     kova::change::PortValue src;
     if (pSection->srcPort != nullptr && !kova::change::render_port_value(pSection->srcPort, src)) return -1;
 
-    {
-        KOVA_SERVICE_CONF_PORT *conflict_head = nullptr;
-        const int conflict = KVLIBIsPortConflict(request.sectionName, dst.ports.c_str(), dst.protocols.c_str(),
-                                                 static_cast<int>(request.scope), &conflict_head);
-        const kova::PortsPtr conflicts(conflict_head);
-        if (conflict < 0) return -1;
-        if (conflict > 0) {
-            KOVA_LOG("Port conflict with existing ports! (port: %s)" KOVA_ERRFMT, dst.value.c_str(), KOVA_ERRARGS);
-            return -1;
-        }
-    }
+    if (!kova::change::ports_free(request, dst, module_log)) return -1;
 
     if ((request.scope & 0x04) != 0) {
         kova::change::SzHashHandle hash(KVLIBCSzHashAlloc(1024));
@@ -145,14 +126,8 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
         }
         if (!fill_section_keys(hash, *pSection, dst.value, src.value)) return -1;
 
-        // The file as it was, for the router tool; never written through a planted link.
-        const std::string router_copy = kova::resolve(std::string("/tmp/") + request.fileName);
-        const kova::change::TempFileGuard copy_guard(router_copy);
-        if (kova::change::claim_temp_file(router_copy) != 0 ||
-            KVLIBCExec("/bin/cp", "-f", path.c_str(), router_copy.c_str(), nullptr) != 0) {
-            KOVA_LOG("FAILED to copy from file=%s to backup path=%s", path.c_str(), router_copy.c_str());
-            return -1;
-        }
+        kova::change::RouterCopy router_copy;
+        if (!router_copy.take(path, request.fileName, module_log)) return -1;
 
         if (request.action == 1) {
             // The platform refuses values with line breaks; such a write fails and the file stays.
@@ -165,16 +140,10 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
         }
         created.keep();
 
-        if ((request.scope & 0x02) != 0) {
-            const std::string tool = kova::resolve(kova::paths::kRouterTool);
-            if (KVLIBCExec(tool.c_str(), "--update", router_copy.c_str(), path.c_str(), nullptr) != 0)
-                KOVA_LOG("%s --udpate %s %s failed!" KOVA_ERRFMT, tool.c_str(), router_copy.c_str(), path.c_str(),
-                         KOVA_ERRARGS);
-        }
+        router_copy.update_router(request, path, module_log);
     }
 
-    if (request.mode == 2 && KVLIBServiceConfServRestart(request.restartMask) < 0)
-        KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
+    kova::change::restart_if_asked(request, module_log);
     return 0;
 }
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "conflict/conflict_list.h"
+#include "conflict/conflict_twins.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -18,8 +18,12 @@ namespace {
 
 using kova::DListPtr;
 
-using ConfResult = KOVA_CONF_PORT_CONFLICT_RESULT;
-using ConfResultPtr = std::unique_ptr<ConfResult, kova::FnDeleter<KOVAConfPortConflictResultFree>>;
+using Family = kova::conflict::ConfFamily;
+using ConfResult = Family::Result;
+using ConfResultPtr = kova::conflict::ResultPtr<Family>;
+
+// This module's log lines, for the shared operations.
+constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
 
 // One row of the system ports: a key of the system information file, or a fixed port text.
 struct SystemPort {
@@ -65,12 +69,16 @@ void append_service_ports(KVLIB_DLIST *list, ConfResult *work, const KOVA_FW_SER
     }
 }
 
-KVLIB_DLIST *sys_conf_list_fetch() {
+// A new, empty result list; a failure is logged.
+DListPtr new_result_list() {
     DListPtr list(KOVAConfPortConflictResultListAlloc());
-    if (!list) {
-        KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
-        return nullptr;
-    }
+    if (!list) KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
+    return list;
+}
+
+KVLIB_DLIST *sys_conf_list_fetch() {
+    DListPtr list = new_result_list();
+    if (!list) return nullptr;
     ConfResultPtr work(KOVAConfPortConflictResultAlloc());
     if (!work) {
         KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
@@ -91,11 +99,8 @@ KVLIB_DLIST *sys_conf_list_fetch() {
 }
 
 KVLIB_DLIST *pkg_conf_list_fetch() {
-    DListPtr list(KOVAConfPortConflictResultListAlloc());
-    if (!list) {
-        KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
-        return nullptr;
-    }
+    DListPtr list = new_result_list();
+    if (!list) return nullptr;
     ConfResultPtr work(KOVAConfPortConflictResultAlloc());
     if (!work) {
         KOVA_LOG("Failed to alloc pResult, Out of memory.[0x%04X]", KVLIBCErrGet());
@@ -121,11 +126,8 @@ void append_copies(KVLIB_DLIST *target, const KVLIB_DLIST *source) {
 }
 
 KVLIB_DLIST *service_conf_list_fetch() {
-    DListPtr list(KOVAConfPortConflictResultListAlloc());
-    if (!list) {
-        KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
-        return nullptr;
-    }
+    DListPtr list = new_result_list();
+    if (!list) return nullptr;
     DListPtr system(SysConfListFetch());
     if (!system) {
         KOVA_LOG("Failed to SysConfListFetch");
@@ -159,31 +161,13 @@ KVLIB_DLIST *ServiceConfListFetch(void) {
 
 int ConfResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port, uint16_t protocol,
                          KVLIB_DLIST *pFilteredResultList) {
-    if (pSourceResultList == nullptr) {
-        KOVA_LOG("pSourceResultList is undefined");
-        return -1;
-    }
-    if (pFilteredResultList == nullptr) {
-        KOVA_LOG("pFilteredResultList is undefined");
-        return -1;
-    }
-    return kova::conflict::filter_records<ConfResult>(pSourceResultList, port, protocol, pFilteredResultList);
+    return kova::conflict::filter_result_list<Family>(pSourceResultList, port, protocol, pFilteredResultList,
+                                                      module_log);
 }
 
 int ConfNotConflictResultAppend(KVLIB_DLIST *pResultList, uint16_t port, uint16_t protocol) {
-    if (pResultList == nullptr) {
-        KOVA_LOG("pResultList is undefined");
-        return -1;
-    }
-    ConfResultPtr work(KOVAConfPortConflictResultAlloc());
-    if (!work) {
-        KOVA_LOG("Failed to alloc pResult, Out of memory.[0x%04X]", KVLIBCErrGet());
-        return -1;
-    }
-    work->port = port;
-    work->protocol = protocol;
-    work->isConflict = 0;
-    return KVLIBCDListAppend(pResultList, work.get()) < 0 ? -1 : 0;
+    return KOVA_GUARDED(
+        -1, [&] { return kova::conflict::append_no_conflict<Family>(pResultList, port, protocol, module_log); });
 }
 
 }  // extern "C"

@@ -1,23 +1,15 @@
 // Runtime result records (ports in use by processes) and the result lists that hold them.
 #include <kovaserviceconf.h>
 
-#include <cstdlib>
-#include <cstring>
-
-#include "conflict/conflict_list.h"
+#include "conflict/conflict_twins.h"
 #include "foundation/log.h"
-#include "foundation/raii.h"
 
 namespace {
 
-// The list callbacks, with the signatures the record list expects.
-void *copy_record(const void *p) {
-    return KOVARuntimePortConflictResultCopy(static_cast<const KOVA_RUNTIME_PORT_CONFLICT_RESULT *>(p));
-}
+using Family = kova::conflict::RuntimeFamily;
 
-void free_record(void *p) {
-    KOVARuntimePortConflictResultFree(static_cast<KOVA_RUNTIME_PORT_CONFLICT_RESULT *>(p));
-}
+// This module's log lines, for the shared operations.
+constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
 
 }  // namespace
 
@@ -28,25 +20,15 @@ PKOVA_RUNTIME_PORT_CONFLICT_RESULT KOVARuntimePortConflictResultAlloc(void) {
 }
 
 void KOVARuntimePortConflictResultFree(PKOVA_RUNTIME_PORT_CONFLICT_RESULT pResult) {
-    if (pResult == nullptr) return;
-    std::free(pResult->program);
-    std::free(pResult);
+    kova::conflict::free_result<Family>(pResult);
 }
 
 PKOVA_RUNTIME_PORT_CONFLICT_RESULT KOVARuntimePortConflictResultCopy(const KOVA_RUNTIME_PORT_CONFLICT_RESULT *pResult) {
-    if (pResult == nullptr) return nullptr;
-    auto *copy = kova::calloc_record<KOVA_RUNTIME_PORT_CONFLICT_RESULT>();
-    if (copy == nullptr) {
-        KOVA_LOG("Failed to allocate PKOVA_RUNTIME_PORT_CONFLICT_RESULT");
-        return nullptr;
-    }
-    *copy = *pResult;
-    copy->program = pResult->program != nullptr ? strdup(pResult->program) : nullptr;
-    return copy;
+    return kova::conflict::copy_result<Family>(pResult, module_log);
 }
 
 KVLIB_DLIST *KOVARuntimePortConflictResultListAlloc(void) {
-    return KVLIBCDListAlloc(copy_record, free_record);
+    return kova::conflict::alloc_result_list<Family>();
 }
 
 void KOVARuntimePortConflictResultListFree(KVLIB_DLIST *pResultList) {
@@ -54,15 +36,7 @@ void KOVARuntimePortConflictResultListFree(KVLIB_DLIST *pResultList) {
 }
 
 KVLIB_DLIST *KOVARuntimePortConflictResultListCopy(const KVLIB_DLIST *pResultList) {
-    if (pResultList == nullptr) return nullptr;
-    KVLIB_DLIST *copy = KOVARuntimePortConflictResultListAlloc();
-    if (copy == nullptr) {
-        KOVA_LOG("Failed to allocate KOVARuntimePortConflictResultListAlloc");
-        return nullptr;
-    }
-    kova::conflict::for_each_record<KOVA_RUNTIME_PORT_CONFLICT_RESULT>(
-        pResultList, [&](const KOVA_RUNTIME_PORT_CONFLICT_RESULT &r) { KVLIBCDListAppend(copy, &r); });
-    return copy;
+    return kova::conflict::copy_result_list<Family>(pResultList, module_log);
 }
 
 }  // extern "C"

@@ -2,68 +2,29 @@
 // processes that hold it (the runtime inventory), or one no-conflict record.
 #include <kovaserviceconf.h>
 
-#include "conflict/conflict_list.h"
+#include "conflict/conflict_twins.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "foundation/raii.h"
 
 namespace {
 
-using RuntimeResult = KOVA_RUNTIME_PORT_CONFLICT_RESULT;
+using Family = kova::conflict::RuntimeFamily;
 
-int runtime_port_conflict_check(const KVLIB_SZLIST *pPortList, uint16_t protocol, KVLIB_DLIST *pResultList) {
-    if (!IsLegalProtocol(protocol)) {
-        KOVA_LOG("Illegal protocol: %u", static_cast<unsigned int>(protocol));
-        return -1;
-    }
-    if (pPortList == nullptr) {
-        KOVA_LOG("pPortList is undefined");
-        return -1;
-    }
-    if (pResultList == nullptr) {
-        KOVA_LOG("pResultList is undefined");
-        return -1;
-    }
-    kova::DListPtr inventory(RuntimeServiceListFetch());
-    if (!inventory) {
-        KOVA_LOG("Failed to ServiceConfListFetch");
-        return -1;
-    }
-    const auto outcome = kova::conflict::check_ports<RuntimeResult>(
-        pPortList, protocol, inventory.get(), pResultList, [](const char *text) { KOVA_LOG("Illegal port: %s", text); },
-        [](KVLIB_DLIST *list, uint16_t port, uint16_t single) {
-            return RuntimeNotConflictResultAppend(list, port, single);
-        });
-    if (outcome == kova::conflict::CheckOutcome::kAppendFailed) {
-        KOVA_LOG("Failed to append no conflict result");
-        return -1;
-    }
-    return 0;
-}
+// This module's log lines, for the shared operations.
+constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
 
 }  // namespace
 
 extern "C" {
 
 int KOVARuntimePortConflictCheck(const KVLIB_SZLIST *pPortList, uint16_t protocol, KVLIB_DLIST *pResultList) {
-    return KOVA_GUARDED(-1, [&] { return runtime_port_conflict_check(pPortList, protocol, pResultList); });
+    return KOVA_GUARDED(
+        -1, [&] { return kova::conflict::port_conflict_check<Family>(pPortList, protocol, pResultList, module_log); });
 }
 
 KVLIB_DLIST *KOVARuntimePortConflictResultListAllocAndCheck(const KVLIB_SZLIST *pPortList, uint16_t protocol) {
-    if (pPortList == nullptr) {
-        KOVA_LOG("pPortList is undefined");
-        return nullptr;
-    }
-    kova::DListPtr list(KOVARuntimePortConflictResultListAlloc());
-    if (!list) {
-        KOVA_LOG("Failed to alloc KOVARuntimePortConflictResultListAlloc, Out of memory.[0x%04X]", KVLIBCErrGet());
-        return nullptr;
-    }
-    if (KOVARuntimePortConflictCheck(pPortList, protocol, list.get()) < 0) {
-        KOVA_LOG("Failed to KOVARuntimePortConflictCheck");
-        return nullptr;
-    }
-    return list.release();
+    return KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr),
+                        [&] { return kova::conflict::alloc_and_check<Family>(pPortList, protocol, module_log); });
 }
 
 }  // extern "C"

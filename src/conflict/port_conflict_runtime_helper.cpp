@@ -21,7 +21,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "conflict/conflict_list.h"
+#include "conflict/conflict_twins.h"
 #include "conflict/runtime_inventory.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
@@ -136,7 +136,11 @@ namespace {
 
 using kova::conflict::scan_socket_line;
 using kova::conflict::scan_socket_link;
-using RuntimeResult = KOVA_RUNTIME_PORT_CONFLICT_RESULT;
+using Family = kova::conflict::RuntimeFamily;
+using RuntimeResult = Family::Result;
+
+// This module's log lines, for the shared operations.
+constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
 
 constexpr uint64_t kMix = 0x9E3779B97F4A7C15ull;
 
@@ -586,31 +590,13 @@ KVLIB_DLIST *RuntimeServiceListFetch(void) {
 
 int RuntimeResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port, uint16_t protocol,
                             KVLIB_DLIST *pFilteredResultList) {
-    if (pSourceResultList == nullptr) {
-        KOVA_LOG("pSourceResultList is undefined");
-        return -1;
-    }
-    if (pFilteredResultList == nullptr) {
-        KOVA_LOG("pFilteredResultList is undefined");
-        return -1;
-    }
-    return kova::conflict::filter_records<RuntimeResult>(pSourceResultList, port, protocol, pFilteredResultList);
+    return kova::conflict::filter_result_list<Family>(pSourceResultList, port, protocol, pFilteredResultList,
+                                                      module_log);
 }
 
 int RuntimeNotConflictResultAppend(KVLIB_DLIST *pResultList, uint16_t port, uint16_t protocol) {
-    if (pResultList == nullptr) {
-        KOVA_LOG("pResultList is undefined");
-        return -1;
-    }
-    using RuntimeResultPtr = std::unique_ptr<RuntimeResult, kova::FnDeleter<KOVARuntimePortConflictResultFree>>;
-    RuntimeResultPtr work(KOVARuntimePortConflictResultAlloc());
-    if (!work) {
-        KOVA_LOG("Failed to alloc pResult, Out of memory.[0x%04X]", KVLIBCErrGet());
-        return -1;
-    }
-    work->port = port;
-    work->protocol = protocol;
-    return KVLIBCDListAppend(pResultList, work.get()) < 0 ? -1 : 0;
+    return KOVA_GUARDED(
+        -1, [&] { return kova::conflict::append_no_conflict<Family>(pResultList, port, protocol, module_log); });
 }
 
 }  // extern "C"

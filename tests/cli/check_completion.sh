@@ -9,20 +9,16 @@ mkdir -p "$root/usr/local/etc/services.d"
 printf '[svc-a]\ntitle=A\ndesc=A\ndst.ports=41001/tcp\n\n[svc-b]\ntitle=B\ndesc=B\ndst.ports=41002/tcp\n' \
     >"$root/usr/local/etc/services.d/pkg.sc"
 
-complete_words() {
-    COMP_WORDS=("$@")
-    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-    COMPREPLY=()
-    _kova_svc
-    echo "${COMPREPLY[*]}"
-}
+# expect WANT WORD...: completing the last WORD offers exactly WANT.
 expect() {
     local want=$1
     shift
-    local got
-    got=$(complete_words "$@")
-    if [[ $got != "$want" ]]; then
-        echo "completing [$*]: expected [$want], got [$got]"
+    COMP_WORDS=("$@")
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    COMPREPLY=()
+    _kova_svc || true  # compopt fails outside a completion
+    if [[ "${COMPREPLY[*]}" != "$want" ]]; then
+        echo "completing [$*]: expected [$want], got [${COMPREPLY[*]}]"
         exit 1
     fi
 }

@@ -10,10 +10,7 @@ if [ -n "$warnings" ]; then
 fi
 text=$("$groff" -t -man -Tutf8 "$page" 2>/dev/null | sed 's/.\x08//g')
 for cmd in list show check who sockets free validate install update remove remove-section set-ports; do
-    if ! printf '%s\n' "$text" | grep -q "^       $cmd\b"; then
-        echo "manual page lacks the command $cmd"
-        exit 1
-    fi
+    printf '%s\n' "$text" | grep -q "^       $cmd\b" || { echo "manual page lacks the command $cmd"; exit 1; }
 done
 for word in "EXIT STATUS" "JSON OUTPUT" "--root" "--json"; do
     printf '%s\n' "$text" | grep -q -- "$word" || { echo "manual page lacks $word"; exit 1; }

@@ -10,10 +10,6 @@
 #include <fstream>
 #include <sstream>
 
-#ifndef KOVA_SVC_PATH
-#error "KOVA_SVC_PATH names the built tool"
-#endif
-
 namespace fs = std::filesystem;
 
 namespace kova::cli_test {
@@ -21,29 +17,22 @@ namespace kova::cli_test {
 namespace {
 
 std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
     std::stringstream ss;
-    ss << in.rdbuf();
+    ss << std::ifstream(path, std::ios::binary).rdbuf();
     return ss.str();
 }
 
-unsigned int bound_port(int fd) {
-    sockaddr_in addr{};
-    socklen_t len = sizeof addr;
-    if (getsockname(fd, reinterpret_cast<sockaddr *>(&addr), &len) != 0) return 0;
-    return ntohs(addr.sin_port);
-}
-
-int bind_loopback(int type) {
-    int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);  // not handed to the tool
-    if (fd < 0) return -1;
+// A loopback socket of `type` on a port the kernel chooses (not inherited by the tool); the
+// port goes to `port`.
+int bind_loopback(int type, unsigned int &port) {
+    int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
-        close(fd);
-        return -1;
-    }
+    socklen_t len = sizeof addr;
+    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr *>(&addr), len) == 0 &&
+        (type != SOCK_STREAM || listen(fd, 4) == 0) && getsockname(fd, reinterpret_cast<sockaddr *>(&addr), &len) == 0)
+        port = ntohs(addr.sin_port);
     return fd;
 }
 
@@ -56,17 +45,28 @@ std::vector<std::string> ToolRun::lines() const {
     return lines;
 }
 
-JsonValue ToolRun::json() const {
-    return JsonValue::parse(out);
+std::vector<std::string> words(const std::string &line) {
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string w; in >> w;) words.push_back(w == "''" ? "" : w);
+    return words;
 }
 
-std::string CliTest::tool() {
-    return KOVA_SVC_PATH;
+std::string cells(const JsonValue &record, const std::vector<std::string> &fields) {
+    std::string out;
+    for (const auto &f : fields) out += (&f == &fields[0] ? "" : " ") + record[f].text();
+    return out;
+}
+
+std::string rows(const JsonValue &list, const std::vector<std::string> &fields) {
+    std::string out;
+    for (size_t i = 0; i < list.size(); ++i) out += (fields.empty() ? list[i].text() : cells(list[i], fields)) + "; ";
+    return out;
 }
 
 void CliTest::SetUp() {
     RootTest::SetUp();
-    work_ = root() + ".work";
+    work_ = path("/scratch");
     fs::create_directories(work_);
     fs::path example = fs::path(KOVA_SOURCE_DIR) / "examples" / "root";
     if (fs::is_directory(example))
@@ -80,42 +80,35 @@ void CliTest::SetUp() {
     script("/usr/kova/sbin/kovaroutertool", "exit 0\n");
 }
 
-void CliTest::TearDown() {
-    std::error_code ec;
-    fs::remove_all(work_, ec);
-    RootTest::TearDown();
-}
-
 std::string CliTest::write_work(const std::string &name, const std::string &content) const {
     std::string path = work_ + "/" + name;
     std::ofstream(path, std::ios::binary) << content;
     return path;
 }
 
-void CliTest::use_real_proc() const {
+void CliTest::drop_proc() const {
     std::error_code ec;
     fs::remove_all(path("/proc"), ec);
+}
+
+void CliTest::use_real_proc() const {
+    drop_proc();
     symlink("/proc", "/proc");
 }
 
 ToolRun CliTest::run(const std::vector<std::string> &args, const std::vector<std::string> &env) const {
     std::string out_path = work_ + "/.stdout", err_path = work_ + "/.stderr";
-    std::vector<std::string> argv_text = {tool()};
-    argv_text.insert(argv_text.end(), args.begin(), args.end());
+    std::vector<std::string> words = {KOVA_SVC_PATH}, env_text = env;
+    words.insert(words.end(), args.begin(), args.end());
     std::vector<char *> argv;
-    for (auto &a : argv_text) argv.push_back(a.data());
+    for (auto &w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
-    std::vector<std::string> env_text = env;
 
     pid_t pid = fork();
     if (pid == 0) {
-        int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int in = open("/dev/null", O_RDONLY);
-        if (out < 0 || err < 0 || in < 0) _exit(126);
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(err, 2);
+        int in = open("/dev/null", O_RDONLY), out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644),
+            err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (in < 0 || out < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(126);
         for (auto &e : env_text) putenv(e.data());
         execv(argv[0], argv.data());
         _exit(127);
@@ -129,18 +122,12 @@ ToolRun CliTest::run(const std::vector<std::string> &args, const std::vector<std
     return r;
 }
 
-ToolRun CliTest::svc(const std::vector<std::string> &args) const {
-    std::vector<std::string> all = {"--root", root()};
-    all.insert(all.end(), args.begin(), args.end());
-    return run(all);
+ToolRun CliTest::svc(std::vector<std::string> args) const {
+    args.insert(args.begin(), {"--root", root()});
+    return run(args);
 }
 
-HeldPorts::HeldPorts() {
-    tcp_fd_ = bind_loopback(SOCK_STREAM);
-    if (tcp_fd_ >= 0 && listen(tcp_fd_, 4) == 0) tcp_port_ = bound_port(tcp_fd_);
-    udp_fd_ = bind_loopback(SOCK_DGRAM);
-    if (udp_fd_ >= 0) udp_port_ = bound_port(udp_fd_);
-}
+HeldPorts::HeldPorts() : tcp_fd_(bind_loopback(SOCK_STREAM, tcp)), udp_fd_(bind_loopback(SOCK_DGRAM, udp)) {}
 
 HeldPorts::~HeldPorts() {
     if (tcp_fd_ >= 0) close(tcp_fd_);

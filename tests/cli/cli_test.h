@@ -1,5 +1,5 @@
 // Fixture for the end-to-end tests of kova-svc: a sandbox root (a copy of the example root
-// under the test's temporary KOVA_ROOT, in the build tree) and a runner for the built tool.
+// under the test's temporary KOVA_ROOT) and a runner for the built tool.
 #pragma once
 
 #include <string>
@@ -12,39 +12,51 @@ namespace kova::cli_test {
 
 struct ToolRun {
     int status = -1;  // exit status; 128 + signal when a signal ended the tool
-    std::string out;
-    std::string err;
+    std::string out, err;
 
     std::vector<std::string> lines() const;  // standard output, line by line
-    JsonValue json() const;                  // standard output as one JSON document
+    JsonValue json() const { return JsonValue::parse(out); }
+    bool has(const std::string &text) const { return out.find(text) != std::string::npos; }
 };
 
 class CliTest : public kova::test::RootTest {
 protected:
     void SetUp() override;
-    void TearDown() override;
 
-    // Runs the tool with `args`, the environment of the test (KOVA_ROOT, KOVA_LOG_FILE) and
-    // `env` ("NAME=value" entries, set on top).
+    // Runs the tool with `args` and the test's environment plus `env` ("NAME=value" entries).
     ToolRun run(const std::vector<std::string> &args, const std::vector<std::string> &env = {}) const;
     // The same with "--root ROOT" in front of the command.
-    ToolRun svc(const std::vector<std::string> &args) const;
+    ToolRun svc(std::vector<std::string> args) const;
 
-    // A scratch directory outside the root, for source files.
+    // A scratch directory for source files, away from the directories the library reads.
     const std::string &work() const { return work_; }
     std::string write_work(const std::string &name, const std::string &content) const;
-
-    // Gives the root the machine's process table, so that the runtime inventory sees the
-    // sockets of the test process.
+    // The root without socket tables, or with the machine's (which show this process's sockets).
+    void drop_proc() const;
     void use_real_proc() const;
-
-    static std::string tool();
 
 private:
     std::string work_;
 };
 
-// A listening TCP socket and a bound UDP socket on ports chosen by the kernel, held open for
+// The words of `line`, split at spaces; '' stands for an empty word.
+std::vector<std::string> words(const std::string &line);
+// The `fields` of a JSON record as text, joined by spaces.
+std::string cells(const JsonValue &record, const std::vector<std::string> &fields);
+// The items of a JSON array as text, each followed by "; ": the `fields` of a record, or the
+// item itself when no fields are named.
+std::string rows(const JsonValue &list, const std::vector<std::string> &fields = {});
+
+// A run that failed with `status`: nothing on standard output and one line on standard error
+// that begins with `start`.
+inline void expect_error(const ToolRun &r, int status, const std::string &start) {
+    EXPECT_EQ(r.status, status) << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err.rfind(start, 0), 0u) << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
+}
+
+// A listening TCP socket and a bound UDP socket on loopback ports the kernel chose, open for
 // the life of the object.
 class HeldPorts {
 public:
@@ -53,12 +65,10 @@ public:
     HeldPorts(const HeldPorts &) = delete;
     HeldPorts &operator=(const HeldPorts &) = delete;
 
-    unsigned int tcp() const { return tcp_port_; }
-    unsigned int udp() const { return udp_port_; }
+    unsigned int tcp = 0, udp = 0;
 
 private:
     int tcp_fd_ = -1, udp_fd_ = -1;
-    unsigned int tcp_port_ = 0, udp_port_ = 0;
 };
 
 }  // namespace kova::cli_test

@@ -1,347 +1,314 @@
-// The service-wide conflict check: each source with the entries it leaves, the skip list,
-// the order of the sources, and the failures.
+// The conflict checks: the port text comparison, each source of the service-wide check with the
+// entries it leaves, the skip list, the order of the sources, the .sc file check, and failures.
 #include <kovaserviceconf.h>
 
+#include <cstdio>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
-#include "conflict_support.h"
+#include "kova_test.h"
 #include "range/port_conflict_text.h"
 
 namespace kova::test {
 namespace {
 
 constexpr uint32_t kBoth = KOVA_PROTO_BOTH;
-constexpr int kRules = KOVA_PORT_CHECK_PORT_FORWARD;
-constexpr int kServices = KOVA_PORT_CHECK_SERVICES;
-constexpr int kReserved = KOVA_PORT_CHECK_RESERVED;
-constexpr int kInUse = KOVA_PORT_CHECK_IN_USE;
-constexpr int kListen = 0x0A;
+constexpr int kRules = KOVA_PORT_CHECK_PORT_FORWARD, kServices = KOVA_PORT_CHECK_SERVICES,
+              kReserved = KOVA_PORT_CHECK_RESERVED, kInUse = KOVA_PORT_CHECK_IN_USE, kListen = 0x0A;
+constexpr unsigned kBad = KOVA_ERR_BAD_PARAMETER;
+const std::string kMe = "service_is_port_conflict.cpp:N ";
 
-using PortConflictTest = ConflictTest;
+// type, protocol, beginPort, endPort of a conflict list entry: as the text comparison adds it
+// (one port, or a range), or as the reserved ports rebuild the list (a node of a range set).
+using Entry = std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>;
+using Entries = std::vector<Entry>;
+using Lines = std::vector<std::string>;
+const auto one = [](uint32_t p) { return Entry{0, kBoth, p, 0}; };
+const auto range = [](uint32_t b, uint32_t e) { return Entry{1, kBoth, b, e}; };
+const auto node = [](uint32_t b, uint32_t e) { return Entry{b != e ? 1u : 0u, 0, b, e}; };
 
-// ---- arguments and the "412" rule ----------------------------------------------------------
-
-TEST_F(PortConflictTest, InvalidArguments) {
-    const char *line = "service_is_port_conflict.cpp:N Invalid Argument!!";
-    for (int flags : {0, 32, -1}) {
-        KVLIBCErrSetEx(0, "", 0);
-        EXPECT_EQ(check("", "80", "tcp", flags), -1) << flags;
-        EXPECT_EQ(KVLIBCErrGet(), static_cast<unsigned>(KOVA_ERR_BAD_PARAMETER));
+class PortConflictTest : public RootTest {
+protected:
+    void SetUp() override {
+        RootTest::SetUp();
+        info("");
+        for (const char *table : {"tcp", "tcp6", "udp", "udp6"}) sockets(table, {});
     }
-    EXPECT_EQ(check(nullptr, "80", "tcp", 1), -1);
-    EXPECT_EQ(check("", nullptr, "tcp", 1), -1);
-    EXPECT_EQ(check("", "80", nullptr, 1), -1);
-    EXPECT_EQ(KVLIBIsPortConflict("", "80", "tcp", 1, nullptr), -1);
-    EXPECT_EQ(mine(), std::vector<std::string>(7, line));
+    void TearDown() override {
+        KOVAServiceConfPortsFree(list);
+        RootTest::TearDown();
+    }
+    void info(const std::string &text) const { write("/etc/kovainfo.conf", text); }
+    void rules(const std::string &text) const { write("/etc/portforward/rule.conf", text); }
+    // An installed .sc file with one service section per (name, dst.ports).
+    void services(const std::vector<std::pair<std::string, std::string>> &sections) const {
+        std::string text = "[global]\nversion=1\n";
+        for (const auto &[name, ports] : sections) text += "[" + name + "]\ntitle=t\ndesc=d\ndst.ports=" + ports + "\n";
+        write("/usr/local/etc/services.d/pkg.sc", text);
+    }
+    // A /proc/net socket table with one socket per (port, state); 0x0A is listening.
+    void sockets(const std::string &table, const std::vector<std::pair<int, int>> &socks) const {
+        std::string text = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when\n";
+        char line[96];
+        for (auto [port, state] : socks) {
+            std::snprintf(line, sizeof line, "   0: 00000000:%04X 00000000:0000 %02X 00000000:00000000 00:00000000\n",
+                          port, state);
+            text += line;
+        }
+        write("/proc/net/" + table, text);
+    }
+    int check(const char *skip, const char *ports, const char *protocol, int flags) {
+        return KVLIBIsPortConflict(skip, ports, protocol, flags, &list);
+    }
+    int compare(const char *ports, const char *other) { return PortsConflictWithText(ports, other, &list); }
+    int check_file(const std::string &content) {
+        write("/pkg/new.sc", content);
+        return KVLIBIsConfPortConflict(path("/pkg/new.sc").c_str(), &list);
+    }
+    // The conflict list's entries; unless `keep`, the list is freed for the next call.
+    Entries entries(bool keep = false) {
+        Entries out;
+        for (const KOVA_SERVICE_CONF_PORT *n = list; n != nullptr; n = n->next) {
+            EXPECT_EQ(n->direction, 0u);
+            out.emplace_back(n->type, n->protocol, n->beginPort, n->endPort);
+        }
+        if (!keep) KOVAServiceConfPortsFree(std::exchange(list, nullptr));
+        return out;
+    }
+    // Log lines of the checks' own module.
+    Lines mine() const {
+        Lines out;
+        for (const auto &l : log_normalized())
+            if (l.rfind(kMe, 0) == 0) out.push_back(l);
+        return out;
+    }
+    KOVA_SERVICE_CONF_PORT *list = nullptr;
+};
+
+TEST_F(PortConflictTest, TextComparison) {
+    EXPECT_EQ(compare("445", "1-100"), 0);
+    EXPECT_EQ(compare("8000:8010", "8011-9000,1-7999"), 0);
+    EXPECT_EQ(list, nullptr);
+    // Every item of both texts is compared, the newest entry first.
+    EXPECT_EQ(compare(" 80 , 100:105, 443,443 ", " 80 , 50-90 , 103,443 "), 1);
+    EXPECT_EQ(entries(), (Entries{one(443), one(443), one(103), one(80), one(80)}));
+    // Ranges written backwards on either side; a one-port overlap is a single entry.
+    EXPECT_EQ(compare("8010:8000", "8005-8020,8010-8020,8020-7990"), 1);
+    EXPECT_EQ(entries(), (Entries{range(8000, 8010), one(8010), range(8005, 8010)}));
+    EXPECT_TRUE(log().empty());
+    // A range item with an empty side: no line, error state untouched.
+    for (auto [ports, other] : {std::pair{"80:", "80"}, {":80", "80"}, {"80", "10-"}, {"80", "-10"}}) {
+        poison_error();
+        EXPECT_EQ(compare(ports, other), -1) << ports << " / " << other;
+        EXPECT_EQ(KVLIBCErrGet(), 0xEEEEu) << ports << " / " << other;
+    }
+    EXPECT_TRUE(log().empty());
+    // Numbers refused by the port check: its code, and its line unless the number is empty.
+    // clang-format off
+    for (auto [ports, other, bad] : {std::tuple{"70000", "80", "70000"}, {"80 443", "80", "80 443"}, {"-1", "80", "-1"},
+                                     {"80", "65536,80", "65536"}, {"80,,90", "80", nullptr}, {"80", "80,", nullptr}}) {
+        // clang-format on
+        clear_log();
+        KVLIBCErrSetEx(0, "", 0);
+        EXPECT_EQ(compare(ports, other), -1) << ports << " / " << other;
+        EXPECT_EQ(KVLIBCErrGet(), kBad) << ports << " / " << other;
+        const std::string line = std::string("service_conf_ports_get.cpp:N illegal ports number, port=") +
+                                 (bad ? bad : "") + ", kovaerr=[0x0D00 service_conf_ports_get.cpp:N]";
+        EXPECT_EQ(log_normalized(), bad ? Lines{line} : Lines{}) << ports << " / " << other;
+    }
+    EXPECT_EQ(entries(), (Entries{one(80), one(80)}));  // added before "80,,90" and "80," failed
+    clear_log();
+    poison_error();
+    EXPECT_EQ(PortConflictWithText(10, 5, "7", &list), -1);
+    EXPECT_EQ(mine(), Lines{kMe + "begin port 10 larger than end port 5![0xEEEE poison:7]"});
+    // Refused arguments: code 0x0D00, no line.
+    auto refused = [&](int rc) {
+        EXPECT_EQ(rc, -1);
+        EXPECT_EQ(KVLIBCErrGet(), kBad);
+        poison_error();
+    };
+    refused(PortConflictWithText(-1, -1, "7", &list));
+    refused(PortsConflictWithText(nullptr, "1", &list));
+    refused(ConflictPortAppend(1, -1, 1, &list));
+    EXPECT_EQ(mine().size(), 1u);
 }
 
-TEST_F(PortConflictTest, Port412IsAlwaysTaken) {
-    EXPECT_EQ(check("", "412", "tcp", 1), 1);
-    EXPECT_EQ(list, nullptr);
-    EXPECT_EQ(check("", "80 412", "tcp", 1), 1);
-    EXPECT_EQ(check("", "80,,412,", "udp", 1), 1);
-    EXPECT_EQ(check("", "412:413", "tcp", 1), 0);
-    EXPECT_EQ(check("", "4120", "tcp", 1), 0);
+TEST_F(PortConflictTest, InvalidArgumentsAndPort412) {
+    for (int rc :
+         {check("", "80", "tcp", 0), check("", "80", "tcp", 32), check(nullptr, "80", "tcp", 1),
+          check("", nullptr, "tcp", 1), check("", "80", nullptr, 1), KVLIBIsPortConflict("", "80", "tcp", 1, nullptr)})
+        EXPECT_EQ(rc, -1);
+    EXPECT_EQ(KVLIBCErrGet(), kBad);
+    EXPECT_EQ(mine(), Lines(6, kMe + "Invalid Argument!!"));
+    clear_log();
+    // "412" as a whole item (split at spaces and commas) is never free, and names no entry.
+    for (auto [ports, want] : {std::pair{"412", 1}, {"80 412", 1}, {"80,,412,", 1}, {"412:413", 0}, {"4120", 0}})
+        EXPECT_EQ(check("", ports, "udp", 1), want) << ports;
     EXPECT_EQ(list, nullptr);
     EXPECT_TRUE(log().empty());
 }
 
-// ---- source 0x04: the firewall catalogue ----------------------------------------------------
-
-TEST_F(PortConflictTest, CatalogueServiceCollides) {
-    // The built-in "cifs" service holds TCP 137, 138, 139 and 445.
+TEST_F(PortConflictTest, CatalogueServices) {
+    // The built-in "cifs" service holds TCP 137, 138, 139 and 445; a skipped name matches exactly.
     EXPECT_EQ(check("", "445", "tcp", kServices), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 445, 0}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-
-    EXPECT_EQ(check("cifs", "445", "tcp", kServices), 0);
-    EXPECT_EQ(check("web cifs,ftp", "445", "tcp", kServices), 0);
-    EXPECT_EQ(check("", "445", "udp", kServices), 0);  // cifs' destination ports are TCP only
-    EXPECT_EQ(list, nullptr);
-    EXPECT_EQ(check("CIFS", "445", "tcp", kServices), 1);  // names match exactly
-    EXPECT_TRUE(mine().empty());
-}
-
-TEST_F(PortConflictTest, CatalogueRangesAndEveryCollision) {
-    service("pkg", {{"alpha", "8005:8020/tcp"}, {"beta", "8010:8030/udp"}});
-    EXPECT_EQ(check("", "8000:8010", "tcp", kServices), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{1, kBoth, 8005, 8010}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-
+    EXPECT_EQ(check("CIFS", "445", "tcp", kServices), 1);
+    EXPECT_EQ(entries(), (Entries{one(445), one(445)}));
+    EXPECT_EQ(check("", "445", "udp", kServices), 0);
+    EXPECT_EQ(check("", "445", "icmp", kServices), 0);  // an unknown protocol compares nothing
+    services({{"alpha", "8005:8020/tcp"}, {"beta", "8010:8030/udp"}});
     std::string protocol = "tcp,udp";
     EXPECT_EQ(check("", "8000:8010", protocol.c_str(), kServices), 1);
     EXPECT_EQ(protocol, "tcp,udp");
-    // The catalogue lists "alpha" before "beta"; the newest entry comes first.
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 8010, 0}, {1, kBoth, 8005, 8010}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-
-    // An empty protocol text is both protocols; upper case is accepted.
-    EXPECT_EQ(check("", "8025", "", kServices), 1);
-    EXPECT_EQ(check("", "8025", " UDP ", kServices), 1);
-    EXPECT_EQ(entries().size(), 2u);
-}
-
-TEST_F(PortConflictTest, CatalogueWithAnUnknownProtocolComparesNothing) {
-    EXPECT_EQ(check("", "445", "icmp", kServices), 0);
-    EXPECT_EQ(list, nullptr);
-    EXPECT_TRUE(
-        logged("service_conf_ports_get.cpp:N protocol format error (icmp)! It should be \"tcp\" or \"udp\" or "
-               "\"tcp,udp\", kovaerr=[0x0D00 service_conf_ports_get.cpp:N]"));
-}
-
-TEST_F(PortConflictTest, CatalogueRejectsABadPortText) {
-    EXPECT_EQ(check("", "80 443", "tcp", kServices), -1);
-    EXPECT_EQ(KVLIBCErrGet(), static_cast<unsigned>(KOVA_ERR_BAD_PARAMETER));
-    EXPECT_TRUE(
-        logged("service_conf_ports_get.cpp:N illegal ports number, port=80 443, "
-               "kovaerr=[0x0D00 service_conf_ports_get.cpp:N]"));
-    EXPECT_EQ(check("", "80:", "tcp", kServices), -1);
-    EXPECT_EQ(check("", "70000", "tcp", kServices), -1);
+    EXPECT_EQ(entries(), (Entries{one(8010), range(8005, 8010)}));  // alpha, then beta
+    EXPECT_EQ(check("", "8025", "", kServices), 1);                 // no protocol word: both
+    EXPECT_EQ(entries(), (Entries{one(8025)}));
     EXPECT_TRUE(mine().empty());
+    EXPECT_EQ(check("", "80 443", "tcp", kServices), -1);
 }
 
-// ---- source 0x02: port-forwarding rules ----------------------------------------------------
-
-TEST_F(PortConflictTest, RulesCollideOnEitherPort) {
+TEST_F(PortConflictTest, PortForwardRules) {
+    EXPECT_EQ(check("", "80", "tcp", kRules), 0);  // no rule file
     rules(
         "[r1]\nservice_id=web\nprotocol name=tcp\ns_port=8080\nr_port=80\n"
         "[r2]\nprotocol name=udp\ns_port=9000-9010\nr_port=9005\n");
     EXPECT_EQ(check("", "80,8080", "tcp", kRules), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 80, 0}, {0, kBoth, 8080, 0}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-
-    // A rule collides whatever its protocol; both of r2's ports are compared.
-    EXPECT_EQ(check("web", "9005", "tcp", kRules), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 9005, 0}, {0, kBoth, 9005, 0}}));
-    EXPECT_EQ(check("web", "81", "tcp", kRules), 0);
-    EXPECT_TRUE(mine().empty());
-}
-
-TEST_F(PortConflictTest, RulesWithMissingKeysAndSkippedRules) {
-    rules("[r1]\nservice_id=web\ns_port=80\nr_port=80\n");
-    EXPECT_EQ(check("", "81", "tcp", kRules), -1);
-    EXPECT_EQ(check("web", "80", "tcp", kRules), 0);  // passed over before its keys are looked at
-    EXPECT_TRUE(mine().empty());
-
-    // Each rule is read with its own keys: a skipped first rule does not lend its id.
-    rules(
-        "[r1]\nservice_id=web\nprotocol name=tcp\ns_port=80\nr_port=80\n[r2]\nprotocol "
-        "name=tcp\ns_port=80\nr_port=1\n");
+    EXPECT_EQ(entries(), (Entries{one(80), one(8080)}));  // s_port, then r_port
+    // Whatever the rule's protocol, both its ports; a rule of a skipped service is passed over.
+    EXPECT_EQ(check("web", "9005,80", "tcp", kRules), 1);
+    EXPECT_EQ(entries(), (Entries{one(9005), one(9005)}));
+    // Passed over before its keys are read; each rule is read with its own keys only.
+    rules("[r1]\nservice_id=web\ns_port=80\nr_port=80\n[r2]\nprotocol name=tcp\ns_port=80\nr_port=1\n");
     EXPECT_EQ(check("web", "80", "tcp", kRules), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 80, 0}}));
-}
-
-TEST_F(PortConflictTest, RuleFileMissingEmptyOrBad) {
-    EXPECT_EQ(check("", "80", "tcp", kRules), 0);  // no rule file
-    rules("# nothing yet\n");
-    EXPECT_EQ(check("", "80", "tcp", kRules), 0);
+    EXPECT_EQ(entries(), (Entries{one(80)}));
+    EXPECT_EQ(check("", "81", "tcp", kRules), -1);  // r1 lacks "protocol name"
+    EXPECT_TRUE(mine().empty());
     rules("[empty]\n");
     EXPECT_EQ(check("", "80", "tcp", kRules), -1);
-    EXPECT_EQ(mine(), std::vector<std::string>{"service_is_port_conflict.cpp:N Section not found or failed to get "
-                                               "section(empty) from " +
-                                               path("/etc/portforward/rule.conf")});
-    clear_log();
+    EXPECT_EQ(mine(), Lines{kMe + "Section not found or failed to get section(empty) from " +
+                            path("/etc/portforward/rule.conf")});
     rules("[r1]\nprotocol name=tcp\ns_port=80\nr_port=10-\n");
     EXPECT_EQ(check("", "80", "tcp", kRules), -1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 80, 0}}));  // kept, and freed by the caller
-    EXPECT_TRUE(mine().empty());
+    EXPECT_EQ(entries(), (Entries{one(80)}));  // kept for the caller to free
 }
 
-// ---- source 0x08: reserved ports -----------------------------------------------------------
-
-TEST_F(PortConflictTest, ReservedFtpPorts) {
-    info("ftpport=21\nftplowport=55536\nftphighport=55899\n");
-    EXPECT_EQ(check("", "21", "tcp", kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, 0, 21, 21}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-    EXPECT_EQ(check("ftp", "21", "tcp", kReserved), 0);
-    EXPECT_EQ(list, nullptr);
-
+TEST_F(PortConflictTest, ReservedPorts) {
+    info("ftpport=21\nftplowport=55536\nftphighport=55899\nWebDavPort=5005\nsecure_WebDavPort=5006\nsyslogport=514\n");
     EXPECT_EQ(check("", "55800:56000", "tcp", kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{1, 0, 55800, 55899}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-    // Every reserved port that collides, sorted and merged; the protocol does not matter.
-    EXPECT_EQ(check("", "55899,21,22,55537:55538,55536", "icmp", kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, 0, 21, 21}, {1, 0, 55536, 55538}, {0, 0, 55899, 55899}}));
-    EXPECT_TRUE(mine().empty());
-}
-
-TEST_F(PortConflictTest, ReservedWebDavAndSyslogPorts) {
-    info("WebDavPort=5005\nsecure_WebDavPort=5006\nsyslogport=514\n");
-    EXPECT_EQ(check("", "5005:5006,514", "tcp", kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, 0, 514, 514}, {1, 0, 5005, 5006}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-    EXPECT_EQ(check("webdav_http,syslog_server", "5005:5006,514", "tcp", kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, 0, 5006, 5006}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-    EXPECT_EQ(check("webdav_http webdavs_https syslog_server", "5005:5006,514", "tcp", kReserved), 0);
-    EXPECT_EQ(check("", "5007", "tcp", kReserved), 0);
-    EXPECT_EQ(list, nullptr);
-}
-
-TEST_F(PortConflictTest, ReservedPortsMergeAnEarlierConflictList) {
-    // Flags 0x0C: the catalogue adds 445, the reserved ports add nothing, and the list is rebuilt
-    // in the set's form.
-    EXPECT_EQ(check("", "445", "tcp", kServices | kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, 0, 445, 445}}));
-
-    // An entry already in the list counts as a collision, and is merged with the new ones.
-    info("ftpport=21\n");
-    KOVA_SERVICE_CONF_PORT a{0, 0, kBoth, 22, 0, nullptr};
-    ASSERT_EQ(KOVAServiceComposePortInfo(&a, &list), 0);
-    EXPECT_EQ(check("", "5000", "tcp", kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, 0, 22, 22}, {0, 0, 445, 445}}));
+    EXPECT_EQ(entries(), (Entries{node(55800, 55899)}));
+    // Every reserved port that collides, sorted and merged, whatever the protocol.
+    EXPECT_EQ(check("", "55899,21,22,55537:55538,55536,5005:5006,514", "icmp", kReserved), 1);
+    EXPECT_EQ(entries(),
+              (Entries{node(21, 21), node(514, 514), node(5005, 5006), node(55536, 55538), node(55899, 55899)}));
+    // A skipped service's group reserves nothing.
+    EXPECT_EQ(check("ftp,webdav_http syslog_server", "21,55600,5005:5006,514", "tcp", kReserved), 1);
+    EXPECT_EQ(entries(), (Entries{node(5006, 5006)}));
+    EXPECT_EQ(check("ftp webdav_http,webdavs_https,syslog_server", "21,55600,5005:5006,514", "tcp", kReserved), 0);
+    // An entry already in the list counts as a collision and is merged into the set's form.
+    KOVA_SERVICE_CONF_PORT earlier{0, 0, kBoth, 22, 0, nullptr};
+    ASSERT_EQ(KOVAServiceComposePortInfo(&earlier, &list), 0);
+    EXPECT_EQ(check("", "5007", "tcp", kReserved), 1);
+    EXPECT_EQ(entries(true), (Entries{node(22, 22)}));
     EXPECT_EQ(check("", "21", "tcp", kReserved), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{1, 0, 21, 22}, {0, 0, 445, 445}}));
-}
-
-TEST_F(PortConflictTest, ReservedPortsThatCannotBeRead) {
-    write("/etc/kovainfo.conf", "ftpport=2x1\n");
+    EXPECT_EQ(entries(), (Entries{node(21, 22)}));
+    EXPECT_TRUE(mine().empty());
+    // Values that cannot be read.
+    const std::string failed = kMe + "Failed to GetServicePort(), service = [";
+    const std::string all = kMe + "Failed to GetAllNonSkipServicePort()";
+    info("ftphighport=55899\n");  // the passive range needs its low end once the high end is set
     EXPECT_EQ(check("", "21", "tcp", kReserved), -1);
-    EXPECT_EQ(mine(), (std::vector<std::string>{
-                          "service_is_port_conflict.cpp:N Failed to GetServicePort(), service = [ftpport]",
-                          "service_is_port_conflict.cpp:N Failed to GetAllNonSkipServicePort()",
-                      }));
-    EXPECT_TRUE(logged(
-        "service_conf_ports_get.cpp:N illegal ports number, port=2x1, kovaerr=[0x0D00 service_conf_ports_get.cpp:N]"));
-
-    // The passive range needs its low end once the high end is set.
-    clear_log();
-    info("ftphighport=55899\n");
-    EXPECT_EQ(check("", "21", "tcp", kReserved), -1);
-    EXPECT_EQ(mine(), (std::vector<std::string>{
-                          "service_is_port_conflict.cpp:N Failed to GetServicePort(), service = [ftplowport]",
-                          "service_is_port_conflict.cpp:N Failed to GetAllNonSkipServicePort()",
-                      }));
+    EXPECT_EQ(mine(), (Lines{failed + "ftplowport]", all}));
     info("ftplowport=55536\n");  // no high end: no range
     EXPECT_EQ(check("", "55536", "tcp", kReserved), 0);
-
     clear_log();
     ASSERT_EQ(std::remove(path("/etc/kovainfo.conf").c_str()), 0);
     EXPECT_EQ(check("", "21", "tcp", kReserved), -1);
-    EXPECT_EQ(mine(), (std::vector<std::string>{
-                          "service_is_port_conflict.cpp:N Failed to get [ftpport] info from [" +
-                              path("/etc/kovainfo.conf") + "].",
-                          "service_is_port_conflict.cpp:N Failed to GetServicePort(), service = [ftpport]",
-                          "service_is_port_conflict.cpp:N Failed to GetAllNonSkipServicePort()",
-                      }));
-    // Nothing is read when every group is skipped.
-    EXPECT_EQ(check("ftp,webdav_http,webdavs_https,syslog_server", "21", "tcp", kReserved), 0);
+    EXPECT_EQ(mine(), (Lines{kMe + "Failed to get [ftpport] info from [" + path("/etc/kovainfo.conf") + "].",
+                             failed + "ftpport]", all}));
+    EXPECT_EQ(check("ftp,webdav_http,webdavs_https,syslog_server", "21", "tcp", kReserved), 0);  // nothing read
 }
-
-TEST_F(PortConflictTest, GetServicePortDirectly) {
-    info("ftplowport=56000\nftphighport=55000\nsyslogport=514\n");
-    KVLIB_PORT_RANGE *set = KVLIBPortRangeCreate();
-    EXPECT_EQ(GetServicePort("ftphighport", set), 0);
-    EXPECT_EQ(GetServicePort("syslogport", set), 0);
-    EXPECT_EQ(GetServicePort("WebDavPort", set), 0);  // absent: nothing
-    char *text = KVLIBPortRangeExport(set);
-    ASSERT_NE(text, nullptr);
-    EXPECT_STREQ(text, "514,55000:56000");
-    KVLIBCStrPut(text);
-    EXPECT_EQ(GetServicePort(nullptr, set), -1);
-    EXPECT_EQ(GetServicePort("ftpport", nullptr), -1);
-    EXPECT_EQ(mine(), std::vector<std::string>(2, "service_is_port_conflict.cpp:N Bad parameters."));
-    KVLIBPortRangeDestory(set);
-}
-
-// ---- source 0x10: ports in use -------------------------------------------------------------
 
 TEST_F(PortConflictTest, PortsInUse) {
-    sockets("tcp", {{8080, kListen}, {9090, 0x01}});
-    sockets("udp6", {{5353, 0x07}});
-    EXPECT_EQ(check("", "8080", "tcp", kInUse), 1);
-    EXPECT_EQ(check("", "9090", "tcp", kInUse), 0);  // connected, not listening
-    EXPECT_EQ(check("", "8000:8100", "TCP", kInUse), 1);
-    EXPECT_EQ(check("", "8100:8000", "tcp", kInUse), 1);
-    EXPECT_EQ(check("", "5353", "tcp", kInUse), 0);
-    EXPECT_EQ(check("", "5353", "udp", kInUse), 1);
-    EXPECT_EQ(check("", "80 5353", "tcp,udp", kInUse), 1);  // items split at spaces here
-    EXPECT_EQ(check("", "8080", "icmp", kInUse), 0);
-    EXPECT_EQ(check("", "0:10", "tcp", kInUse), 0);
-    EXPECT_EQ(list, nullptr);  // this source adds nothing
+    services({{"mysvc", "8080,8443/tcp"}, {"other", "7000:7010/udp"}});
+    sockets("tcp", {{8080, kListen}, {8443, kListen}, {9090, 0x01}});
+    sockets("udp6", {{5353, 0x07}, {7005, 0x07}, {8080, 0x07}});
+    // clang-format off
+    for (auto [skip, ports, protocol, want] : {
+             std::tuple{"", "8080", "tcp", 1}, {"", "9090", "tcp", 0}, {"", "8100:8000", "TCP", 1}, {"", "5353", "tcp", 0},
+             {"", "5353", "udp", 1}, {"", "80 5353", "tcp,udp", 1}, {"", "8080", "icmp", 0}, {"", "0:10", "tcp", 0},
+             {"", "8080,0", "tcp", 1}, {"mysvc", "8000:9000", "tcp", 0}, {"other", "8080", "tcp", 1},
+             {"mysvc", "8080", "udp", 1}, {"other", "7000:7100", "udp", 0}, {"mysvc,other", "7005,8443", "tcp,udp", 0}})
+        // clang-format on
+        EXPECT_EQ(check(skip, ports, protocol, kInUse), want) << skip << "/" << ports << "/" << protocol;
+    EXPECT_EQ(list, nullptr);  // this source names no port
     EXPECT_TRUE(mine().empty());
-}
-
-TEST_F(PortConflictTest, PortsInUseStopAtTheFirstCollision) {
-    sockets("tcp", {{8080, kListen}});
-    EXPECT_EQ(check("", "8080,0", "tcp", kInUse), 1);
-    EXPECT_EQ(check("", "0,8080", "tcp", kInUse), -1);
-    for (const char *item : {"abc", "0:0", ":"}) {
-        KVLIBCErrSetEx(0, "", 0);
+    // An item that converts to 0 fails when reached, even with no protocol to compare.
+    for (auto [ports, protocol] : {std::pair{"0,8080", "tcp"}, {"abc", "tcp"}, {":", "tcp"}, {"0", "icmp"}}) {
         clear_log();
-        EXPECT_EQ(check("", item, "tcp", kInUse), -1) << item;
-        EXPECT_EQ(mine(), std::vector<std::string>{"service_is_port_conflict.cpp:N Invalid "
-                                                   "Argument!![0x0D00 service_is_port_conflict.cpp:N]"})
-            << item;
+        EXPECT_EQ(check("", ports, protocol, kInUse), -1) << ports;
+        EXPECT_EQ(mine(), Lines{kMe + "Invalid Argument!![0x0D00 service_is_port_conflict.cpp:N]"}) << ports;
     }
-    // A port item is compared only for the protocols asked for, so "0" with no protocol word
-    // still fails: the item is converted first.
-    EXPECT_EQ(check("", "0", "icmp", kInUse), -1);
-}
-
-TEST_F(PortConflictTest, PortsInUseByTheSkippedServiceDoNotCount) {
-    service("mine", {{"mysvc", "8080,8443/tcp"}, {"other", "7000:7010/udp"}});
-    sockets("tcp", {{8080, kListen}, {8443, kListen}});
-    sockets("udp", {{7005, 0x07}});
-    EXPECT_EQ(check("mysvc", "8080", "tcp", kInUse), 0);
-    EXPECT_EQ(check("mysvc", "8000:9000", "tcp", kInUse), 0);
-    EXPECT_EQ(check("other", "8080", "tcp", kInUse), 1);
-    EXPECT_EQ(check("other", "7000:7100", "udp", kInUse), 0);
-    EXPECT_EQ(check("mysvc", "7005", "udp", kInUse), 1);
-    EXPECT_EQ(check("mysvc,other", "7005,8443", "tcp,udp", kInUse), 0);
-    // A skipped TCP-only service does not hide UDP use of the same port.
-    sockets("udp", {{8080, 0x07}});
-    EXPECT_EQ(check("mysvc", "8080", "udp", kInUse), 1);
-}
-
-TEST_F(PortConflictTest, UnreadableSocketTablesCountAsNothingInUse) {
-    ASSERT_EQ(std::remove(path("/proc/net/tcp6").c_str()), 0);
-    sockets("tcp", {{8080, kListen}});
+    ASSERT_EQ(std::remove(path("/proc/net/tcp6").c_str()), 0);  // a table that cannot be read: nothing in use
     EXPECT_EQ(check("", "8080", "tcp", kInUse), 0);
 }
-
-// ---- sources together ----------------------------------------------------------------------
 
 TEST_F(PortConflictTest, SourcesRunInOrderAndTheFirstThreeToTheirEnd) {
     rules("[r1]\nprotocol name=tcp\ns_port=139\nr_port=1\n");
     info("syslogport=514\n");
     sockets("tcp", {{5000, kListen}});
-    // Rules add 139, the catalogue adds 139 and 445, the reserved ports add 514 and merge.
-    EXPECT_EQ(check("", "139,445,514,5000", "tcp", kRules | kServices | kReserved | kInUse), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, 0, 139, 139}, {0, 0, 445, 445}, {0, 0, 514, 514}}));
-    KOVAServiceConfPortsFree(list);
-    list = nullptr;
-
-    // Without the reserved ports the entries stay in the comparison's form, newest first.
-    EXPECT_EQ(check("", "139,445", "tcp", kRules | kServices), 1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 445, 0}, {0, kBoth, 139, 0}, {0, kBoth, 139, 0}}));
-}
-
-TEST_F(PortConflictTest, AFailingSourceStopsTheCheckAndKeepsTheList) {
-    rules("[r1]\nprotocol name=tcp\ns_port=445\nr_port=1\n");
+    EXPECT_EQ(check("", "139,445", "tcp", kRules | kServices), 1);  // the rules add 139, then the catalogue
+    EXPECT_EQ(entries(), (Entries{one(445), one(139), one(139)}));
+    // The reserved ports add 514 and rebuild the list; the caller's texts stay as they were.
+    std::string skip = " Mine , Other ", ports = " 139,445 ,514, 5000 ", protocol = " TCP, UDP ";
+    EXPECT_EQ(check(skip.c_str(), ports.c_str(), protocol.c_str(), kRules | kServices | kReserved | kInUse), 1);
+    EXPECT_EQ(entries(), (Entries{node(139, 139), node(445, 445), node(514, 514)}));
+    EXPECT_EQ(skip + ports + protocol, " Mine , Other  139,445 ,514, 5000  TCP, UDP ");
+    // A failing source stops the check; the entries stay for the caller.
     ASSERT_EQ(std::remove(path("/etc/kovainfo.conf").c_str()), 0);
-    EXPECT_EQ(check("", "445", "tcp", kRules | kServices | kReserved), -1);
-    EXPECT_EQ(entries(), (std::vector<Entry>{{0, kBoth, 445, 0}, {0, kBoth, 445, 0}}));
+    EXPECT_EQ(check("", "139", "tcp", kRules | kServices | kReserved), -1);
+    EXPECT_EQ(entries(), (Entries{one(139), one(139)}));
 }
 
-TEST_F(PortConflictTest, CallersTextsAreUnchanged) {
-    info("ftpport=21\n");
-    std::string skip = " Mine , Other ", ports = " 21 , 8000:8010 ", protocol = " TCP, UDP ";
-    const std::string skip0 = skip, ports0 = ports, protocol0 = protocol;
-    EXPECT_EQ(check(skip.c_str(), ports.c_str(), protocol.c_str(), kServices | kReserved | kInUse | kRules), 1);
-    EXPECT_EQ(skip, skip0);
-    EXPECT_EQ(ports, ports0);
-    EXPECT_EQ(protocol, protocol0);
+TEST_F(PortConflictTest, ConfFileSections) {
+    EXPECT_EQ(check_file("[svc]\ntitle=t\ndesc=d\ndst.ports=445/tcp\n"), 1);
+    EXPECT_EQ(mine(), Lines{kMe + "szTmpString=445/tcp conflict"});
+    EXPECT_EQ(entries(), (Entries{node(445, 445)}));
+    // "global" is passed over; the first colliding section decides.
+    clear_log();
+    sockets("udp", {{7000, 0x07}});
+    EXPECT_EQ(check_file("[global]\n[a]\ndst.ports=6000/udp\n[b]\ndst.ports=7000/udp\n[c]\ndst.ports=445/tcp\n"), 1);
+    EXPECT_EQ(mine(), Lines{kMe + "szTmpString=7000/udp conflict"});
+    // Installed already under its name: neither its catalogue entry nor its ports in use count.
+    services({{"svc", "8445/tcp"}});
+    sockets("tcp", {{8445, kListen}});
+    EXPECT_EQ(check_file("[svc]\ndst.ports=8445/tcp\n"), 0);
+    EXPECT_EQ(check_file("[svc2]\ndst.ports=8445/tcp\n"), 1);
+    entries();
+    // A failed section check is logged and passed over: no "/" (no protocol) or a bad port text.
+    clear_log();
+    EXPECT_EQ(check_file("[a]\ndst.ports=80\n[b]\ndst.ports=80 443/tcp\n[c]\ndst.ports= 445 /\n"), 1);
+    const std::string failed = kMe + "KVLIBIsPortConflict FAILED=-1, port=";
+    EXPECT_EQ(mine(), (Lines{kMe + "Invalid Argument!!",
+                             failed + "80, protocol= kovaerr=[0x0D00 service_is_port_conflict.cpp:N]",
+                             failed + "80 443, protocol=tcp kovaerr=[0x0D00 service_conf_ports_get.cpp:N]",
+                             kMe + "szTmpString=445 / conflict"}));  // an empty protocol part: both
+    EXPECT_EQ(KVLIBIsConfPortConflict(path("/pkg/none.sc").c_str(), &list), 0);
+    // A section without "dst.ports", or one that cannot be read, ends the walk.
+    clear_log();
+    poison_error();
+    EXPECT_EQ(check_file("[a]\ntitle=x\n[b]\ndst.ports=445/tcp\n"), -1);
+    EXPECT_EQ(mine(), Lines{kMe + "szTmpString is NULL[0xEEEE poison:7]"});
+    EXPECT_EQ(list, nullptr);
+    clear_log();
+    EXPECT_EQ(check_file("[a]\ndst.ports=6000/tcp\n[b]\ntitle=x\n"), -1);  // each section with its own keys
+    ASSERT_EQ(mine().size(), 1u);
+    EXPECT_EQ(mine()[0].rfind(kMe + "szTmpString is NULL[", 0), 0u);
+    clear_log();
+    KVLIBCErrSetEx(0, "", 0);
+    EXPECT_EQ(check_file("[a]\n[b]\ndst.ports=445/tcp\n"), -1);
+    EXPECT_EQ(mine(), Lines{kMe + "Failed to KVLIBCFileGetSection, file: " + path("/pkg/new.sc") +
+                            ", section name: a, nHashRecords: 0, kovaerr=[0x0000 :0]"});
 }
 
 }  // namespace

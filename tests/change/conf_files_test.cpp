@@ -1,0 +1,260 @@
+// Installing, updating and removing .sc files and their sections, and telling the firewall, the
+// relay daemon and the "port_config" plug-ins about it.
+#include <sys/stat.h>
+
+#include "change_test.h"
+
+namespace kova::test {
+namespace {
+
+class InstallTest : public ChangeTest {
+protected:
+    void SetUp() override {
+        ChangeTest::SetUp();
+        write("/usr/kova/etc/services.d/other.sc", sc("other", "61005/tcp"));
+        write("/usr/local/etc/services.d/svc.sc", sc("svc", "61000/tcp"));
+        write("/pkg/svc.sc", sc("svc", "61001/tcp"));
+        src = path("/pkg/svc.sc");
+        dir = path("/usr/local/etc/services.d/");
+    }
+    std::string installed() const { return read("/usr/local/etc/services.d/svc.sc"); }
+    std::string src, dir;
+};
+
+TEST_F(InstallTest, InstallFailures) {
+    const std::string missing = path("/pkg/missing.sc"), sub = path("/pkg/dir.sc");
+    EXPECT_EQ(KOVAServiceConfInstall(missing.c_str(), 2), -1);
+    EXPECT_EQ(KVLIBCErrGet(), 0x0700u);
+    write("/pkg/bad.sc", "[svc]\ntitle=t\n");  // the check fails; the install goes on
+    EXPECT_EQ(KOVAServiceConfInstall(path("/pkg/bad.sc").c_str(), 2), 0);
+    EXPECT_TRUE(exists("/usr/local/etc/services.d/bad.sc"));
+    fs::remove_all(path("/usr/local/etc"));
+    write("/usr/local/etc", "not a directory");
+    EXPECT_EQ(KOVAServiceConfInstall(src.c_str(), 2), -1);
+    EXPECT_EQ(KVLIBCErrGet(), 0x3C00u);
+    mkdir("/pkg/dir.sc");
+    EXPECT_EQ(KOVAServiceConfInstall(sub.c_str(), 1), -1);
+    EXPECT_EQ(KVLIBCErrGet(), 0x3B00u);
+    EXPECT_EQ(log_of("utils.cpp"),
+              (Lines{"utils.cpp:N Source configure file does not exist (" + missing +
+                         ")[0x0700 service_conf_file_verify.cpp:N]",
+                     "utils.cpp:N check " + path("/pkg/bad.sc") + " conf file port conflict failed=-1",
+                     "utils.cpp:N mkdir fail for path " + path("/usr/local/etc/services.d") + "[0x3C00 utils.cpp:N]",
+                     "utils.cpp:N install configure file fail! from=" + sub +
+                         " to=" + path("/usr/kova/etc/services.d/dir.sc") + "[0x3B00 utils.cpp:N]"}));
+}
+
+TEST_F(InstallTest, NamesOutsideTheDirectoryAreRefused) {
+    write("/usr/local/etc/victim", "keep\n");
+    for (const char *name : {"", ".", "..", "../victim", "a/b", "/etc/kovainfo.conf"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(KOVAServiceConfInstallBaseName(name, src.c_str(), 2, nullptr), -1);
+        EXPECT_EQ(KOVAServiceConfUpdateBaseName(name, src.c_str(), 2, nullptr), -1);
+        EXPECT_EQ(KOVAServiceConfRemoveBaseName(name, 2), -1);
+        const auto req = request(1, 0, 3, 0x07, name, "", 2);
+        poison_error();
+        EXPECT_EQ(KOVAServiceConfRemove(&req), -1);
+        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    }
+    EXPECT_EQ(KOVAServiceConfInstall("/", 2), -1);
+    EXPECT_EQ(read("/usr/local/etc/victim") + installed(), "keep\n" + sc("svc", "61000/tcp"));
+    EXPECT_TRUE(events().empty());
+}
+
+TEST_F(InstallTest, UpdateKeepsTheOldCopySafe) {
+    write("/outside/victim", "precious\n");
+    symlink(path("/outside/victim"), "/tmp/servicetool.update.svc.sc.old");
+    EXPECT_EQ(KOVAServiceConfUpdateBaseName("svc.sc", src.c_str(), 2, nullptr), 0);
+    EXPECT_EQ(installed(), sc("svc", "61001/tcp"));
+    EXPECT_EQ(read("/outside/victim"), "precious\n");
+    EXPECT_EQ(events().at(0).second.at("OLD_PORT_CONFIG_CONTENT"), sc("svc", "61000/tcp"));
+    EXPECT_TRUE(leftovers().empty());
+    EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
+    write("/pkg/svc.sc", sc("svc", "61005/tcp"));
+    EXPECT_EQ(KOVAServiceConfUpdateBaseName("svc.sc", src.c_str(), 2, nullptr), 1);
+    EXPECT_EQ(KOVAServiceConfUpdateBaseName("none.sc", src.c_str(), 2, nullptr), -1);
+    EXPECT_EQ(
+        log_of("service_conf_update.cpp"),
+        (Lines{"service_conf_update.cpp:N " + src + " conf file port conflict with existed conf file setting=svc.sc",
+               "service_conf_update.cpp:N FAILED due to installed conf file=" + dir + "none.sc not exist",
+               "service_conf_update.cpp:N FAILED to install .sc"}));
+    EXPECT_EQ(events().size() + leftovers().size(), 2u);
+}
+
+TEST_F(InstallTest, RemoveSendsTheContentAsTheScopeSays) {
+    const std::string content = sc("svc", "61000/tcp") + std::string(60000, '#') + "\n";  // read whole
+    const struct {
+        uint32_t mode, scope;
+        Args args;
+    } cases[] = {
+        {2, 0x07, {{"PORT_CONFIG_CONTENT", content}, {"NOTIFY_PF", "1"}, {"NOTIFY_FW", "1"}}},
+        {1, 0x05, {{"PORT_CONFIG_CONTENT", content}}},
+        {1, 0x0C, {{"PORT_CONFIG_CONTENT", ""}}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.scope);
+        fs::remove_all(path("/calls"));
+        mkdir("/calls");
+        write("/usr/local/etc/services.d/svc.sc", content);
+        auto daemon = relay_daemon();
+        const auto req = request(c.mode, 1, 3, c.scope, "svc.sc", "", 2);
+        EXPECT_EQ(KOVAServiceConfRemove(&req), 0);
+        EXPECT_FALSE(exists("/usr/local/etc/services.d/svc.sc"));
+        EXPECT_EQ(daemon->stop(), 1);  // from the notice; a removal restarts nothing
+        EXPECT_EQ(events(), (Events{{"port_config/remove", c.args}}));
+        EXPECT_TRUE(leftovers().empty());
+    }
+    EXPECT_EQ(log_normalized(), Lines{"service_conf_serv_restart.cpp:N FAILED to set arg for PORT_CONFIG_CONTENT for "
+                                      "removed service config notify"});
+    EXPECT_TRUE(calls("firewall").empty());
+}
+
+TEST_F(InstallTest, RemoveRequestsAndFailures) {
+    for (const auto &bad : {request(2, 0x10, 3, 7, "svc.sc", "", 2), request(1, 1, 3, 3, "svc.sc", "", 2)}) {
+        poison_error();
+        EXPECT_EQ(KOVAServiceConfRemove(&bad), -1);
+        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    }
+    write("/outside/victim", "precious\n");
+    symlink(path("/outside/victim"), "/tmp/servicetool.remove.svc.sc." + std::to_string(::getpid()));
+    EXPECT_EQ(KOVAServiceConfRemoveBaseName("svc.sc", 2 | 4), 0);
+    EXPECT_EQ(read("/outside/victim"), "precious\n");
+    EXPECT_EQ(events().at(0).second.at("PORT_CONFIG_CONTENT"), sc("svc", "61000/tcp"));
+    EXPECT_EQ(KVLIBServiceConfRemoveBaseName("svc.sc", 2), -1);
+    EXPECT_EQ(KVLIBCErrGet(), 0x0700u);
+    mkdir("/usr/local/etc/services.d/dir.sc");  // a directory cannot be unlinked
+    poison_error();
+    EXPECT_EQ(KVLIBServiceConfRemoveBaseName("dir.sc", 2), -1);
+    EXPECT_EQ(log_normalized(),
+              (Lines{"service_conf_remove.cpp:N remove configure file fail! file=svc.sc, error=[0x0700 "
+                     "service_conf_remove.cpp:N]",
+                     "service_conf_remove.cpp:N remove file " + dir + "dir.sc fail![0xEEEE poison:7]",
+                     "service_conf_remove.cpp:N remove configure file fail! file=dir.sc, error=[0xEEEE poison:7]"}));
+    EXPECT_EQ(events().size(), 1u);
+}
+
+class SectionRemoveTest : public ChangeTest {
+protected:
+    void SetUp() override {
+        ChangeTest::SetUp();
+        write("/usr/local/etc/services.d/app.sc", original);
+        write("/usr/kova/etc/services.d/sys.sc", "[sys]\n");
+        write("/usr/kova/etc/firewall.d/rules", "rules\n");
+        write("/etc/portforward/rule.conf", "[r]\n");
+    }
+    // The firewall tool changes firewall.d and the rule file when it drops a record, and fails on `option`.
+    void firewall_failing_on(const std::string &option) const {
+        firewall_tool(0, "[ \"$1\" = --remove-serv-rec ] && echo x > " + path("/usr/kova/etc/firewall.d/rules") +
+                             " && echo x > " + path("/etc/portforward/rule.conf") + "\n[ \"$1\" = " + option +
+                             " ] && exit 1");
+    }
+    void expect_unchanged() const {
+        EXPECT_EQ(read("/usr/local/etc/services.d/app.sc"), original);
+        EXPECT_EQ(read("/usr/kova/etc/firewall.d/rules") + read("/etc/portforward/rule.conf"), "rules\n[r]\n");
+        EXPECT_TRUE(leftovers().empty()) << testing::PrintToString(leftovers());
+    }
+    const std::string original = "[global]\nversion=2\n\n[app]\ndst.ports=\"1/tcp\"\n\n[web]\ndst.ports=\"2/tcp\"\n";
+    const std::string section_log = "service_conf_section_remove.cpp:N ";
+};
+
+TEST_F(SectionRemoveTest, RemovesTheSectionAndAFileLeftWithoutService) {
+    const auto req = request(2, 1, 3, 0x05, "app.sc", "app", 2);
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&req), 0);
+    EXPECT_EQ(read("/usr/local/etc/services.d/app.sc"), "[global]\nversion=2\n\n\n[web]\ndst.ports=\"2/tcp\"\n");
+    EXPECT_EQ(calls("firewall"), (Lines{"--remove-serv-rec app", "--reload"}));
+    EXPECT_TRUE(leftovers().empty());
+    EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
+    const auto web = request(1, 0, 3, 0x04, "app.sc", "web", 2 | 8);  // only "global" is left
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&web), 0);
+    EXPECT_FALSE(exists("/usr/local/etc/services.d/app.sc"));
+    poison_error();
+    const auto missing = request(1, 0, 3, 0x04, "sys.sc", "nosuch", 1);
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&missing), 0);
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&web), 0);  // no file: nothing to do
+    EXPECT_EQ(log_normalized(), (Lines{section_log + "Section (nosuch) not found![0xEEEE poison:7]",
+                                       section_log + "Configure file (" + path("/usr/local/etc/services.d/app.sc") +
+                                           ") does not exist![0xEEEE poison:7]"}));
+}
+
+TEST_F(SectionRemoveTest, FailingFirewallToolRollsBack) {
+    auto daemon = relay_daemon();
+    const std::string stale = "/usr/local/etc/services.d.tmp." + std::to_string(::getpid()) + "/stale.sc";
+    write(stale, "");  // a stale copy is replaced, never copied into
+    const auto req = request(2, 1, 3, 0x07, "app.sc", "app", 2);
+    firewall_failing_on("--remove-serv-rec");
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&req), -1);
+    EXPECT_EQ(log_of("utils.cpp"),
+              Lines{"utils.cpp:N Failed to execute [" + path(kFw) + " --remove-serv-rec app], ret:-1"});
+    EXPECT_EQ(log_of("service_conf_section_remove.cpp", true),
+              Lines{section_log + "Remove service record in firewall rule fail!"});
+    expect_unchanged();  // the tool's changes are undone too
+    EXPECT_FALSE(exists("/usr/local/etc/services.d/stale.sc") || exists("/usr/local/etc/services.d/services.d"));
+    EXPECT_EQ(calls("firewall"), Lines{"--remove-serv-rec app"});
+    // A failed restart: restored, and restarted once more.
+    firewall_failing_on("--reload");
+    fs::remove(path("/calls/firewall"));
+    clear_log();
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&req), -1);
+    expect_unchanged();
+    EXPECT_EQ(calls("firewall"), (Lines{"--remove-serv-rec app", "--reload", "--reload"}));
+    EXPECT_EQ(log_of("service_conf_section_remove.cpp", true), Lines(2, section_log + "Restart service fail"));
+    EXPECT_EQ(log_of("utils.cpp"), Lines(2, "utils.cpp:N Failed to execute [" + path(kFw) + " --reload], ret:-1"));
+    EXPECT_EQ(daemon->stop(), 0);  // no reload, no relay daemon
+}
+
+TEST_F(SectionRemoveTest, BadRequestsAndAFailedBackupChangeNothing) {
+    for (const auto &bad : {request(2, 0x10, 3, 5, "app.sc", "app", 2), request(1, 0, 3, 1, "app.sc", "app", 2),
+                            request(1, 0, 3, 5, "app.sc", "", 2), request(1, 0, 3, 5, "../x/app.sc", "app", 2)}) {
+        poison_error();
+        EXPECT_EQ(KVLIBServiceConfSectionRemove(&bad), -1);
+        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    }
+    EXPECT_EQ(KVLIBServiceConfServRestart(32), -1);
+    // The package tree is copied, then firewall.d (a FIFO) fails: no copy stays.
+    fs::remove_all(path("/usr/kova/etc/firewall.d"));
+    ASSERT_EQ(::mkfifo(path("/usr/kova/etc/firewall.d").c_str(), 0600), 0);
+    const auto req = request(1, 0, 3, 0x07, "app.sc", "app", 2);
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&req), -1);
+    EXPECT_EQ(KVLIBCErrGet(), 0x0600u);
+    EXPECT_EQ(log_normalized(), (Lines{"service_conf_common.cpp:N Source path is not valid (src path: " +
+                                           path("/usr/kova/etc/firewall.d") + ")[0x0600 service_conf_common.cpp:N]",
+                                       section_log + "Backup configure fail![0x0600 service_conf_common.cpp:N]"}));
+    EXPECT_EQ(read("/usr/local/etc/services.d/app.sc"), original);
+    EXPECT_TRUE(calls("firewall").empty());
+    EXPECT_TRUE(leftovers().empty());
+}
+
+// An install with a conflict, an update with its event and a section removal on examples/root.
+TEST_F(ChangeTest, ExampleRoot) {
+    fs::copy(std::string(KOVA_SOURCE_DIR) + "/examples/root", root(),
+             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    auto daemon = relay_daemon();
+    const std::string torrent = path("/pkg/torrent.sc"), gallery = path("/pkg/photo_gallery.sc");
+    write("/pkg/torrent.sc", sc("torrent", "8005/tcp"));  // in the download manager's 8000:8010
+    KOVA_SERVICE_CONF_PORT *conflicts = nullptr;
+    EXPECT_EQ(KOVAServiceConfInstallBaseName("torrent.sc", torrent.c_str(), 2, &conflicts), 1);
+    ASSERT_NE(conflicts, nullptr);
+    EXPECT_EQ(conflicts->beginPort + conflicts->endPort, 8005u + 8005u);
+    KOVAServiceConfPortsFree(conflicts);
+    EXPECT_TRUE(exists("/usr/local/etc/services.d/torrent.sc"));
+    EXPECT_EQ(log_of("utils.cpp"),
+              Lines{"utils.cpp:N " + torrent + " conf file port conflict with existed conf file setting"});
+    const std::string old = read("/usr/local/etc/services.d/photo_gallery.sc");
+    write("/pkg/photo_gallery.sc", "[global]\nversion=\"3\"\n\n" + sc("photo_gallery", "8500,8443/tcp"));
+    EXPECT_EQ(KOVAServiceConfUpdateBaseName("photo_gallery.sc", gallery.c_str(), 2, nullptr), 0);
+    EXPECT_EQ(events(), (Events{{"port_config/update",
+                                 {{"OLD_PORT_CONFIG_CONTENT", old},
+                                  {"NEW_PORT_CONFIG_CONTENT", read("/pkg/photo_gallery.sc")},
+                                  {"NOTIFY_PF", "1"},
+                                  {"NOTIFY_FW", "1"}}}}));
+    const std::string frontend = read("/usr/kova/etc/services.d/web_frontend.sc");
+    const auto admin = request(2, 1, 3, 0x05, "web_frontend.sc", "web_admin", 1);
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&admin), 0);
+    EXPECT_EQ(read("/usr/kova/etc/services.d/web_frontend.sc"), frontend.substr(0, frontend.find("[web_admin]")));
+    EXPECT_EQ(calls("firewall"), (Lines{"--remove-serv-rec web_admin", "--reload"}));
+    EXPECT_EQ(daemon->stop(), 2);  // the update's notice and the restart
+    EXPECT_TRUE(leftovers().empty());
+}
+
+}  // namespace
+}  // namespace kova::test
