@@ -104,6 +104,7 @@ TEST_F(EditTest, ConflictsLineBreaksAndBadRequestsChangeNothing) {
     EXPECT_EQ(KVLIBServiceConfSectionSet(&fresh, &section), -1);
     SET(section.name, "app]\nport_forward=yes\n[x");  // refused before anything runs
     EXPECT_EQ(KVLIBServiceConfSectionSet(&req, &section), -1);
+    EXPECT_STREQ(KVLIBCErrorGetFile(), "service_conf_section_set.cpp");
     for (const auto &bad :
          {request(1, 1, 1, 6, "app.sc", "app\nx", 2), request(0, 1, 1, 4, "app.sc", "app", 2),
           request(1, 32, 1, 4, "app.sc", "app", 2), request(1, 1, 4, 4, "app.sc", "app", 2),

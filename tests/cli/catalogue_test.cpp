@@ -89,16 +89,13 @@ TEST_F(CliCatalogueTest, TableIsSortedByNameWrapsWithinEightyColumnsAndMarksHidd
     auto by_name = [](const std::string &a, const std::string &b) { return strcasecmp(a.c_str(), b.c_str()) < 0; };
     EXPECT_TRUE(std::is_sorted(names.begin(), names.end(), by_name)) << r.out;
     // Ports ascending with their protocol; no source ports show as "-".
-    for (const auto &[service, cell] :
-         std::vector<std::pair<std::string, std::string>>{{"cli-web", " system "},
-                                                          {"cli-web", " 41080,41443,"},
-                                                          {"Zeta-last", " 41900-41910/udp "},
-                                                          {"Zeta-last", " 41999/udp"},
-                                                          {"alpha-first", " 41700/tcp,udp "},
-                                                          {"alpha-first", "  -"},
-                                                          {"telnet", " built-in*  "}}) {
+    const char *const expected[][2] = {
+        {"cli-web", " system "},     {"cli-web", " 41080,41443,"},       {"Zeta-last", " 41900-41910/udp "},
+        {"Zeta-last", " 41999/udp"}, {"alpha-first", " 41700/tcp,udp "}, {"alpha-first", "  -"},
+        {"telnet", " built-in*  "}};
+    for (const auto &[service, cell] : expected) {
         auto row = std::find_if(lines.begin(), lines.end(), [&](auto &l) {
-            return l.rfind(service + " ", 0) == 0 && l.find(cell) != std::string::npos;
+            return l.rfind(std::string(service) + " ", 0) == 0 && l.find(cell) != std::string::npos;
         });
         EXPECT_NE(row, lines.end()) << service << ":" << cell << "\n" << r.out;
     }

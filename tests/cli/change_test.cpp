@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(CliChangeTest, InstallCopiesTheFileAndReportsCollisions) {
+TEST_F(CliChangeTest, InstallCopiesTheFileReportsCollisionsAndNamesFailures) {
     std::string source = write_work("new-app.sc", kApp);
     ToolRun r = svc({"install", source});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -52,9 +52,8 @@ TEST_F(CliChangeTest, InstallCopiesTheFileAndReportsCollisions) {
     ToolRun text = svc({"install", clash});
     EXPECT_EQ(text.status, 1);
     EXPECT_TRUE(text.has("Colliding ports: 43500\n")) << text.out;
-}
 
-TEST_F(CliChangeTest, InstallFailuresNameTheLibraryErrorInWords) {
+    // Failures name the library's error in words.
     expect_error(svc({"install", work() + "/absent.sc"}), 3,
                  "kova-svc: install: cannot install " + work() + "/absent.sc: file not found (0x0700 at ");
     // The package directory cannot be created where a file stands in its way.

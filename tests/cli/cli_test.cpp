@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -15,12 +14,6 @@ namespace fs = std::filesystem;
 namespace kova::cli_test {
 
 namespace {
-
-std::string slurp(const std::string &path) {
-    std::stringstream ss;
-    ss << std::ifstream(path, std::ios::binary).rdbuf();
-    return ss.str();
-}
 
 // A loopback socket of `type` on a port the kernel chooses (not inherited by the tool); the
 // port goes to `port`.
@@ -66,13 +59,12 @@ std::string rows(const JsonValue &list, const std::vector<std::string> &fields) 
 
 void CliTest::SetUp() {
     RootTest::SetUp();
-    work_ = path("/scratch");
-    fs::create_directories(work_);
     fs::path example = fs::path(KOVA_SOURCE_DIR) / "examples" / "root";
     if (fs::is_directory(example))
         fs::copy(example, root(),
                  fs::copy_options::recursive | fs::copy_options::copy_symlinks | fs::copy_options::overwrite_existing);
     // Temporary copies of changes, and stand-ins for the firewall and router tools.
+    mkdir("/scratch");
     mkdir("/tmp");
     mkdir("/usr/kova/etc/services.d");
     mkdir("/usr/local/etc/services.d");
@@ -80,24 +72,8 @@ void CliTest::SetUp() {
     script("/usr/kova/sbin/kovaroutertool", "exit 0\n");
 }
 
-std::string CliTest::write_work(const std::string &name, const std::string &content) const {
-    std::string path = work_ + "/" + name;
-    std::ofstream(path, std::ios::binary) << content;
-    return path;
-}
-
-void CliTest::drop_proc() const {
-    std::error_code ec;
-    fs::remove_all(path("/proc"), ec);
-}
-
-void CliTest::use_real_proc() const {
-    drop_proc();
-    symlink("/proc", "/proc");
-}
-
 ToolRun CliTest::run(const std::vector<std::string> &args, const std::vector<std::string> &env) const {
-    std::string out_path = work_ + "/.stdout", err_path = work_ + "/.stderr";
+    std::string out_path = path("/scratch/.stdout"), err_path = path("/scratch/.stderr");
     std::vector<std::string> words = {KOVA_SVC_PATH}, env_text = env;
     words.insert(words.end(), args.begin(), args.end());
     std::vector<char *> argv;
@@ -117,8 +93,8 @@ ToolRun CliTest::run(const std::vector<std::string> &args, const std::vector<std
     int status = 0;
     if (pid < 0 || waitpid(pid, &status, 0) != pid) return r;
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    r.out = slurp(out_path);
-    r.err = slurp(err_path);
+    r.out = read("/scratch/.stdout");
+    r.err = read("/scratch/.stderr");
     return r;
 }
 

@@ -2,6 +2,7 @@
 // under the test's temporary KOVA_ROOT) and a runner for the built tool.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -29,14 +30,20 @@ protected:
     ToolRun svc(std::vector<std::string> args) const;
 
     // A scratch directory for source files, away from the directories the library reads.
-    const std::string &work() const { return work_; }
-    std::string write_work(const std::string &name, const std::string &content) const;
+    std::string work() const { return path("/scratch"); }
+    std::string write_work(const std::string &name, const std::string &content) const {
+        write("/scratch/" + name, content);
+        return work() + "/" + name;
+    }
     // The root without socket tables, or with the machine's (which show this process's sockets).
-    void drop_proc() const;
-    void use_real_proc() const;
-
-private:
-    std::string work_;
+    void drop_proc() const {
+        std::error_code ec;
+        std::filesystem::remove_all(path("/proc"), ec);
+    }
+    void use_real_proc() const {
+        drop_proc();
+        symlink("/proc", "/proc");
+    }
 };
 
 // The words of `line`, split at spaces; '' stands for an empty word.

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <climits>
-
 #include "cli_test.h"
 
 namespace kova::cli_test {
@@ -66,8 +64,7 @@ TEST_F(CliPortsTest, RuntimeHoldersShowInCheckWhoSocketsAndFree) {
     HeldPorts held;
     ASSERT_TRUE(held.tcp != 0 && held.udp != 0);
     const std::string port = std::to_string(held.tcp), pid = std::to_string(getpid());
-    char exe[PATH_MAX] = {};
-    ASSERT_GT(readlink("/proc/self/exe", exe, sizeof exe - 1), 0);
+    const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();
 
     EXPECT_EQ(svc({"check", port + "/tcp", "--sources", "in-use"}).status, 1);
     ToolRun who = svc({"who", port + "/tcp", "--json"});

@@ -1,7 +1,6 @@
 // Help, usage errors and the options that every command takes.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <sstream>
 
 #include "cli_test.h"
@@ -68,9 +67,8 @@ TEST_F(CliUsageTest, UsageErrorsExitTwoWithOneLineOnStandardError) {
 TEST_F(CliUsageTest, RootAndJsonApplyWhereverTheyStand) {
     write("/usr/local/etc/services.d/root-test.sc", "[root-probe]\ntitle=T\ndesc=D\ndst.ports=41234/tcp\n");
     // The environment points at an empty tree: --root wins over it.
-    std::string empty = work() + "/empty";
-    std::filesystem::create_directories(empty);
-    std::vector<std::string> env = {"KOVA_ROOT=" + empty};
+    mkdir("/scratch/empty");
+    std::vector<std::string> env = {"KOVA_ROOT=" + work() + "/empty"};
     for (const auto &args : {std::vector<std::string>{"--root", root(), "list", "--names"},
                              std::vector<std::string>{"list", "--names", "--root", root()},
                              std::vector<std::string>{"list", "--names", "--root=" + root()}}) {

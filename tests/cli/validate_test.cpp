@@ -8,15 +8,10 @@ namespace {
 
 const char kInstalled[] = "[cli-installed]\ntitle=\"Installed\"\ndesc=\"Already here\"\ndst.ports=\"42001/tcp\"\n";
 
-class CliValidateTest : public CliTest {
-protected:
-    void SetUp() override {
-        CliTest::SetUp();
-        write("/usr/local/etc/services.d/installed.sc", kInstalled);
-    }
-};
+using CliValidateTest = CliTest;
 
 TEST_F(CliValidateTest, AGoodFileHasNoFindings) {
+    write("/usr/local/etc/services.d/installed.sc", kInstalled);
     std::string file = write_work(
         "good.sc", "[global]\nversion=2\n\n[cli-good]\ntitle=\"Good\"\ndesc=\"Fine\"\ndst.ports=\"42010,42011/tcp\"\n");
     ToolRun r = svc({"validate", file});
@@ -39,6 +34,7 @@ TEST_F(CliValidateTest, AGoodFileHasNoFindings) {
 }
 
 TEST_F(CliValidateTest, ReportsEveryProblemSectionBySection) {
+    write("/usr/local/etc/services.d/installed.sc", kInstalled);
     std::string file = write_work("bad.sc",
                                   "[global]\nversion=1\n\n"
                                   "[cli-clash]\ntitle=\"Clash\"\ndesc=\"Collides\"\ndst.ports=\"42001,42050/tcp\"\n\n"
