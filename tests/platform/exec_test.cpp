@@ -1,5 +1,8 @@
-// Running programs through the core stand-in.
+// Running programs, plug-in events and service state.
 #include <kovaserviceconf.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -17,14 +20,13 @@ TEST_F(PlatformExec, ExitStatusSignalAndStartFailure) {
     EXPECT_EQ(KVLIBCExec("/bin/sh", "-c", "exit 3", nullptr, nullptr), 3);
     EXPECT_EQ(KVLIBCExec("/bin/sh", "-c", "exit 255", nullptr, nullptr), 255);
     EXPECT_EQ(KVLIBCExec("/bin/sh", "-c", "kill -TERM $$", nullptr, nullptr), 128 + 15);
-    EXPECT_EQ(KVLIBCExec("/bin/sh", "-c", "kill -KILL $$", nullptr, nullptr), 128 + 9);
 
     KVLIBCErrSetEx(0, "", 0);
-    std::string missing = path("/usr/bin/no-such-program");
+    const std::string missing = path("/usr/bin/no-such-program");
     EXPECT_LT(KVLIBCExec(missing.c_str(), nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_NE(KVLIBCErrGet(), 0u);
     write("/usr/bin/not-executable", "#!/bin/sh\nexit 0\n", 0644);
-    std::string plain = path("/usr/bin/not-executable");
+    const std::string plain = path("/usr/bin/not-executable");
     EXPECT_LT(KVLIBCExec(plain.c_str(), nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_LT(KVLIBCExec(nullptr, nullptr, nullptr, nullptr, nullptr), 0);
 
@@ -39,17 +41,112 @@ TEST_F(PlatformExec, ArgumentsStopAtFirstNullWithEnvironmentAndNullStdin) {
     script("/usr/bin/record",
            "out=\"$1\"; shift\n"
            "{ echo \"argc=$#\"; for a in \"$@\"; do echo \"[$a]\"; done;\n"
-           "  echo \"env=$KOVA_EXEC_PROBE\"; echo \"stdin=$(readlink /proc/self/fd/0)\";\n"
-           "  if read line; then echo \"read=$line\"; else echo eof; fi; } > \"$out\"\n");
+           "  echo \"env=$KOVA_EXEC_PROBE\"; echo \"stdin=$(readlink /proc/self/fd/0)\"; } > \"$out\"\n");
     const std::string prog = path("/usr/bin/record");
     setenv("KOVA_EXEC_PROBE", "from caller", 1);
     ASSERT_EQ(KVLIBCExec(prog.c_str(), out.c_str(), "a b", "", nullptr), 0);
-    EXPECT_EQ(read("/out"), "argc=2\n[a b]\n[]\nenv=from caller\nstdin=/dev/null\neof\n");
+    EXPECT_EQ(read("/out"), "argc=2\n[a b]\n[]\nenv=from caller\nstdin=/dev/null\n");
     ASSERT_EQ(KVLIBCExec(prog.c_str(), out.c_str(), nullptr, "ignored", "ignored"), 0);
-    EXPECT_EQ(read("/out"), "argc=0\nenv=from caller\nstdin=/dev/null\neof\n");
+    EXPECT_EQ(read("/out"), "argc=0\nenv=from caller\nstdin=/dev/null\n");
     ASSERT_EQ(KVLIBCExecl(prog.c_str(), 0xBB, out.c_str(), "1", "2", "3", "4", "5", nullptr), 0);
-    EXPECT_EQ(read("/out"), "argc=5\n[1]\n[2]\n[3]\n[4]\n[5]\nenv=from caller\nstdin=/dev/null\neof\n");
+    EXPECT_EQ(read("/out"), "argc=5\n[1]\n[2]\n[3]\n[4]\n[5]\nenv=from caller\nstdin=/dev/null\n");
     unsetenv("KOVA_EXEC_PROBE");
+}
+
+class PlatformPlugin : public kova::test::RootTest {
+protected:
+    const std::string dir_ = "/usr/kova/etc/plugin.d/port_config";
+
+    // A receiver that appends its name, its arguments and the plug-in variables to /events.
+    void receiver(const std::string &name, int status = 0) const {
+        script(dir_ + "/" + name, "{ echo \"" + name +
+                                      " $# $1\"; echo \"pf=${NOTIFY_PF-unset} fw=${NOTIFY_FW-unset}\";\n" +
+                                      "  echo \"old=<$OLD_PORT_CONFIG_CONTENT>\"; } >> \"" + path("/events") +
+                                      "\"\nexit " + std::to_string(status) + "\n");
+    }
+};
+
+TEST_F(PlatformPlugin, ReceiversRunInNameOrderWithEventAndArguments) {
+    receiver("20-second", 3);  // fails, and does not stop the next
+    receiver("10-first");
+    receiver("30-third");
+    write(dir_ + "/15-not-executable", "#!/bin/sh\necho bad >> " + path("/events") + "\n", 0644);
+    write(dir_ + "/.hidden", "#!/bin/sh\necho bad >> " + path("/events") + "\n", 0755);
+    mkdir(dir_ + "/25-directory");
+
+    KVLIB_PLUGIN *plugin = nullptr;
+    ASSERT_EQ(KVLIBPluginSDKInit("port_config", "port_config/update", &plugin), 0);
+    ASSERT_EQ(KVLIBPluginSetArg(plugin, "OLD_PORT_CONFIG_CONTENT", "x"), 0);
+    ASSERT_EQ(KVLIBPluginSetArg(plugin, "NOTIFY_PF", "1"), 0);
+    ASSERT_EQ(KVLIBPluginSetArg(plugin, "OLD_PORT_CONFIG_CONTENT", "[svc]\ndst.ports=\"80/tcp\"\n\n"), 0);
+    ASSERT_EQ(KVLIBPluginAction(5, plugin), 0);
+    KVLIBPluginExit(plugin);
+
+    const std::string one = "pf=1 fw=unset\nold=<[svc]\ndst.ports=\"80/tcp\"\n\n>\n";
+    EXPECT_EQ(read("/events"), "10-first 1 port_config/update\n" + one + "20-second 1 port_config/update\n" + one +
+                                   "30-third 1 port_config/update\n" + one);
+}
+
+TEST_F(PlatformPlugin, EmptyValuesNoDirectoryAndBadArguments) {
+    receiver("10-first");
+    KVLIB_PLUGIN *plugin = nullptr;
+    ASSERT_EQ(KVLIBPluginSDKInit("port_config", "port_config/remove", &plugin), 0);
+    ASSERT_EQ(KVLIBPluginSetArg(plugin, "OLD_PORT_CONFIG_CONTENT", ""), 0);
+    ASSERT_EQ(KVLIBPluginSetArg(plugin, "NOTIFY_FW", "1"), 0);
+    EXPECT_LT(KVLIBPluginSetArg(plugin, "A=B", "1"), 0);
+    EXPECT_LT(KVLIBPluginSetArg(plugin, "", "1"), 0);
+    EXPECT_LT(KVLIBPluginSetArg(plugin, "X", nullptr), 0);
+    EXPECT_LT(KVLIBPluginSetArg(nullptr, "X", "1"), 0);
+    ASSERT_EQ(KVLIBPluginAction(5, plugin), 0);
+    KVLIBPluginExit(plugin);
+    EXPECT_EQ(read("/events"), "10-first 1 port_config/remove\npf=unset fw=1\nold=<>\n");
+
+    ASSERT_EQ(KVLIBPluginSDKInit("no_receivers", "some/event", &plugin), 0);
+    EXPECT_EQ(KVLIBPluginAction(5, plugin), 0);
+    KVLIBPluginExit(plugin);
+    EXPECT_NE(KVLIBPluginSDKInit("../escape", "e", &plugin), 0);
+    EXPECT_NE(KVLIBPluginSDKInit("port_config", nullptr, &plugin), 0);
+    EXPECT_NE(KVLIBPluginSDKInit("port_config", "e", nullptr), 0);
+    EXPECT_LT(KVLIBPluginAction(5, nullptr), 0);
+}
+
+using PlatformService = kova::test::RootTest;
+
+TEST_F(PlatformService, RunningAndReloadFollowThePidFile) {
+    EXPECT_EQ(KVLIBServiceIsRunning("kovarelayd"), 0);  // no pid file
+    EXPECT_LT(KVLIBServiceReload("kovarelayd"), 0);
+    write("/run/kovarelayd.pid", "garbage\n");
+    EXPECT_EQ(KVLIBServiceIsRunning("kovarelayd"), 0);
+
+    // A daemon with the default SIGHUP action, so that a reload shows as its end by SIGHUP.
+    struct sigaction dfl {
+    }, old{};
+    dfl.sa_handler = SIG_DFL;
+    sigaction(SIGHUP, &dfl, &old);
+    pid_t pid = fork();
+    if (pid == 0) {
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        alarm(10);  // never left behind, even when no reload comes
+        for (;;) pause();
+    }
+    sigaction(SIGHUP, &old, nullptr);
+    ASSERT_GT(pid, 0);
+    write("/run/kovarelayd.pid", std::to_string(pid) + "\n");
+    EXPECT_EQ(KVLIBServiceIsRunning("kovarelayd"), 1);
+    EXPECT_EQ(KVLIBServiceIsRunning("otherd"), 0);
+    EXPECT_EQ(KVLIBServiceReload("kovarelayd"), 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGHUP) << status;
+
+    EXPECT_EQ(KVLIBServiceIsRunning("kovarelayd"), 0);  // the pid file names a dead process
+    KVLIBCErrSetEx(0, "", 0);
+    EXPECT_LT(KVLIBServiceReload("kovarelayd"), 0);
+    EXPECT_EQ(KVLIBCErrGet(), static_cast<unsigned>(KOVA_ERR_FILE_NOT_FOUND));
+    EXPECT_EQ(KVLIBServiceIsRunning(nullptr), 0);
+    EXPECT_EQ(KVLIBServiceIsRunning("../x"), 0);
 }
 
 }  // namespace
