@@ -1,6 +1,7 @@
 #include "foundation/log.h"
 
 #include <fcntl.h>
+#include <sys/uio.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -35,47 +36,59 @@ std::string expand_errno(const char *fmt, int saved_errno) {
     return out;
 }
 
+void send(const std::string &msg) noexcept;
+
 }  // namespace
 
-void log_line(const char *module, int line, const char *fmt, ...) {
+void log_line(const char *module, int line, const char *fmt, ...) noexcept {
     const int saved_errno = errno;
-    char head[128];
-    int head_len = std::snprintf(head, sizeof head, "%s:%d ", module, line);
-    if (head_len < 0) return;
-    if (static_cast<size_t>(head_len) >= sizeof head) head_len = sizeof head - 1;
-
-    std::string body_fmt = std::strstr(fmt, "%m") != nullptr ? expand_errno(fmt, saved_errno) : std::string(fmt);
-
     va_list ap;
     va_start(ap, fmt);
     va_list ap2;
     va_copy(ap2, ap);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    int body_len = std::vsnprintf(nullptr, 0, body_fmt.c_str(), ap);
-    va_end(ap);
-    std::string msg(head, static_cast<size_t>(head_len));
-    if (body_len > 0) {
-        std::string body(static_cast<size_t>(body_len) + 1, '\0');
-        std::vsnprintf(body.data(), body.size(), body_fmt.c_str(), ap2);
-        body.resize(static_cast<size_t>(body_len));
-        msg += body;
+    try {
+        std::string msg = std::string(module) + ":" + std::to_string(line) + " ";
+        std::string body_fmt = std::strstr(fmt, "%m") != nullptr ? expand_errno(fmt, saved_errno) : std::string(fmt);
+        int body_len = std::vsnprintf(nullptr, 0, body_fmt.c_str(), ap);
+        if (body_len > 0) {
+            std::string body(static_cast<size_t>(body_len) + 1, '\0');
+            std::vsnprintf(body.data(), body.size(), body_fmt.c_str(), ap2);
+            body.resize(static_cast<size_t>(body_len));
+            msg += body;
+        }
+        send(msg);
+    } catch (...) {
+        // Out of memory: a fixed buffer, "%m" left to the system log.
+        char buf[1024];
+        int n = std::snprintf(buf, sizeof buf, "%s:%d ", module, line);
+        if (n > 0 && static_cast<size_t>(n) < sizeof buf)
+            std::vsnprintf(buf + n, sizeof buf - static_cast<size_t>(n), fmt, ap2);
+        syslog(LOG_ERR, "%s", buf);
     }
 #pragma GCC diagnostic pop
     va_end(ap2);
+    va_end(ap);
+    errno = saved_errno;
+}
 
+namespace {
+
+void send(const std::string &msg) noexcept {
     syslog(LOG_ERR, "%s", msg.c_str());
-
     if (const char *file = secure_getenv("KOVA_LOG_FILE"); file != nullptr && *file != '\0') {
         int fd = ::open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
         if (fd >= 0) {
-            msg += '\n';
-            ssize_t ignored = ::write(fd, msg.data(), msg.size());
+            // One write per line: the text and its newline together.
+            struct iovec iov[2] = {{const_cast<char *>(msg.data()), msg.size()}, {const_cast<char *>("\n"), 1}};
+            ssize_t ignored = ::writev(fd, iov, 2);
             (void)ignored;
             ::close(fd);
         }
     }
-    errno = saved_errno;
 }
+
+}  // namespace
 
 }  // namespace kova

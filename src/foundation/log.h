@@ -7,8 +7,10 @@
 
 namespace kova {
 
-// Formats `fmt` (printf style; "%m" stands for the text of errno) and sends the line.
-void log_line(const char *module, int line, const char *fmt, ...) KOVA_PRINTF(3, 4);
+// Formats `fmt` (printf style; "%m" stands for the text of errno) and sends the line. Never
+// throws: when memory runs out (the moment out-of-memory lines are written) the line is formatted
+// into a fixed buffer instead, cut to its size.
+void log_line(const char *module, int line, const char *fmt, ...) noexcept KOVA_PRINTF(3, 4);
 
 }  // namespace kova
 

@@ -1,0 +1,286 @@
+#include "fuzz_support.h"
+
+#include <ftw.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#ifndef KOVA_FUZZ_TMPDIR
+#define KOVA_FUZZ_TMPDIR "/tmp"
+#endif
+
+namespace kova::fuzz {
+
+void fail(const char *file, int line, const char *cond, const char *fmt, ...) {
+    std::fprintf(stderr, "%s:%d: invariant failed: %s\n  ", file, line, cond);
+    va_list ap;
+    va_start(ap, fmt);
+    std::vfprintf(stderr, fmt, ap);
+    va_end(ap);
+    std::fprintf(stderr, "\n");
+    std::fflush(stderr);
+    std::abort();
+}
+
+std::string c_text(const uint8_t *data, size_t size) {
+    const char *p = reinterpret_cast<const char *>(data);
+    return std::string(p, size == 0 ? 0 : strnlen(p, size));
+}
+
+std::string cut(std::string_view s, size_t capacity) {
+    s = s.substr(0, std::min(s.size(), s.find('\0')));
+    return std::string(s.substr(0, std::min(s.size(), capacity - 1)));
+}
+
+// ---- the private root ----------------------------------------------------------------------
+
+namespace {
+
+std::string g_root;
+
+int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
+    return ::remove(path) == 0 ? 0 : 0;
+}
+
+void remove_root() {
+    if (!g_root.empty()) ::nftw(g_root.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+void mkdir_p(const std::string &path) {
+    for (size_t pos = 1; pos <= path.size(); ++pos) {
+        if (pos == path.size() || path[pos] == '/') {
+            const std::string part = path.substr(0, pos);
+            if (::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) {
+                std::fprintf(stderr, "cannot create %s\n", part.c_str());
+                std::abort();
+            }
+        }
+    }
+}
+
+}  // namespace
+
+const std::string &root() {
+    if (g_root.empty()) {
+        const char *base = std::getenv("KOVA_FUZZ_TMPDIR");
+        std::string dir = base != nullptr && *base != '\0' ? base : KOVA_FUZZ_TMPDIR;
+        mkdir_p(dir);
+        std::string tmpl = dir + "/fuzzroot.XXXXXX";
+        if (::mkdtemp(tmpl.data()) == nullptr) {
+            std::fprintf(stderr, "cannot create a temporary root under %s\n", dir.c_str());
+            std::abort();
+        }
+        g_root = tmpl;
+        ::setenv("KOVA_ROOT", g_root.c_str(), 1);
+        ::unsetenv("KOVA_LOG_FILE");
+        std::atexit(remove_root);
+    }
+    return g_root;
+}
+
+std::string under_root(std::string_view rel) {
+    return root() + std::string(rel);
+}
+
+void make_dirs(std::string_view rel) {
+    mkdir_p(under_root(rel));
+}
+
+void write_file(std::string_view rel, std::string_view content) {
+    const std::string path = under_root(rel);
+    mkdir_p(path.substr(0, path.rfind('/')));
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(content.data(), static_cast<std::streamsize>(content.size()));
+    out.close();
+    FUZZ_CHECKF(out.good(), "cannot write %s", path.c_str());
+}
+
+// ---- the port list syntax as a model -------------------------------------------------------
+
+bool is_space(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+std::string trim(std::string_view s) {
+    size_t b = 0;
+    while (b < s.size() && is_space(s[b])) ++b;
+    size_t e = s.size();
+    while (e > b && is_space(s[e - 1])) --e;
+    return std::string(s.substr(b, e - b));
+}
+
+std::string lower(std::string_view s) {
+    std::string out(s);
+    for (char &c : out)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return out;
+}
+
+std::vector<std::string> split_all(std::string_view s, char sep) {
+    std::vector<std::string> out;
+    for (;;) {
+        const size_t at = s.find(sep);
+        out.emplace_back(s.substr(0, at));
+        if (at == std::string_view::npos) return out;
+        s.remove_prefix(at + 1);
+    }
+}
+
+std::vector<Port> to_vector(const KOVA_SERVICE_CONF_PORT *list) {
+    std::vector<Port> out;
+    for (; list != nullptr; list = list->next)
+        out.push_back({list->direction, list->type, list->protocol, list->beginPort, list->endPort});
+    return out;
+}
+
+std::string describe(const std::vector<Port> &ports) {
+    std::string out;
+    for (const Port &p : ports) {
+        char buf[96];
+        std::snprintf(buf, sizeof buf, "[d%u t%u p%u %u-%u]", p.direction, p.type, p.protocol, p.begin, p.end);
+        out += buf;
+    }
+    return out.empty() ? "(none)" : out;
+}
+
+bool model_port_check(std::string_view text) {
+    if (text.empty()) return false;
+    uint32_t value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        value = value * 10 + static_cast<uint32_t>(c - '0');
+        if (value > 65535) return false;
+    }
+    return true;
+}
+
+int model_protocol(const std::optional<std::string> &text) {
+    if (!text || text->empty()) return KOVA_PROTO_BOTH;
+    int flags = 0;
+    for (const std::string &word : split_all(lower(trim(*text)), ',')) {
+        const std::string w = trim(word);
+        if (w == "tcp")
+            flags |= KOVA_PROTO_TCP;
+        else if (w == "udp")
+            flags |= KOVA_PROTO_UDP;
+        else
+            return -1;
+    }
+    return flags;
+}
+
+std::optional<std::vector<Port>> model_ports_get(std::string_view text, uint32_t direction) {
+    const size_t slash = text.find('/');
+    std::string ports = trim(text.substr(0, slash));
+    std::optional<std::string> protocol;
+    if (slash != std::string_view::npos) protocol = trim(text.substr(slash + 1));
+    const int flags = model_protocol(protocol);
+    if (flags <= 0) return std::nullopt;
+
+    std::vector<Port> out;
+    for (const std::string &raw : split_all(ports, ',')) {
+        const std::string item = trim(raw);
+        Port p{direction, 0, static_cast<uint32_t>(flags), 0, 0};
+        const size_t colon = item.find(':');
+        if (colon != std::string::npos) {
+            const std::string first = item.substr(0, colon);
+            const std::string last = item.substr(colon + 1);
+            if (!model_port_check(first) || !model_port_check(last)) return std::nullopt;
+            p.type = 1;
+            p.begin = static_cast<uint32_t>(std::stoul(first));
+            p.end = static_cast<uint32_t>(std::stoul(last));
+        } else {
+            if (!model_port_check(item)) return std::nullopt;
+            p.begin = static_cast<uint32_t>(std::stoul(item));
+        }
+        out.push_back(p);
+    }
+    std::reverse(out.begin(), out.end());
+    return out;
+}
+
+void check_port_list(const KOVA_SERVICE_CONF_PORT *list, uint32_t direction) {
+    FUZZ_CHECK(list != nullptr);
+    const uint32_t protocol = list->protocol;
+    FUZZ_CHECKF(protocol >= 1 && protocol <= 3, "protocol %u", protocol);
+    for (const KOVA_SERVICE_CONF_PORT *p = list; p != nullptr; p = p->next) {
+        FUZZ_CHECKF(p->direction == direction, "direction %u, expected %u", p->direction, direction);
+        FUZZ_CHECKF(p->protocol == protocol, "mixed protocols %u and %u", p->protocol, protocol);
+        FUZZ_CHECKF(p->type == 0 || p->type == 1, "type %u", p->type);
+        FUZZ_CHECKF(p->beginPort <= 65535 && p->endPort <= 65535, "ports %u-%u", p->beginPort, p->endPort);
+        if (p->type == 0) FUZZ_CHECKF(p->endPort == 0, "single port %u with end %u", p->beginPort, p->endPort);
+    }
+}
+
+namespace {
+
+std::string expected_port_text(const std::vector<Port> &ports) {
+    std::string out;
+    for (const Port &p : ports) {
+        if (!out.empty()) out += ',';
+        if (p.type == 1)
+            out += std::to_string(std::min(p.begin, p.end)) + ":" + std::to_string(std::max(p.begin, p.end));
+        else
+            out += std::to_string(p.begin);
+    }
+    return out;
+}
+
+std::string expected_protocol_text(uint32_t protocol) {
+    std::string out;
+    if (protocol & KOVA_PROTO_TCP) out += "tcp";
+    if (protocol & KOVA_PROTO_UDP) out += out.empty() ? "udp" : ",udp";
+    return out;
+}
+
+}  // namespace
+
+void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list) {
+    const std::vector<Port> original = to_vector(list);
+    FUZZ_CHECK(!original.empty());
+    const std::string ports = expected_port_text(original);
+    const std::string protocol = expected_protocol_text(original.front().protocol);
+
+    // Exactly large enough: both texts written.
+    std::vector<char> pbuf(ports.size() + 1, '\x7f');
+    std::vector<char> qbuf(protocol.size() + 1, '\x7f');
+    int rc = KVLIBServiceConfPortsToStr(list, pbuf.data(), static_cast<int>(pbuf.size()), qbuf.data(),
+                                        static_cast<int>(qbuf.size()));
+    FUZZ_CHECKF(rc == 0, "render failed with 0x%04X for %s", KVLIBCErrGet(), describe(original).c_str());
+    FUZZ_CHECKF(ports == pbuf.data(), "rendered ports \"%s\", expected \"%s\"", pbuf.data(), ports.c_str());
+    FUZZ_CHECKF(protocol == qbuf.data(), "rendered protocol \"%s\", expected \"%s\"", qbuf.data(), protocol.c_str());
+
+    // One byte short: refused with 0xBF00, neither buffer written.
+    std::vector<char> small(ports.size(), '\x7f');
+    std::vector<char> other(protocol.size() + 1, '\x7f');
+    if (!small.empty()) {
+        rc = KVLIBServiceConfPortsToStr(list, small.data(), static_cast<int>(small.size()), other.data(),
+                                        static_cast<int>(other.size()));
+        FUZZ_CHECK(rc == -1);
+        FUZZ_CHECKF(KVLIBCErrGet() == KOVA_ERR_BUFFER_TOO_SMALL, "error 0x%04X", KVLIBCErrGet());
+        FUZZ_CHECK(std::all_of(small.begin(), small.end(), [](char c) { return c == '\x7f'; }));
+        FUZZ_CHECK(std::all_of(other.begin(), other.end(), [](char c) { return c == '\x7f'; }));
+    }
+
+    // The rendering parses back to the same entries in reverse order, ranges low to high.
+    const std::string text = ports + "/" + protocol;
+    KOVA_SERVICE_CONF_PORT *again = nullptr;
+    rc = KOVAServiceConfPortsGet(text.c_str(), original.front().direction, &again);
+    FUZZ_CHECKF(rc == 0 && again != nullptr, "rendering \"%s\" does not parse (0x%04X)", text.c_str(), KVLIBCErrGet());
+    std::vector<Port> expected(original.rbegin(), original.rend());
+    for (Port &p : expected) {
+        if (p.type == 1 && p.begin > p.end) std::swap(p.begin, p.end);
+    }
+    const std::vector<Port> back = to_vector(again);
+    KOVAServiceConfPortsFree(again);
+    FUZZ_CHECKF(back == expected, "\"%s\" parsed to %s, expected %s", text.c_str(), describe(back).c_str(),
+                describe(expected).c_str());
+}
+
+}  // namespace kova::fuzz

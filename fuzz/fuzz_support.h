@@ -1,0 +1,87 @@
+// Shared pieces of the fuzz harnesses: invariant checks that abort with a message, a private
+// KOVA_ROOT per process, and reference models of the port list syntax used as oracles.
+#pragma once
+
+#include <kovaserviceconf.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kova::fuzz {
+
+[[noreturn]] void fail(const char *file, int line, const char *cond, const char *fmt, ...)
+    __attribute__((format(printf, 4, 5)));
+
+}  // namespace kova::fuzz
+
+// Aborts (so that the fuzzer or the replay driver reports the input) when `cond` is false.
+#define FUZZ_CHECK(cond)                                                 \
+    do {                                                                 \
+        if (!(cond)) ::kova::fuzz::fail(__FILE__, __LINE__, #cond, " "); \
+    } while (0)
+#define FUZZ_CHECKF(cond, ...)                                                   \
+    do {                                                                         \
+        if (!(cond)) ::kova::fuzz::fail(__FILE__, __LINE__, #cond, __VA_ARGS__); \
+    } while (0)
+
+namespace kova::fuzz {
+
+// What a C caller would see of the bytes as a text: everything up to the first NUL byte.
+std::string c_text(const uint8_t *data, size_t size);
+
+// True when the fixed text field holds its terminating NUL inside its capacity.
+template <size_t N>
+bool terminated(const char (&field)[N]) {
+    return std::memchr(field, '\0', N) != nullptr;
+}
+
+// The text `s` cut the way a fixed field of capacity N keeps it.
+std::string cut(std::string_view s, size_t capacity);
+
+// ---- the private root ----------------------------------------------------------------------
+
+// A temporary directory made once per process and removed at exit; KOVA_ROOT points at it and
+// KOVA_LOG_FILE is unset (log lines go to the system log only).
+const std::string &root();
+// `rel` (an absolute system path) under the root.
+std::string under_root(std::string_view rel);
+// Writes a file under the root, creating its directories.
+void write_file(std::string_view rel, std::string_view content);
+void make_dirs(std::string_view rel);
+
+// ---- the port list syntax as a model -------------------------------------------------------
+
+// White space as the platform trims it.
+bool is_space(char c);
+std::string trim(std::string_view s);
+std::string lower(std::string_view s);
+// Pieces between separators, empty pieces included (strsep).
+std::vector<std::string> split_all(std::string_view s, char sep);
+
+struct Port {
+    uint32_t direction, type, protocol, begin, end;
+    bool operator==(const Port &) const = default;
+};
+
+std::vector<Port> to_vector(const KOVA_SERVICE_CONF_PORT *list);
+std::string describe(const std::vector<Port> &ports);
+
+// KOVAServiceConfPortsCheck: digits only, not empty, at most 65535.
+bool model_port_check(std::string_view text);
+// KVLIBServiceConfProtocolParse of a text (null: std::nullopt); -1 on failure.
+int model_protocol(const std::optional<std::string> &text);
+// KOVAServiceConfPortsGet: the entries in list order, or std::nullopt when the text is refused.
+std::optional<std::vector<Port>> model_ports_get(std::string_view text, uint32_t direction);
+
+// A parsed list: every entry well-formed, one protocol, the caller's direction.
+void check_port_list(const KOVA_SERVICE_CONF_PORT *list, uint32_t direction);
+// Renders a parsed list with KVLIBServiceConfPortsToStr (exact texts, exact buffer sizes) and
+// parses the rendering again: the same entries, in reverse order, ranges written low to high.
+void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list);
+
+}  // namespace kova::fuzz

@@ -1,0 +1,161 @@
+// Allocation failures in the port range family. A failed operation returns -1 (Export: null),
+// leaves every set well-formed, and never touches the error state.
+#include <kovaserviceconf.h>
+
+#include <string>
+
+#include "fault_harness.h"
+
+namespace kova::fault {
+namespace {
+
+constexpr unsigned int kPoison = 0x7E57;
+
+// The family itself never sets the error state; the platform's text operations it calls set
+// 0x0200 when they run out of memory.
+void expect_error_untouched() {
+    EXPECT_TRUE(KVLIBCErrGet() == kPoison || KVLIBCErrGet() == KOVA_ERR_OUT_OF_MEMORY)
+        << "error state " << KVLIBCErrGet() << " set by " << KVLIBCErrorGetFile();
+}
+
+// "[b,e][b,e]..." after checking the shape (sorted, merged, counted).
+std::string set_text(const KVLIB_PORT_RANGE *set) {
+    std::string out;
+    int nodes = 0;
+    long long last_end = -2;
+    for (const KOVA_SERVICE_CONF_PORT *n = set->head; n != nullptr; n = n->next, ++nodes) {
+        EXPECT_LE(n->beginPort, n->endPort);
+        EXPECT_LT(last_end + 1, static_cast<long long>(n->beginPort)) << "nodes not merged";
+        EXPECT_EQ(n->type, n->beginPort != n->endPort ? 1u : 0u);
+        last_end = n->endPort;
+        out += "[" + std::to_string(n->beginPort) + "," + std::to_string(n->endPort) + "]";
+    }
+    EXPECT_EQ(nodes, set->count);
+    return out;
+}
+
+KVLIB_PORT_RANGE *make_set(const char *text) {
+    KVLIB_PORT_RANGE *set = KVLIBPortRangeCreate();
+    EXPECT_NE(set, nullptr);
+    if (set != nullptr && text != nullptr) {
+        EXPECT_EQ(KVLIBPortRangeImport(set, text), 0);
+    }
+    return set;
+}
+
+// A case over one target set prepared from `initial`; `op` runs armed and returns 0 or -1.
+// Success must give `expected`; failure must leave the target as one of `allowed`.
+Case set_case(KVLIB_PORT_RANGE *&target, int &rc, const char *initial, std::function<int()> op, std::string expected,
+              std::vector<std::string> allowed) {
+    return {[&target, initial] {
+                target = make_set(initial);
+                KVLIBCErrSetEx(kPoison, "test", 0);
+            },
+            [&rc, op] { rc = op(); },
+            [&target, &rc, expected, allowed](bool) {
+                const std::string now = set_text(target);
+                expect_error_untouched();
+                if (rc == 0) {
+                    EXPECT_EQ(now, expected);
+                    return true;
+                }
+                EXPECT_EQ(rc, -1);
+                bool ok = false;
+                for (const std::string &a : allowed) ok = ok || a == now;
+                EXPECT_TRUE(ok) << "left " << now;
+                return false;
+            },
+            [] {}, [&target] { KVLIBPortRangeDestory(target); }};
+}
+
+class RangeFaultTest : public FaultTest {};
+KOVA_FAULT_MODES(RangeFaultTest);
+
+TEST_P(RangeFaultTest, Create) {
+    KVLIB_PORT_RANGE *set = nullptr;
+    expect_robust("KVLIBPortRangeCreate", {[] {}, [&] { set = KVLIBPortRangeCreate(); },
+                                           [&](bool) {
+                                               if (set == nullptr) return false;
+                                               EXPECT_EQ(set->count, 0);
+                                               EXPECT_EQ(set->head, nullptr);
+                                               return true;
+                                           },
+                                           [&] { KVLIBPortRangeDestory(set); }, [] {}});
+}
+
+TEST_P(RangeFaultTest, Import) {
+    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
+    KVLIB_PORT_RANGE *set = nullptr;
+    int rc = 0;
+    const char *text = " 80 ,443, 8000:8010,21,6, 7:9 ,65536:70000";
+    expect_robust("KVLIBPortRangeImport",
+                  set_case(set, rc, "1:5,30", [&] { return KVLIBPortRangeImport(set, text); },
+                           "[1,9][21,21][30,30][80,80][443,443][8000,8010][65536,70000]", {"[1,5][30,30]"}));
+}
+
+TEST_P(RangeFaultTest, AddMerging) {
+    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
+    KVLIB_PORT_RANGE *set = nullptr;
+    int rc = 0;
+    KOVA_SERVICE_CONF_PORT entry{};
+    expect_robust("KVLIBPortRangeAdd", set_case(set, rc, "1:3,7:9,20",
+                                                [&] {
+                                                    entry = KOVA_SERVICE_CONF_PORT{1, 1, 3, 4, 8, nullptr};
+                                                    return KVLIBPortRangeAdd(set, &entry);
+                                                },
+                                                "[1,9][20,20]", {"[1,3][7,9][20,20]"}));
+}
+
+TEST_P(RangeFaultTest, RemoveSplitting) {
+    KVLIB_PORT_RANGE *set = nullptr;
+    int rc = 0;
+    const KOVA_SERVICE_CONF_PORT entry{0, 1, 0, 15, 25, nullptr};
+    expect_robust("KVLIBPortRangeRemove",
+                  set_case(set, rc, "10:20,22:30,40", [&] { return KVLIBPortRangeRemove(set, &entry); },
+                           "[10,14][26,30][40,40]", {"[10,20][22,30][40,40]"}));
+}
+
+TEST_P(RangeFaultTest, JoinAndOverlap) {
+    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
+    KVLIB_PORT_RANGE *first = make_set("1:100,200:300,1000");
+    KVLIB_PORT_RANGE *second = make_set("50:60,90:250,999:1001");
+    const std::string first_text = set_text(first);
+    const std::string second_text = set_text(second);
+    KVLIB_PORT_RANGE *target = nullptr;
+    int rc = 0;
+
+    Case overlap = set_case(target, rc, "95:99,5000", [&] { return KVLIBPortRangeOverlap(first, second, target); },
+                            "[50,60][90,100][200,250][1000,1000][5000,5000]", {"[95,99][5000,5000]"});
+    const auto check_overlap = overlap.check;
+    overlap.check = [&, check_overlap](bool injected) {
+        EXPECT_EQ(set_text(first), first_text);
+        EXPECT_EQ(set_text(second), second_text);
+        return check_overlap(injected);
+    };
+    expect_robust("KVLIBPortRangeOverlap", overlap);
+
+    expect_robust("KVLIBPortRangeJoin",
+                  set_case(target, rc, "400,1002", [&] { return KVLIBPortRangeJoin(target, second); },
+                           "[50,60][90,250][400,400][999,1002]", {"[400,400][1002,1002]"}));
+    KVLIBPortRangeDestory(first);
+    KVLIBPortRangeDestory(second);
+}
+
+TEST_P(RangeFaultTest, Export) {
+    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
+    KVLIB_PORT_RANGE *set = make_set("21,80:81,443,8000:8010,4294967295");
+    char *text = nullptr;
+    expect_robust("KVLIBPortRangeExport",
+                  {[] { KVLIBCErrSetEx(kPoison, "test", 0); }, [&] { text = KVLIBPortRangeExport(set); },
+                   [&](bool) {
+                       expect_error_untouched();
+                       if (text == nullptr) return false;
+                       EXPECT_STREQ(text, "21,80:81,443,8000:8010,-1");
+                       return true;
+                   },
+                   [&] { KVLIBCStrPut(text); }, [] {}});
+    KVLIBPortRangeDestory(set);
+}
+
+}  // namespace
+}  // namespace kova::fault
