@@ -165,7 +165,6 @@ TEST_P(ConfFaultTest, EnumerateBothDirectories) {
 }
 
 TEST_P(ConfFaultTest, ComposeSectionAndPorts) {
-    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
     const std::string path = this->path("/usr/local/etc/services.d/pkg.sc");
     KOVA_SERVICE_CONF_SECTION *tmpl = nullptr;
     ASSERT_EQ(KOVAServiceConfSectionGet(path.c_str(), "pkg", &tmpl), 0);

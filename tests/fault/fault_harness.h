@@ -58,11 +58,6 @@ protected:
 
 std::string mode_name(const ::testing::TestParamInfo<Mode> &info);
 
-// Known faults, reported to their owners; the cases they break are skipped until fixed.
-inline constexpr const char *kKnownLogThrows =
-    "known: kova::log_line (src/foundation/log.cpp) builds its line in std::string and throws std::bad_alloc "
-    "when memory stays exhausted; on out-of-memory paths outside KOVA_GUARDED the exception crosses the C "
-    "interface, in noexcept code (kova::range::log_add_out_of_memory) it ends in std::terminate";
 
 #define KOVA_FAULT_MODES(suite) \
     INSTANTIATE_TEST_SUITE_P(Modes, suite, ::testing::Values(Mode::kOnce, Mode::kSticky), mode_name)

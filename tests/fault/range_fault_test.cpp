@@ -84,7 +84,6 @@ TEST_P(RangeFaultTest, Create) {
 }
 
 TEST_P(RangeFaultTest, Import) {
-    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
     KVLIB_PORT_RANGE *set = nullptr;
     int rc = 0;
     const char *text = " 80 ,443, 8000:8010,21,6, 7:9 ,65536:70000";
@@ -94,7 +93,6 @@ TEST_P(RangeFaultTest, Import) {
 }
 
 TEST_P(RangeFaultTest, AddMerging) {
-    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
     KVLIB_PORT_RANGE *set = nullptr;
     int rc = 0;
     KOVA_SERVICE_CONF_PORT entry{};
@@ -116,7 +114,6 @@ TEST_P(RangeFaultTest, RemoveSplitting) {
 }
 
 TEST_P(RangeFaultTest, JoinAndOverlap) {
-    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
     KVLIB_PORT_RANGE *first = make_set("1:100,200:300,1000");
     KVLIB_PORT_RANGE *second = make_set("50:60,90:250,999:1001");
     const std::string first_text = set_text(first);
@@ -142,7 +139,6 @@ TEST_P(RangeFaultTest, JoinAndOverlap) {
 }
 
 TEST_P(RangeFaultTest, Export) {
-    if (sticky()) GTEST_SKIP() << kKnownLogThrows;
     KVLIB_PORT_RANGE *set = make_set("21,80:81,443,8000:8010,4294967295");
     char *text = nullptr;
     expect_robust("KVLIBPortRangeExport",
