@@ -119,9 +119,11 @@ int run_install(const Args &args) {
     ConflictList colliding;
     clear_library_error();
     int result = KOVAServiceConfInstallBaseName(name.c_str(), source.c_str(), location, colliding.out());
-    if (result < 0) fail_with_library_error("cannot install " + source, source);
-    return report(args, "installed", installed_path(name, location), source,
-                  name_collisions(source, result, colliding));
+    std::string target = installed_path(name, location);
+    if (result < 0)
+        fail_with_library_error("cannot install " + source + " as " + target, target,
+                                "check that this user may write to " + services_dir(location));
+    return report(args, "installed", target, source, name_collisions(source, result, colliding));
 }
 
 int run_update(const Args &args) {
