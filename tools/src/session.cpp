@@ -75,8 +75,8 @@ void Session::note_offline() {
     if (said) return;
     said = true;
     warn(root +
-         " has no proc/ (an offline root): ports in use and follow-ups that need the running system "
-         "(firewall reload, router tool, notifications) are skipped");
+         " is an offline root (no proc/): ports in use, firewall reload, router tool and notifications "
+         "are skipped");
 }
 
 void warn(const std::string &message) {
