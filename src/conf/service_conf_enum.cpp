@@ -9,7 +9,7 @@
 
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "foundation/root_path.h"
+#include "root_path.h"
 
 namespace {
 
