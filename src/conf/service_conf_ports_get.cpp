@@ -8,6 +8,7 @@
 
 #include "foundation/guard.h"
 #include "foundation/log.h"
+#include "conf/conf_internal.h"
 #include "foundation/raii.h"
 
 namespace {
@@ -40,45 +41,47 @@ bool parse_item(char *item, KOVA_SERVICE_CONF_PORT &entry) {
     return take_port(item, entry.beginPort);
 }
 
-int ports_get(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_PORT **ppPorts) {
+}  // namespace
+
+namespace kova::conf {
+
+PortsPtr parse_port_list(const char *szPorts, unsigned int direction) {
     std::string copy(szPorts);
     char *cursor = copy.data();
     char *ports = KVLIBCStrTokIndex(&cursor, "/");
     char *protocol = cursor;
 
-    if (protocol != nullptr && *protocol != '\0' && KVLIBCStrTrimSpace(protocol, 0) < 0) return -1;
-    if (ports != nullptr && KVLIBCStrTrimSpace(ports, 0) < 0) return -1;
+    if (protocol != nullptr && *protocol != '\0' && KVLIBCStrTrimSpace(protocol, 0) < 0) return nullptr;
+    if (ports != nullptr && KVLIBCStrTrimSpace(ports, 0) < 0) return nullptr;
 
     const int flags = KVLIBServiceConfProtocolParse(protocol);
-    if (flags < 0) return -1;
+    if (flags < 0) return nullptr;
     if (ports == nullptr || (flags & KOVA_PROTO_BOTH) == 0) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return nullptr;
     }
-    if (KVLIBCStrTrimSpace(ports, 0) < 0) return -1;
+    if (KVLIBCStrTrimSpace(ports, 0) < 0) return nullptr;
 
-    kova::PortsPtr head;
+    PortsPtr head;
     char *items = ports;
     while (char *item = KVLIBCStrTokIndex(&items, ",")) {
-        kova::PortsPtr entry(kova::calloc_record<KOVA_SERVICE_CONF_PORT>());
+        PortsPtr entry(calloc_record<KOVA_SERVICE_CONF_PORT>());
         if (!entry) {
             KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
             KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-            return -1;
+            return nullptr;
         }
-        if (KVLIBCStrTrimSpace(item, 0) < 0) return -1;
+        if (KVLIBCStrTrimSpace(item, 0) < 0) return nullptr;
         entry->direction = direction;
         entry->protocol = static_cast<uint32_t>(flags);
-        if (!parse_item(item, *entry)) return -1;
+        if (!parse_item(item, *entry)) return nullptr;
         entry->next = head.release();
         head.reset(entry.release());
     }
-    if (!head) return -1;
-    *ppPorts = head.release();
-    return 0;
+    return head;
 }
 
-}  // namespace
+}  // namespace kova::conf
 
 extern "C" {
 
@@ -138,7 +141,12 @@ int KOVAServiceConfPortsGet(const char *szPorts, unsigned int direction, KOVA_SE
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return KOVA_GUARDED(-1, [&] { return ports_get(szPorts, direction, ppPorts); });
+    return KOVA_GUARDED(-1, [&] {
+        kova::PortsPtr ports = kova::conf::parse_port_list(szPorts, direction);
+        if (!ports) return -1;
+        *ppPorts = ports.release();
+        return 0;
+    });
 }
 
 void KOVAServiceConfPortsFree(KOVA_SERVICE_CONF_PORT *pPorts) {
