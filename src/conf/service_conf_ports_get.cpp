@@ -24,7 +24,7 @@ uint32_t checked_port_value(const char *text) {
 
 // Checks one port text and stores its value; false leaves the error state set by the check.
 bool take_port(const char *text, uint32_t &out) {
-    if (KOVAServiceConfPortsCheck(text) != 1) return false;
+    if (!kova::conf::port_text_ok(text)) return false;
     out = checked_port_value(text);
     return true;
 }
@@ -45,6 +45,60 @@ bool parse_item(char *item, KOVA_SERVICE_CONF_PORT &entry) {
 
 namespace kova::conf {
 
+// Whether a port text is digits only and at most 65535; a bad one sets 0x0D00 (and is logged
+// when not empty).
+bool port_text_ok(const char *szPort) {
+    if (szPort == nullptr || *szPort == '\0') {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return false;
+    }
+    for (const char *p = szPort; *p != '\0'; ++p) {
+        if (*p < '0' || *p > '9') {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
+            return false;
+        }
+    }
+    uint32_t value = 0;
+    for (const char *p = szPort; *p != '\0'; ++p) {
+        value = value * 10 + static_cast<uint32_t>(*p - '0');
+        if (value > kMaxPort) {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
+            return false;
+        }
+    }
+    return true;
+}
+
+// The protocol flags of a protocol text (changed in place); an empty text means both.
+int parse_protocol(char *szProtocol) {
+    if (szProtocol == nullptr || *szProtocol == '\0') return KOVA_PROTO_BOTH;
+
+    char saved[64];
+    copy_field(saved, szProtocol);
+
+    if (KVLIBCStrTrimSpace(szProtocol, 0) < 0) return -1;
+    KVLIBCStrCaseLower(szProtocol, 0, nullptr, 0);
+
+    int flags = 0;
+    char *cursor = szProtocol;
+    while (char *word = KVLIBCStrTokIndex(&cursor, ",")) {
+        if (KVLIBCStrTrimSpace(word, 0) < 0) return -1;
+        if (std::strcmp(word, "tcp") == 0) {
+            flags |= KOVA_PROTO_TCP;
+        } else if (std::strcmp(word, "udp") == 0) {
+            flags |= KOVA_PROTO_UDP;
+        } else {
+            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            KOVA_LOG("protocol format error (%s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", kovaerr=" KOVA_ERRFMT,
+                     saved, KOVA_ERRARGS);
+            return -1;
+        }
+    }
+    return flags;
+}
+
 PortsPtr parse_port_list(const char *szPorts, unsigned int direction) {
     std::string copy(szPorts);
     char *cursor = copy.data();
@@ -54,7 +108,7 @@ PortsPtr parse_port_list(const char *szPorts, unsigned int direction) {
     if (protocol != nullptr && *protocol != '\0' && KVLIBCStrTrimSpace(protocol, 0) < 0) return nullptr;
     if (ports != nullptr && KVLIBCStrTrimSpace(ports, 0) < 0) return nullptr;
 
-    const int flags = KVLIBServiceConfProtocolParse(protocol);
+    const int flags = parse_protocol(protocol);
     if (flags < 0) return nullptr;
     if (ports == nullptr || (flags & KOVA_PROTO_BOTH) == 0) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
@@ -86,54 +140,11 @@ PortsPtr parse_port_list(const char *szPorts, unsigned int direction) {
 extern "C" {
 
 int KOVAServiceConfPortsCheck(const char *szPort) {
-    if (szPort == nullptr || *szPort == '\0') {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return 0;
-    }
-    for (const char *p = szPort; *p != '\0'; ++p) {
-        if (*p < '0' || *p > '9') {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
-            return 0;
-        }
-    }
-    uint32_t value = 0;
-    for (const char *p = szPort; *p != '\0'; ++p) {
-        value = value * 10 + static_cast<uint32_t>(*p - '0');
-        if (value > kMaxPort) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
-            return 0;
-        }
-    }
-    return 1;
+    return kova::conf::port_text_ok(szPort) ? 1 : 0;
 }
 
 int KVLIBServiceConfProtocolParse(char *szProtocol) {
-    if (szProtocol == nullptr || *szProtocol == '\0') return KOVA_PROTO_BOTH;
-
-    char saved[64];
-    kova::copy_field(saved, szProtocol);
-
-    if (KVLIBCStrTrimSpace(szProtocol, 0) < 0) return -1;
-    KVLIBCStrCaseLower(szProtocol, 0, nullptr, 0);
-
-    int flags = 0;
-    char *cursor = szProtocol;
-    while (char *word = KVLIBCStrTokIndex(&cursor, ",")) {
-        if (KVLIBCStrTrimSpace(word, 0) < 0) return -1;
-        if (std::strcmp(word, "tcp") == 0) {
-            flags |= KOVA_PROTO_TCP;
-        } else if (std::strcmp(word, "udp") == 0) {
-            flags |= KOVA_PROTO_UDP;
-        } else {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("protocol format error (%s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", kovaerr=" KOVA_ERRFMT,
-                     saved, KOVA_ERRARGS);
-            return -1;
-        }
-    }
-    return flags;
+    return KOVA_GUARDED(-1, [&] { return kova::conf::parse_protocol(szProtocol); });
 }
 
 int KOVAServiceConfPortsGet(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_PORT **ppPorts) {
