@@ -1,6 +1,6 @@
 // Small file operations: existence, creating an empty file, reading lines.
 #include <fcntl.h>
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // Key-value files: "key=value" or "key=\"value\"" lines, read key by key. Sections, if any,
 // are not looked at: the first line with the key counts.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <cstring>
 #include <new>

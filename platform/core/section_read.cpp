@@ -1,5 +1,5 @@
 // Reading sectioned files: the section names, and one section's keys into a string hash.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <new>
 #include <string>

@@ -10,7 +10,7 @@
 #include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "foundation/root_path.h"
+#include "root_path.h"
 
 namespace {
 
