@@ -7,10 +7,11 @@
 #include <string>
 #include <string_view>
 
-#include "core/ini_text.h"
+#include "core/read_file.h"
+#include "section_lexer.h"
 #include "core/plat_log.h"
 
-namespace ini = kova::platform::ini;
+namespace ini = kova::ini;
 
 namespace {
 
@@ -18,7 +19,7 @@ namespace {
 // when the file cannot be read.
 bool lookup(const char *path, const char *key, std::string &value, bool &found) {
     std::string text;
-    if (!ini::read_file(path, text)) return false;
+    if (!kova::platform::read_file(path, text)) return false;
     const std::string_view wanted(key);
     found = false;
     ini::for_each_line(text, [&](const ini::Line &line) {

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <new>
 
-#include "foundation/root_path.h"
+#include "root_path.h"
 
 namespace kova {
 
