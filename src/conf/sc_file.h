@@ -17,7 +17,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -26,6 +25,8 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "foundation/door.h"
 
 namespace kova::conf {
 
@@ -236,20 +237,18 @@ inline void parse_sc_text(std::string_view text, ScFile &file) {
 // Reads the file once, streaming. Only regular files are read: a device or a pipe could
 // block or never end.
 inline ScRead read_sc_file(const char *path, ScFile &file) {
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    System &sys = kova::sys();
+    const FileHandle file_fd(sys, sys.open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0));
+    const int fd = file_fd.get();
     if (fd < 0) return ScRead::kUnreadable;
-    struct Closer {
-        int fd;
-        ~Closer() { ::close(fd); }
-    } closer{fd};
     struct stat st;
-    if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) return ScRead::kUnreadable;
+    if (sys.fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) return ScRead::kUnreadable;
     if (!S_ISREG(st.st_mode)) return ScRead::kNotRegular;
 
     sc_detail::Parser parser(file);
     std::string buf(64 * 1024, '\0');
     for (;;) {
-        const ssize_t n = ::read(fd, buf.data(), buf.size());
+        const ssize_t n = sys.read(fd, buf.data(), buf.size());
         if (n < 0) {
             if (errno == EINTR) continue;
             return ScRead::kUnreadable;

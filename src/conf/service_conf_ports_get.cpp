@@ -8,6 +8,7 @@
 
 #include "foundation/guard.h"
 #include "foundation/log.h"
+#include "conf/conf_internal.h"
 #include "foundation/raii.h"
 
 namespace {
@@ -23,7 +24,7 @@ uint32_t checked_port_value(const char *text) {
 
 // Checks one port text and stores its value; false leaves the error state set by the check.
 bool take_port(const char *text, uint32_t &out) {
-    if (KOVAServiceConfPortsCheck(text) != 1) return false;
+    if (!kova::conf::port_text_ok(text)) return false;
     out = checked_port_value(text);
     return true;
 }
@@ -40,58 +41,22 @@ bool parse_item(char *item, KOVA_SERVICE_CONF_PORT &entry) {
     return take_port(item, entry.beginPort);
 }
 
-int ports_get(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_PORT **ppPorts) {
-    std::string copy(szPorts);
-    char *cursor = copy.data();
-    char *ports = KVLIBCStrTokIndex(&cursor, "/");
-    char *protocol = cursor;
-
-    if (protocol != nullptr && *protocol != '\0' && KVLIBCStrTrimSpace(protocol, 0) < 0) return -1;
-    if (ports != nullptr && KVLIBCStrTrimSpace(ports, 0) < 0) return -1;
-
-    const int flags = KVLIBServiceConfProtocolParse(protocol);
-    if (flags < 0) return -1;
-    if (ports == nullptr || (flags & KOVA_PROTO_BOTH) == 0) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    if (KVLIBCStrTrimSpace(ports, 0) < 0) return -1;
-
-    kova::PortsPtr head;
-    char *items = ports;
-    while (char *item = KVLIBCStrTokIndex(&items, ",")) {
-        kova::PortsPtr entry(kova::calloc_record<KOVA_SERVICE_CONF_PORT>());
-        if (!entry) {
-            KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-            KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-            return -1;
-        }
-        if (KVLIBCStrTrimSpace(item, 0) < 0) return -1;
-        entry->direction = direction;
-        entry->protocol = static_cast<uint32_t>(flags);
-        if (!parse_item(item, *entry)) return -1;
-        entry->next = head.release();
-        head.reset(entry.release());
-    }
-    if (!head) return -1;
-    *ppPorts = head.release();
-    return 0;
-}
-
 }  // namespace
 
-extern "C" {
+namespace kova::conf {
 
-int KOVAServiceConfPortsCheck(const char *szPort) {
+// Whether a port text is digits only and at most 65535; a bad one sets 0x0D00 (and is logged
+// when not empty).
+bool port_text_ok(const char *szPort) {
     if (szPort == nullptr || *szPort == '\0') {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return 0;
+        return false;
     }
     for (const char *p = szPort; *p != '\0'; ++p) {
         if (*p < '0' || *p > '9') {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
-            return 0;
+            return false;
         }
     }
     uint32_t value = 0;
@@ -100,17 +65,18 @@ int KOVAServiceConfPortsCheck(const char *szPort) {
         if (value > kMaxPort) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
-            return 0;
+            return false;
         }
     }
-    return 1;
+    return true;
 }
 
-int KVLIBServiceConfProtocolParse(char *szProtocol) {
+// The protocol flags of a protocol text (changed in place); an empty text means both.
+int parse_protocol(char *szProtocol) {
     if (szProtocol == nullptr || *szProtocol == '\0') return KOVA_PROTO_BOTH;
 
     char saved[64];
-    kova::copy_field(saved, szProtocol);
+    copy_field(saved, szProtocol);
 
     if (KVLIBCStrTrimSpace(szProtocol, 0) < 0) return -1;
     KVLIBCStrCaseLower(szProtocol, 0, nullptr, 0);
@@ -133,12 +99,65 @@ int KVLIBServiceConfProtocolParse(char *szProtocol) {
     return flags;
 }
 
+PortsPtr parse_port_list(const char *szPorts, unsigned int direction) {
+    std::string copy(szPorts);
+    char *cursor = copy.data();
+    char *ports = KVLIBCStrTokIndex(&cursor, "/");
+    char *protocol = cursor;
+
+    if (protocol != nullptr && *protocol != '\0' && KVLIBCStrTrimSpace(protocol, 0) < 0) return nullptr;
+    if (ports != nullptr && KVLIBCStrTrimSpace(ports, 0) < 0) return nullptr;
+
+    const int flags = parse_protocol(protocol);
+    if (flags < 0) return nullptr;
+    if (ports == nullptr || (flags & KOVA_PROTO_BOTH) == 0) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return nullptr;
+    }
+    if (KVLIBCStrTrimSpace(ports, 0) < 0) return nullptr;
+
+    PortsPtr head;
+    char *items = ports;
+    while (char *item = KVLIBCStrTokIndex(&items, ",")) {
+        PortsPtr entry(calloc_record<KOVA_SERVICE_CONF_PORT>());
+        if (!entry) {
+            KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+            KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+            return nullptr;
+        }
+        if (KVLIBCStrTrimSpace(item, 0) < 0) return nullptr;
+        entry->direction = direction;
+        entry->protocol = static_cast<uint32_t>(flags);
+        if (!parse_item(item, *entry)) return nullptr;
+        entry->next = head.release();
+        head.reset(entry.release());
+    }
+    return head;
+}
+
+}  // namespace kova::conf
+
+extern "C" {
+
+int KOVAServiceConfPortsCheck(const char *szPort) {
+    return kova::conf::port_text_ok(szPort) ? 1 : 0;
+}
+
+int KVLIBServiceConfProtocolParse(char *szProtocol) {
+    return KOVA_GUARDED(-1, [&] { return kova::conf::parse_protocol(szProtocol); });
+}
+
 int KOVAServiceConfPortsGet(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_PORT **ppPorts) {
     if (szPorts == nullptr || ppPorts == nullptr || *ppPorts != nullptr || direction > 1) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return KOVA_GUARDED(-1, [&] { return ports_get(szPorts, direction, ppPorts); });
+    return KOVA_GUARDED(-1, [&] {
+        kova::PortsPtr ports = kova::conf::parse_port_list(szPorts, direction);
+        if (!ports) return -1;
+        *ppPorts = ports.release();
+        return 0;
+    });
 }
 
 void KOVAServiceConfPortsFree(KOVA_SERVICE_CONF_PORT *pPorts) {
