@@ -8,7 +8,8 @@
 #include <string>
 #include <unordered_map>
 
-#include "firewall/port_list_push.h"
+#include "firewall/port_texts.h"
+#include "foundation/ports.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -21,27 +22,22 @@ int ports_text_to_list(const char *text, KVLIB_SZLIST **ppList) {
         KOVA_LOG("Bad parameters");
         return -1;
     }
-    SzListPtr list(KVLIBCSzListAlloc(128));
-    if (!list) {
-        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
-        return -1;
-    }
-    CStrPtr copy(strdup(text));
-    if (!copy) {
-        KOVA_LOG("Failed to allocate for ports number, errno=%m");
-        return -1;
-    }
-    char *save = nullptr;
-    for (char *item = strtok_r(copy.get(), ",", &save); item != nullptr; item = strtok_r(nullptr, ",", &save)) {
-        for (const char *c = item; *c != '\0'; ++c) {
-            if (*c < '0' || *c > '9') {
-                KOVA_LOG("illegal ports number, port=%s", item);
+    Texts texts;
+    for (std::string_view item : kova::ports::words(text, ",")) {
+        for (const char c : item) {
+            if (c < '0' || c > '9') {
+                KOVA_LOG("illegal ports number, port=%.*s", static_cast<int>(item.size()), item.data());
                 return -1;
             }
         }
-        if (push(list, item) < 0) return -1;
+        texts.emplace_back(item);
     }
-    *ppList = list.release();
+    KVLIB_SZLIST *list = to_list(texts);
+    if (list == nullptr) {
+        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
+        return -1;
+    }
+    *ppList = list;
     return 0;
 }
 
@@ -51,24 +47,24 @@ int port_entries_to_list(const KOVA_SERVICE_CONF_PORT *ports, int32_t *pProtocol
         return -1;
     }
     if (ports == nullptr) return -1;
-    SzListPtr list(KVLIBCSzListAlloc(128));
-    if (!list) {
+    Texts texts;
+    int32_t protocol = 0;
+    for (const KOVA_SERVICE_CONF_PORT *p = ports; p != nullptr; p = p->next) {
+        protocol = KOVAProtocolMapping(static_cast<int>(p->protocol));
+        if (p->type > 1) continue;
+        std::string &text = texts.emplace_back();
+        kova::ports::append_port(text, p->beginPort);
+        if (p->type == 0) continue;
+        text += '-';
+        kova::ports::append_port(text, p->endPort);
+    }
+    KVLIB_SZLIST *list = to_list(texts);
+    if (list == nullptr) {
         KOVA_LOG("Failed to allocate for ports number, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
         return -1;
     }
-    for (const KOVA_SERVICE_CONF_PORT *p = ports; p != nullptr; p = p->next) {
-        *pProtocol = KOVAProtocolMapping(static_cast<int>(p->protocol));
-        char text[32];
-        if (p->type == 0) {
-            std::snprintf(text, sizeof text, "%d", static_cast<int>(p->beginPort));
-        } else if (p->type == 1) {
-            std::snprintf(text, sizeof text, "%d-%d", static_cast<int>(p->beginPort), static_cast<int>(p->endPort));
-        } else {
-            continue;
-        }
-        if (push(list, text) < 0) return -1;
-    }
-    *ppList = list.release();
+    *pProtocol = protocol;
+    *ppList = list;
     return 0;
 }
 

@@ -42,9 +42,6 @@ KOVA_FAULT_MODES(CatalogueFaultTest);
 // Rows and sections whose records cannot be made are left out; every record that is listed is
 // whole, and the count is the length of the list.
 TEST_P(CatalogueFaultTest, FirewallServiceEnum) {
-    GTEST_SKIP() << "known: KOVAFwPortsFTP (src/firewall/firewall_service_register.cpp) ignores a failed push "
-                    "and hands out a partial port list (\"55536-55899\" without \"21\", or \"21\" without the "
-                    "passive range); KOVAFwPortsSSH and fixed_range do the same";
     std::map<std::string, std::string> expected;
     {
         KOVA_FW_SERVICE *ref = nullptr;
