@@ -89,7 +89,7 @@ void copy_string(KOVA_SERVICE_STRING &dst, const KOVA_SERVICE_STRING &src) {
 }
 
 // Builds the list front to back: every record added becomes the new head.
-class Catalogue {
+class Builder {
 public:
     void add(kova::FwServicePtr record) {
         record->next = head_.release();
@@ -127,7 +127,7 @@ bool row_ports(const KOVA_FW_SERVICE_ENTRY &row, const KOVA_FW_PORT_SPEC &spec, 
     return ret > 0 || (list != nullptr && list->nItem > 0);
 }
 
-void add_table_rows(Catalogue &catalogue, const std::string &defaults) {
+void add_table_rows(Builder &catalogue, const std::string &defaults) {
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
         kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {
@@ -168,7 +168,7 @@ private:
     std::unordered_map<std::string, int> results_;
 };
 
-void add_section(Catalogue &catalogue, const KOVA_SERVICE_CONF_SECTION &section, int supported) {
+void add_section(Builder &catalogue, const KOVA_SERVICE_CONF_SECTION &section, int supported) {
     kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
     if (!record) {
         KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
@@ -195,7 +195,7 @@ void add_section(Catalogue &catalogue, const KOVA_SERVICE_CONF_SECTION &section,
     catalogue.add(std::move(record));
 }
 
-void add_conf_sections(Catalogue &catalogue, const std::string &defaults) {
+void add_conf_sections(Builder &catalogue, const std::string &defaults) {
     KOVA_SERVICE_CONF *raw = nullptr;
     const int files = KOVAServiceConfEnum(&raw, KOVA_CONF_LOCATION_SYSTEM | KOVA_CONF_LOCATION_PACKAGE);
     kova::ConfPtr confs(raw);
@@ -216,21 +216,37 @@ void add_conf_sections(Catalogue &catalogue, const std::string &defaults) {
 
 }  // namespace
 
+namespace kova::fw {
+
+Result<Catalogue> build_catalogue() noexcept {
+    try {
+        const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
+        Builder builder;
+        add_table_rows(builder, defaults);
+        add_conf_sections(builder, defaults);
+        const int count = builder.count();
+        return Catalogue{FwServicePtr(builder.release()), count};
+    } catch (const std::bad_alloc &) {
+        return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
+    }
+}
+
+}  // namespace kova::fw
+
 extern "C" {
 
 int KOVAFwServiceEnum(KOVA_FW_SERVICE **ppServiceList) {
-    return KOVA_GUARDED(-1, [&] {
-        if (ppServiceList == nullptr) {
-            KOVA_LOG("Bad parameters");
-            return -1;
-        }
-        const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
-        Catalogue catalogue;
-        add_table_rows(catalogue, defaults);
-        add_conf_sections(catalogue, defaults);
-        *ppServiceList = catalogue.release();
-        return catalogue.count();
-    });
+    if (ppServiceList == nullptr) {
+        KOVA_LOG("Bad parameters");
+        return -1;
+    }
+    kova::Result<kova::fw::Catalogue> catalogue = kova::fw::build_catalogue();
+    if (!catalogue) {
+        kova::set_error(catalogue.failure());
+        return -1;
+    }
+    *ppServiceList = catalogue->head.release();
+    return catalogue->count;
 }
 
 void KOVAFwServiceFree(KOVA_FW_SERVICE *pServiceList) {

@@ -10,14 +10,21 @@
 #include "foundation/ports.h"
 #include "range/port_range_internal.h"
 
-namespace {
+namespace kova::range {
 
-// Decimal conversion without validation, as strtol reads it; kept as a 32-bit number.
-uint32_t to_port(std::string_view text) {
-    return static_cast<uint32_t>(kova::ports::lenient_number(text));
+std::vector<Span> import_spans(std::string_view text) {
+    std::vector<Span> spans;
+    ports::each_piece(text, ",", [&](std::string_view piece) {
+        const ports::Item item = ports::split_item(ports::trim(piece), ':');
+        const auto first = static_cast<uint32_t>(ports::lenient_number(item.first));
+        spans.push_back(item.joined ? span_of(1, first, static_cast<uint32_t>(ports::lenient_number(item.last)))
+                                    : span_of(0, first, first));
+        return true;
+    });
+    return spans;
 }
 
-}  // namespace
+}  // namespace kova::range
 
 extern "C" {
 
@@ -30,13 +37,7 @@ int KVLIBPortRangeImport(KVLIB_PORT_RANGE *pRange, const char *szPorts) {
     // one by one gives.
     std::vector<kova::range::Span> spans;
     try {
-        kova::ports::each_piece(szPorts, ",", [&](std::string_view piece) {
-            const kova::ports::Item item = kova::ports::split_item(kova::ports::trim(piece), ':');
-            const uint32_t first = to_port(item.first);
-            spans.push_back(item.joined ? kova::range::span_of(1, first, to_port(item.last))
-                                        : kova::range::span_of(0, first, first));
-            return true;
-        });
+        spans = kova::range::import_spans(szPorts);
     } catch (const std::bad_alloc &) {
         kova::range::log_add_out_of_memory();
         KOVA_LOG("Failed to KVLIBPortRangeAdd().");
