@@ -1,6 +1,6 @@
 // Record list: a doubly linked list whose items are copies made by the list's copy callback
 // and released by its free callback.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <cstdlib>
 

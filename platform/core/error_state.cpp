@@ -1,5 +1,5 @@
 // The current error of the calling thread: a code, the source file name that set it and a line.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <cstring>
 

@@ -1,5 +1,5 @@
 // Running programs directly, with the caller's environment, and waiting for them.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 #include <unistd.h>
 
 #include <cerrno>

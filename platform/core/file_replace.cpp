@@ -8,7 +8,7 @@
 #include "core/file_replace.h"
 
 #include <fcntl.h>
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // Small file operations: existence, creating an empty file, reading lines.
 #include <fcntl.h>
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/ini_text.h"
+#include "core/read_file.h"
 #include "core/plat_log.h"
 
 extern "C" {
@@ -44,7 +44,7 @@ int KVLIBCFileReadLines(const char *szPath, KVLIB_SZLIST **ppList) {
     }
     try {
         std::string text;
-        if (!kova::platform::ini::read_file(szPath, text)) {
+        if (!kova::platform::read_file(szPath, text)) {
             PLAT_SET_ERR(KOVA_ERR_FILE_OPEN);
             return -1;
         }

@@ -1,16 +1,17 @@
 // Key-value files: "key=value" or "key=\"value\"" lines, read key by key. Sections, if any,
 // are not looked at: the first line with the key counts.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
 
-#include "core/ini_text.h"
+#include "core/read_file.h"
+#include "section_lexer.h"
 #include "core/plat_log.h"
 
-namespace ini = kova::platform::ini;
+namespace ini = kova::ini;
 
 namespace {
 
@@ -18,7 +19,7 @@ namespace {
 // when the file cannot be read.
 bool lookup(const char *path, const char *key, std::string &value, bool &found) {
     std::string text;
-    if (!ini::read_file(path, text)) return false;
+    if (!kova::platform::read_file(path, text)) return false;
     const std::string_view wanted(key);
     found = false;
     ini::for_each_line(text, [&](const ini::Line &line) {

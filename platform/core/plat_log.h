@@ -3,7 +3,7 @@
 // to the system log only: callers own the standard streams and the library's log file.
 #pragma once
 
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 #include <syslog.h>
 
 #include <cstdarg>

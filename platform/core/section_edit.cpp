@@ -3,9 +3,12 @@
 
 #include <unordered_map>
 
-#include "core/ini_text.h"
+#include "section_lexer.h"
 
 namespace kova::platform::ini {
+
+using namespace ::kova::ini;
+
 namespace {
 
 bool has_line_break(std::string_view s) {

@@ -1,15 +1,16 @@
 // Reading sectioned files: the section names, and one section's keys into a string hash.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <new>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 
-#include "core/ini_text.h"
+#include "core/read_file.h"
+#include "section_lexer.h"
 #include "core/plat_log.h"
 
-namespace ini = kova::platform::ini;
+namespace ini = kova::ini;
 
 namespace {
 
@@ -19,7 +20,7 @@ template <class Body>
 int with_file_text(const char *path, Body &&body) {
     try {
         std::string text;
-        if (!ini::read_file(path, text)) {
+        if (!kova::platform::read_file(path, text)) {
             PLAT_SET_ERR(KOVA_ERR_FILE_OPEN);
             return -1;
         }

@@ -1,7 +1,7 @@
 // Writing sectioned files. Every write is a locked, atomic rewrite that keeps the lines it does
 // not concern as they were; a name, key or value that cannot be written as one line is refused
 // before anything is touched.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <new>
 #include <string>

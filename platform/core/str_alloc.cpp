@@ -1,5 +1,5 @@
 // Heap texts: formatting into a new text, and appending to a growing one.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <climits>
 #include <cstdarg>

@@ -1,6 +1,6 @@
 // Splitting texts: a strsep-style cursor, and splitting into string lists with and without
 // the empty pieces.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <cstring>
 #include <string>

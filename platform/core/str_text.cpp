@@ -1,5 +1,5 @@
 // In-place text edits: trimming white space and lower-casing.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // String hash: owned text keys and values, insertion order kept, constant-time lookup.
 // Keys and values live in heap blocks of their own, so a pointer handed out stays valid until
 // that key's value is replaced or the hash is freed, whatever else is added meanwhile.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <cstring>
 #include <memory>

@@ -1,7 +1,7 @@
 // String list: a record that never moves once allocated and a growable array of owned texts.
 // Lookups (Get, Find, Pop of an empty list) leave the error state alone: running past the end
 // is how callers walk a list.
-#include <kovaserviceconf.h>
+#include <kovacore.h>
 
 #include <climits>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Default passive port range of the FTP service. This library stands alone (it does not link
 // the core library), so it reports a bad argument by its result only.
-#include <kovaserviceconf.h>
+#include <kovaftp.h>
 
 namespace {
 constexpr int32_t kPassiveLow = 55536;

@@ -1,6 +1,6 @@
 // Ports in use, from the kernel's socket tables: TCP sockets in the listening state, and every
 // UDP socket.
-#include <kovaserviceconf.h>
+#include <kovanetsdk.h>
 
 #include <bitset>
 #include <cstdio>

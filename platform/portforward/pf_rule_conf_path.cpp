@@ -1,5 +1,5 @@
 // Location of the port-forwarding rule file.
-#include <kovaserviceconf.h>
+#include <kovaportforward.h>
 
 #include <string>
 

@@ -2,7 +2,7 @@
 // in name order, with the event name as its argument and the plug-in arguments in its
 // environment.
 #include <dirent.h>
-#include <kovaserviceconf.h>
+#include <kovasdk.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
 // State of system daemons: a daemon runs when its pid file under /run names a live process.
-#include <kovaserviceconf.h>
+#include <kovasdk.h>
 #include <signal.h>
 #include <sys/types.h>
 

@@ -1,5 +1,5 @@
 // The SSH service's port: the first "Port" line of the daemon's configuration.
-#include <kovaserviceconf.h>
+#include <kovassh.h>
 
 #include <cerrno>
 #include <cstdlib>

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "conf/conf_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "foundation/root_path.h"
+#include "root_path.h"
 
 namespace {
 
@@ -45,9 +47,9 @@ private:
     int count_ = 0;
 };
 
-// Parses every entry of one services.d directory into *ppConfList; the number parsed, or -1
+// Parses every entry of one services.d directory in front of `list`; the number parsed, or -1
 // when the directory cannot be scanned.
-int enum_dir(std::string_view fixed_dir, KOVA_SERVICE_CONF **ppConfList) {
+int enum_dir(std::string_view fixed_dir, kova::ConfPtr &list) {
     const std::string dir = kova::resolve(fixed_dir);
     DirEntries entries;
     if (!entries.scan(dir.c_str())) {
@@ -61,20 +63,33 @@ int enum_dir(std::string_view fixed_dir, KOVA_SERVICE_CONF **ppConfList) {
         if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
         path.assign(dir).append("/").append(name);
         if (path.size() > kPathMax - 1) path.resize(kPathMax - 1);
-        if (KOVAServiceConfGet(path.c_str(), ppConfList) == 0) ++parsed;
+        kova::ConfPtr conf = kova::conf::read_conf(path.c_str());
+        if (!conf) continue;
+        conf->next = list.release();
+        list = std::move(conf);
+        ++parsed;
     }
     return parsed;
 }
 
+// The records of the selected directories, linked in front of *ppConfList only once all are
+// read: running out of memory on the way leaves the caller's list as it was.
 int conf_enum(KOVA_SERVICE_CONF **ppConfList, int locations) {
+    kova::ConfPtr list;
     int count = 0;
     if ((locations & KOVA_CONF_LOCATION_SYSTEM) != 0) {
-        const int n = enum_dir(kova::paths::kSystemServicesDir, ppConfList);
+        const int n = enum_dir(kova::paths::kSystemServicesDir, list);
         if (n >= 0) count = n;
     }
     if ((locations & KOVA_CONF_LOCATION_PACKAGE) != 0) {
-        const int n = enum_dir(kova::paths::kPackageServicesDir, ppConfList);
+        const int n = enum_dir(kova::paths::kPackageServicesDir, list);
         if (n > 0) count += n;
+    }
+    if (list) {
+        KOVA_SERVICE_CONF *last = list.get();
+        while (last->next != nullptr) last = last->next;
+        last->next = *ppConfList;
+        *ppConfList = list.release();
     }
     return count;
 }

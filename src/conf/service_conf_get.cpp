@@ -5,8 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "conf/sc_file.h"
-#include "conf/section_keys.h"
+#include "conf/conf_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -15,40 +14,6 @@ namespace {
 
 using kova::conf::ScFile;
 using kova::conf::ScSection;
-
-class ScSectionKeys final : public kova::conf::SectionKeys {
-public:
-    explicit ScSectionKeys(const ScSection *section) : section_(section) {}
-    const char *value(const char *key) const override { return section_ != nullptr ? section_->value(key) : nullptr; }
-
-private:
-    const ScSection *section_;
-};
-
-// Reads the file in one pass. The result is the number of sections as the platform's
-// enumeration counts them, or its negative failure result (with its error state).
-int read_sections(const char *path, ScFile &file) {
-    switch (kova::conf::read_sc_file(path, file)) {
-        case kova::conf::ScRead::kOk:
-            return static_cast<int>(file.names.size());
-        case kova::conf::ScRead::kNotRegular:
-            KOVA_SET_ERR(KOVA_ERR_FILE_OPEN);
-            return -1;
-        case kova::conf::ScRead::kUnreadable:
-            break;
-    }
-    // Missing, a directory, or a failed read: the platform's reader gives the verdict.
-    file = ScFile{};
-    kova::SzListPtr names(KVLIBCSzListAlloc(1024));
-    if (!names) {
-        KOVA_LOG("Failed to KVLIBCSzListAlloc, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
-    }
-    KVLIB_SZLIST *raw = names.get();
-    const int count = KVLIBCFileEnumSection(path, &raw);
-    // A file that became readable in between is still reported as not read.
-    return count < 1 ? count : -1;
-}
 
 bool valid_section_name(const std::string &name) {
     for (const char c : name) {
@@ -67,7 +32,7 @@ void log_bad_section_name(const char *path, const std::string &name) {
 }
 
 void read_global(const char *path, const ScSection *global, KOVA_SERVICE_CONF &conf) {
-    if (global == nullptr || !global->hasKeys) {
+    if (global == nullptr || global->key_count() < 1) {
         KOVA_LOG(
             "Failed to KVLIBCFileGetSection, file: %s, section name: global, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
             path, 0, KOVA_ERRARGS);
@@ -80,31 +45,37 @@ void read_global(const char *path, const ScSection *global, KOVA_SERVICE_CONF &c
     if (const char *run = global->value("run_key"); run != nullptr) kova::copy_field(conf.runKey, run);
 }
 
-int conf_get(const char *path, KOVA_SERVICE_CONF **ppConfList) {
-    kova::ConfPtr conf(kova::calloc_record<KOVA_SERVICE_CONF>());
+}  // namespace
+
+namespace kova::conf {
+
+ConfPtr read_conf(const char *path) {
+    ConfPtr conf(calloc_record<KOVA_SERVICE_CONF>());
     if (!conf) {
         KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
         KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
 
-    ScFile file;
-    const int count = read_sections(path, file);
+    Result<ScFile> read = read_sc_file(path);
+    if (!read) set_error(read.failure());
+    const int count = read ? static_cast<int>(read->names().size()) : -1;
     if (count < 1) {
         KOVA_LOG("Failed to KVLIBCFileEnumSection %s(ret: %d) or 0 section, kovaerr=" KOVA_ERRFMT, path, count,
                  KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
-    if (count == 1 && file.names.front() == "global") {
+    const ScFile &file = *read;
+    if (count == 1 && file.names().front() == "global") {
         KOVA_LOG(
             "Configure file format error! (file: %s) Only [global] section, you should add at least one service "
             "section in the file. kovaerr=" KOVA_ERRFMT,
             path, KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
 
     int parsed = 0;
-    for (const std::string &name : file.names) {
+    for (const std::string &name : file.names()) {
         if (name.empty()) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             log_bad_section_name(path, name);
@@ -119,21 +90,22 @@ int conf_get(const char *path, KOVA_SERVICE_CONF **ppConfList) {
             read_global(path, section, *conf);
             continue;
         }
-        const int records = section != nullptr && section->hasKeys ? 1 : 0;
-        if (kova::conf::section_from_keys(path, name.c_str(), records, ScSectionKeys(section), &conf->sections) == 0)
-            ++parsed;
+        SectionPtr parsed_section =
+            section_from(path, name.c_str(), section != nullptr ? section->key_count() : 0, section);
+        if (!parsed_section) continue;
+        parsed_section->next = conf->sections;
+        conf->sections = parsed_section.release();
+        ++parsed;
     }
     if (parsed == 0) {
         KOVA_LOG("Get service section fail. (file: %s), kovaerr=" KOVA_ERRFMT, path, KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
 
-    conf->next = *ppConfList;
-    *ppConfList = conf.release();
-    return 0;
+    return conf;
 }
 
-}  // namespace
+}  // namespace kova::conf
 
 extern "C" {
 
@@ -142,7 +114,13 @@ int KOVAServiceConfGet(const char *szPath, KOVA_SERVICE_CONF **ppConfList) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return KOVA_GUARDED(-1, [&] { return conf_get(szPath, ppConfList); });
+    return KOVA_GUARDED(-1, [&] {
+        kova::ConfPtr conf = kova::conf::read_conf(szPath);
+        if (!conf) return -1;
+        conf->next = *ppConfList;
+        *ppConfList = conf.release();
+        return 0;
+    });
 }
 
 void KOVAServiceConfFree(KOVA_SERVICE_CONF *pConfList) {

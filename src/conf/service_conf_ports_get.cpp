@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "conf/conf_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/ports.h"
@@ -70,22 +71,22 @@ Result<PortList> parse_port_list(std::string_view text) {
 
 }  // namespace kova::ports
 
-namespace {
+namespace kova::conf {
 
-int ports_get(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_PORT **ppPorts) {
-    kova::Result<kova::ports::PortList> list = kova::ports::parse_port_list(szPorts);
+PortsPtr parse_port_list(const char *text, unsigned int direction) {
+    Result<ports::PortList> list = ports::parse_port_list(text);
     if (!list) {
-        kova::set_error(list.failure());
-        return -1;
+        set_error(list.failure());
+        return nullptr;
     }
     // Each entry goes in front of the ones before: the list reads backwards.
-    kova::PortsPtr head;
-    for (const kova::ports::PortEntry &e : list->entries) {
-        kova::PortsPtr entry(kova::calloc_record<KOVA_SERVICE_CONF_PORT>());
+    PortsPtr head;
+    for (const ports::PortEntry &e : list->entries) {
+        PortsPtr entry(calloc_record<KOVA_SERVICE_CONF_PORT>());
         if (!entry) {
             KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
             KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-            return -1;
+            return nullptr;
         }
         entry->direction = direction;
         entry->protocol = list->protocol;
@@ -95,11 +96,10 @@ int ports_get(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_POR
         entry->next = head.release();
         head = std::move(entry);
     }
-    *ppPorts = head.release();
-    return 0;
+    return head;
 }
 
-}  // namespace
+}  // namespace kova::conf
 
 extern "C" {
 
@@ -143,7 +143,12 @@ int KOVAServiceConfPortsGet(const char *szPorts, unsigned int direction, KOVA_SE
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return KOVA_GUARDED(-1, [&] { return ports_get(szPorts, direction, ppPorts); });
+    return KOVA_GUARDED(-1, [&] {
+        kova::PortsPtr ports = kova::conf::parse_port_list(szPorts, direction);
+        if (!ports) return -1;
+        *ppPorts = ports.release();
+        return 0;
+    });
 }
 
 void KOVAServiceConfPortsFree(KOVA_SERVICE_CONF_PORT *pPorts) {

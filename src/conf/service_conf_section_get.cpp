@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "conf/section_keys.h"
+#include "conf/conf_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -57,85 +57,74 @@ int port_forward_flag(const char *value) {
     return std::strcmp(lowered, "yes") == 0 ? 1 : 0;
 }
 
-// Keys read into a platform string hash.
-class HashKeys final : public kova::conf::SectionKeys {
-public:
-    explicit HashKeys(const KVLIB_SZHASH *hash) : hash_(hash) {}
-    const char *value(const char *key) const override { return KVLIBCSzHashGetValue(hash_, key); }
-
-private:
-    const KVLIB_SZHASH *hash_;
-};
-
-int section_get(const char *szPath, const char *szSection, KOVA_SERVICE_CONF_SECTION **ppSectionList) {
-    KVLIB_SZHASH *raw = KVLIBCSzHashAlloc(1024);
-    if (raw == nullptr) {
-        KOVA_LOG("Failed to KVLIBCSzHashAlloc, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
-    }
-    const int records = KVLIBCFileGetSection(szPath, szSection, &raw);
-    const kova::SzHashPtr hash(raw);
-    return kova::conf::section_from_keys(szPath, szSection, records, HashKeys(hash.get()), ppSectionList);
-}
-
 }  // namespace
 
 namespace kova::conf {
 
-int section_from_keys(const char *path, const char *name, int records, const SectionKeys &keys,
-                      KOVA_SERVICE_CONF_SECTION **ppList) {
+SectionPtr section_from(const char *path, const char *name, int records, const ScSection *keys) {
+    auto value = [keys](const char *key) { return keys != nullptr ? keys->value(key) : nullptr; };
     SectionPtr section(calloc_record<KOVA_SERVICE_CONF_SECTION>());
     if (!section) {
         KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
         KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
     if (records < 1) {
         KOVA_LOG("Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
                  path, name, records, KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
     copy_field(section->name, name);
 
-    if (const char *titleKey = keys.value("title_key"); titleKey != nullptr && *titleKey != '\0')
+    if (const char *titleKey = value("title_key"); titleKey != nullptr && *titleKey != '\0')
         service_string_get(titleKey, &section->title);
-    const char *title = keys.value("title");
+    const char *title = value("title");
     if (title == nullptr) {
         KOVA_LOG("Get key \"title\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name,
                  KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
     copy_field(section->title.text, title);
 
-    if (const char *descKey = keys.value("desc_key"); descKey != nullptr && *descKey != '\0')
+    if (const char *descKey = value("desc_key"); descKey != nullptr && *descKey != '\0')
         service_string_get(descKey, &section->desc);
-    if (const char *extra = keys.value("desc_extra"); extra != nullptr) copy_field(section->desc.extraText, extra);
-    const char *desc = keys.value("desc");
+    if (const char *extra = value("desc_extra"); extra != nullptr) copy_field(section->desc.extraText, extra);
+    const char *desc = value("desc");
     if (desc == nullptr) {
         KOVA_LOG("Get key \"desc\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name, KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
     copy_field(section->desc.text, desc);
 
-    section->portForward = port_forward_flag(keys.value("port_forward"));
+    section->portForward = port_forward_flag(value("port_forward"));
 
-    if (const char *src = keys.value("src.ports"); src != nullptr) {
-        if (KOVAServiceConfPortsGet(src, 0, &section->srcPort) < 0) {
+    if (const char *src = value("src.ports"); src != nullptr) {
+        section->srcPort = parse_port_list(src, 0).release();
+        if (section->srcPort == nullptr) {
             KOVA_LOG("Service get port error, filepath: %s, section name: %s, target: srcPort, kovaerr=" KOVA_ERRFMT,
                      path, name, KOVA_ERRARGS);
-            return -1;
+            return nullptr;
         }
     }
-    const char *dst = keys.value("dst.ports");
-    if (dst == nullptr || KOVAServiceConfPortsGet(dst, 1, &section->dstPort) < 0) {
+    const char *dst = value("dst.ports");
+    if (dst != nullptr) section->dstPort = parse_port_list(dst, 1).release();
+    if (section->dstPort == nullptr) {
         KOVA_LOG("Service get port error, filepath: %s, section name: %s, target: dstPort, kovaerr=" KOVA_ERRFMT, path,
                  name, KOVA_ERRARGS);
-        return -1;
+        return nullptr;
     }
 
-    section->next = *ppList;
-    *ppList = section.release();
-    return 0;
+    return section;
+}
+
+SectionPtr read_section(const char *path, const char *name) {
+    Result<ScFile> file = read_sc_file(path);
+    if (!file) {
+        set_error(file.failure());
+        return section_from(path, name, -1, nullptr);
+    }
+    const ScSection *keys = file->find(name);
+    return section_from(path, name, keys != nullptr ? keys->key_count() : 0, keys);
 }
 
 }  // namespace kova::conf
@@ -147,7 +136,13 @@ int KOVAServiceConfSectionGet(const char *szPath, const char *szSection, KOVA_SE
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return KOVA_GUARDED(-1, [&] { return section_get(szPath, szSection, ppSectionList); });
+    return KOVA_GUARDED(-1, [&] {
+        kova::SectionPtr section = kova::conf::read_section(szPath, szSection);
+        if (!section) return -1;
+        section->next = *ppSectionList;
+        *ppSectionList = section.release();
+        return 0;
+    });
 }
 
 int KOVAServiceConfServiceStringGet(const char *szStringKey, KOVA_SERVICE_STRING *pString) {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "conf/sc_file.h"
+#include "conf/sc_reader.h"
 #include "foundation/guard.h"
 #include "range/conflict_check.h"
 #include "range/port_range_internal.h"
@@ -121,15 +121,18 @@ int port_conflict(const char *szSkipList, const char *szPorts, const char *szPro
 int conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictList) {
     if (szPath == nullptr) return 0;
     // The file is read once; its sections are taken as the platform's reader lists them.
-    conf::ScFile file;
-    if (conf::read_sc_file(szPath, file) != conf::ScRead::kOk) return 0;
-    for (const std::string &name : file.names) {
+    Result<conf::ScFile> file = conf::read_sc_file(szPath);
+    if (!file) {
+        set_error(file.failure());
+        return 0;
+    }
+    for (const std::string &name : file->names()) {
         if (name == "global") continue;
-        const conf::ScSection *section = file.find(name);
-        if (section == nullptr || !section->hasKeys) {
-            KOVA_LOG(
-                "Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
-                szPath, name.c_str(), 0, KOVA_ERRARGS);
+        const conf::ScSection *section = file->find(name);
+        const int keys = section != nullptr ? section->key_count() : 0;
+        if (keys <= 0) {
+            KOVA_LOG("Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
+                     szPath, name.c_str(), keys, KOVA_ERRARGS);
             return -1;
         }
         const char *value = section->value("dst.ports");

@@ -1,4 +1,5 @@
-// The line syntax of sectioned and key-value files, shared by their readers and writers.
+// The line syntax of sectioned and key-value files: the one lexer of it, compiled into both the
+// platform's sectioned-file and key-value layer and the library's .sc reader.
 //
 //   [name]          starts a section (name trimmed)
 //   key = value     key and value trimmed; one pair of double quotes around the value is not
@@ -13,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-namespace kova::platform::ini {
+namespace kova::ini {
 
 enum class Kind { kBlank, kComment, kSection, kKey, kOther };
 
@@ -82,8 +83,4 @@ void for_each_line(std::string_view text, Fn &&fn) {
     }
 }
 
-// Reads a whole file (any size, any bytes; also files that report no size, such as /proc).
-// False with errno set when it cannot be opened or read.
-bool read_file(const char *path, std::string &out);
-
-}  // namespace kova::platform::ini
+}  // namespace kova::ini

@@ -1,12 +1,12 @@
 // Whole-file reads for the sectioned and key-value file readers.
-#include "core/ini_text.h"
+#include "core/read_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-namespace kova::platform::ini {
+namespace kova::platform {
 
 bool read_file(const char *path, std::string &out) {
     int fd = ::open(path, O_RDONLY | O_CLOEXEC);
@@ -34,4 +34,4 @@ bool read_file(const char *path, std::string &out) {
     return true;
 }
 
-}  // namespace kova::platform::ini
+}  // namespace kova::platform
