@@ -131,8 +131,9 @@ int conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictLi
         const conf::ScSection *section = file->find(name);
         const int keys = section != nullptr ? section->key_count() : 0;
         if (keys <= 0) {
-            KOVA_LOG("Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
-                     szPath, name.c_str(), keys, KOVA_ERRARGS);
+            KOVA_LOG(
+                "Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
+                szPath, name.c_str(), keys, KOVA_ERRARGS);
             return -1;
         }
         const char *value = section->value("dst.ports");
