@@ -5,8 +5,16 @@
 // it then compares the locked descriptor with what the path names now and starts over on the
 // new file. So writers are serialised on whatever file the path currently names, and readers,
 // who take no lock, always see a complete old or new content.
+//
+// The new content is written to a temporary file that never lies in the file's own directory,
+// where readers that take every entry for a file of theirs (a services.d directory) would see it:
+// it lies beside the directory, in its parent (the same file system, so rename is atomic), and
+// is named after the file it replaces: ".<name>.<inode of the directory>.XXXXXX". Such a file
+// that exists while the lock is held was left by a killed writer of the same file; the next
+// writer removes it.
 #include "core/file_replace.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <kovacore.h>
 #include <sys/file.h>
@@ -17,6 +25,7 @@
 #include <climits>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/plat_log.h"
@@ -114,11 +123,48 @@ int open_locked(const std::string &path, bool create, struct stat &st) {
     }
 }
 
-// Writes `content` to a new file beside `path` with the old file's mode and owner, and
-// renames it over `path`.
+constexpr size_t kRandomChars = 6;  // the XXXXXX of mkostemp
+
+// Where the temporary files of `path` lie, and the start of their names.
+struct TempPlace {
+    std::string dir;
+    std::string prefix;
+};
+
+bool temp_place(const std::string &path, TempPlace &place) {
+    const std::string dir = dir_of(path);
+    place.dir = dir + "/..";
+    struct stat own;
+    struct stat parent;
+    if (::stat(dir.c_str(), &own) != 0 || ::stat(place.dir.c_str(), &parent) != 0) return false;
+    if (own.st_dev != parent.st_dev) {  // a mount point: rename could not reach the file
+        errno = EXDEV;
+        return false;
+    }
+    place.prefix = "." + base_of(path) + "." + std::to_string(own.st_ino) + ".";
+    return true;
+}
+
+// Removes the temporary files of the same file that killed writers left behind.
+void remove_stale(const TempPlace &place) {
+    DIR *dir = ::opendir(place.dir.c_str());
+    if (dir == nullptr) return;
+    const int dir_fd = ::dirfd(dir);
+    while (const struct dirent *entry = ::readdir(dir)) {
+        const std::string_view name(entry->d_name);
+        if (name.size() == place.prefix.size() + kRandomChars && name.substr(0, place.prefix.size()) == place.prefix)
+            ::unlinkat(dir_fd, entry->d_name, 0);
+    }
+    ::closedir(dir);
+}
+
+// Writes `content` to a new temporary file with the old file's mode and owner, and renames it
+// over `path`.
 bool install(const std::string &path, const struct stat &old, const std::string &content) {
-    std::string dir = dir_of(path);
-    std::string tmpl = dir + "/." + base_of(path) + ".XXXXXX";
+    TempPlace place;
+    if (!temp_place(path, place)) return false;
+    remove_stale(place);
+    std::string tmpl = place.dir + "/" + place.prefix + std::string(kRandomChars, 'X');
     std::vector<char> name(tmpl.begin(), tmpl.end());
     name.push_back('\0');
     Fd fd(mkostemp(name.data(), O_CLOEXEC));

@@ -1,5 +1,6 @@
 // Locked, atomic rewrite of a file: read-modify-write under an exclusive lock on the file, the
-// new content written to a temporary file in the same directory, synced and renamed over it.
+// new content written to a temporary file beside the file's directory (never in it), synced and
+// renamed over it.
 #pragma once
 
 #include <functional>

@@ -1,6 +1,7 @@
 // Text edits of sectioned files.
 #include "core/section_edit.h"
 
+#include <optional>
 #include <unordered_map>
 
 #include "section_lexer.h"
@@ -106,6 +107,13 @@ std::string set_section(std::string_view text, std::string_view name, std::strin
     std::unordered_map<std::string_view, size_t> wanted;  // key -> index in entries
     for (size_t i = 0; i < entries.size(); ++i) wanted.emplace(entries[i].first, i);
     std::vector<bool> written(entries.size(), false);
+    // A key written more than once keeps its last line (the one readers take); the others go.
+    std::unordered_map<std::string_view, size_t> last_line;  // key -> begin of its last line
+    for (size_t pos = span.header.next; pos < span.end;) {
+        const Line line = parse_line(text, pos);
+        if (line.kind == Kind::kKey) last_line[line.name] = line.begin;
+        pos = line.next;
+    }
 
     out.append(text.substr(0, span.header.begin));
     if (rename.empty()) {
@@ -125,7 +133,7 @@ std::string set_section(std::string_view text, std::string_view name, std::strin
         pos = line.next;
         if (line.kind == Kind::kKey && !line.name.empty()) {
             auto it = wanted.find(line.name);
-            if (it != wanted.end() && !written[it->second]) {
+            if (it != wanted.end() && last_line[line.name] == line.begin) {
                 written[it->second] = true;
                 out.append(text.substr(line.begin, line.value_offset)).append(entries[it->second].second);
                 out.append(line.next > line.end ? ending(text, line) : eol);
@@ -149,15 +157,18 @@ std::string set_value(std::string_view text, std::string_view name, std::string_
         append_section(out, name, Entries{{std::string(key), std::string(value)}}, eol);
         return out;
     }
+    // A key written more than once: its last line is the one readers take.
+    std::optional<Line> last;
     for (size_t pos = span.header.next; pos < span.end;) {
         Line line = parse_line(text, pos);
-        if (line.kind == Kind::kKey && line.name == key) {
-            out.append(text.substr(0, line.begin + line.value_offset)).append(value);
-            out.append(line.next > line.end ? ending(text, line) : eol);
-            out.append(text.substr(line.next));
-            return out;
-        }
+        if (line.kind == Kind::kKey && line.name == key) last = line;
         pos = line.next;
+    }
+    if (last) {
+        out.append(text.substr(0, last->begin + last->value_offset)).append(value);
+        out.append(last->next > last->end ? ending(text, *last) : eol);
+        out.append(text.substr(last->next));
+        return out;
     }
     out.append(text.substr(0, span.last_key_end));
     if (!out.empty() && out.back() != '\n') out.append(eol);

@@ -9,13 +9,13 @@
 #include <kovaserviceconf.h>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>
 
+#include "foundation/door.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
 #include "foundation/root_path.h"
@@ -100,11 +100,10 @@ inline std::string request_services_dir(uint32_t location) {
 // included) is unlinked without being followed, and an empty file of our own is created in
 // its place with O_EXCL, so that a copy into it can only write to that file. 0 or -1.
 inline int claim_temp_file(const std::string &path) {
-    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) return -1;
-    ::close(fd);
-    return 0;
+    System &sys = kova::sys();
+    if (sys.unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+    const FileHandle fd(sys, sys.open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    return fd ? 0 : -1;
 }
 
 // A string hash handle for the operations that may move the hash as it grows: they take the
@@ -131,7 +130,7 @@ public:
     TempFileGuard(const TempFileGuard &) = delete;
     TempFileGuard &operator=(const TempFileGuard &) = delete;
     ~TempFileGuard() {
-        if (!path_.empty()) ::unlink(path_.c_str());
+        if (!path_.empty()) kova::sys().unlink(path_.c_str());
     }
     void reset(std::string path) { path_ = std::move(path); }
 
@@ -168,7 +167,8 @@ public:
     bool take(const std::string &path, const char *file_name, Log log) {
         copy_ = kova::resolve(std::string("/tmp/") + file_name);
         guard_.reset(copy_);
-        if (claim_temp_file(copy_) != 0 || KVLIBCExec("/bin/cp", "-f", path.c_str(), copy_.c_str(), nullptr) != 0) {
+        if (claim_temp_file(copy_) != 0 ||
+            kova::sys().run("/bin/cp", "-f", path.c_str(), copy_.c_str(), nullptr) != 0) {
             log("FAILED to copy from file=%s to backup path=%s", path.c_str(), copy_.c_str());
             return false;
         }
@@ -181,7 +181,7 @@ public:
     void update_router(const KVLIB_SERVICE_CONF_REQUEST &request, const std::string &path, Log log) const {
         if ((request.scope & 0x02) == 0) return;
         const std::string tool = kova::resolve(kova::paths::kRouterTool);
-        if (KVLIBCExec(tool.c_str(), "--update", copy_.c_str(), path.c_str(), nullptr) != 0)
+        if (kova::sys().run(tool.c_str(), "--update", copy_.c_str(), path.c_str(), nullptr) != 0)
             log("%s --udpate %s %s failed!" KOVA_ERRFMT, tool.c_str(), copy_.c_str(), path.c_str(), KOVA_ERRARGS);
     }
 

@@ -3,8 +3,8 @@
 #include <kovaserviceconf.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "change/change_internal.h"
+#include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -62,10 +63,14 @@ int RemovePath(const char *szPath) {
         return -1;
     }
     struct stat st {};
-    if (::stat(szPath, &st) != 0) return 0;
+    if (kova::sys().stat(szPath, &st) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return 0;
+        KOVA_LOG("Failed to stat %s: %m", szPath);
+        return -1;
+    }
     // Device nodes, FIFOs and sockets are left where they are.
     if (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode)) return 0;
-    if (KVLIBCExec("/bin/rm", "-rf", szPath, nullptr, nullptr) != 0) {
+    if (kova::sys().run("/bin/rm", "-rf", szPath, nullptr, nullptr) != 0) {
         KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, szPath, KOVA_ERRARGS);
         return -1;
     }
@@ -92,7 +97,7 @@ int CopyPath(const char *szSource, const char *szTarget, int move) {
         return -1;
     }
     struct stat st {};
-    if (::stat(source.get(), &st) != 0 || (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode))) {
+    if (kova::sys().stat(source.get(), &st) != 0 || (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode))) {
         KOVA_SET_ERR(KOVA_ERR_INVALID_SOURCE);
         KOVA_LOG("Source path is not valid (src path: %s)" KOVA_ERRFMT, source.get(), KOVA_ERRARGS);
         return -1;
@@ -110,11 +115,11 @@ int CopyPath(const char *szSource, const char *szTarget, int move) {
         return -1;
     }
     if (move != 0) {
-        if (KVLIBCExec("/bin/mv", "-f", source.get(), target.get(), nullptr) != 0) {
+        if (kova::sys().run("/bin/mv", "-f", source.get(), target.get(), nullptr) != 0) {
             KOVA_LOG("Failed to mv -f %s %s" KOVA_ERRFMT, source.get(), target.get(), KOVA_ERRARGS);
             return -1;
         }
-    } else if (KVLIBCExec("/bin/cp", "-rf", source.get(), target.get(), nullptr) != 0) {
+    } else if (kova::sys().run("/bin/cp", "-rf", source.get(), target.get(), nullptr) != 0) {
         KOVA_LOG("Failed to cp -rf %s %s" KOVA_ERRFMT, source.get(), target.get(), KOVA_ERRARGS);
         return -1;
     }
@@ -140,7 +145,7 @@ bool request_ok(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
 
 // The items that the request selects, in their fixed order, with the names of their copies.
 std::vector<BackupItem> backup_items(const KVLIB_SERVICE_CONF_REQUEST &request) {
-    const std::string suffix = ".tmp." + std::to_string(::getpid());
+    const std::string suffix = ".tmp." + std::to_string(kova::sys().getpid());
     std::vector<BackupItem> items;
     auto add = [&](std::string live) {
         std::string copy = live + suffix;
@@ -159,7 +164,7 @@ std::vector<BackupItem> backup_items(const KVLIB_SERVICE_CONF_REQUEST &request) 
 }
 
 bool path_exists(const std::string &path) {
-    return ::access(path.c_str(), F_OK) == 0;
+    return kova::sys().access(path.c_str(), F_OK) == 0;
 }
 
 }  // namespace

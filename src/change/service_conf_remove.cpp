@@ -1,11 +1,10 @@
 // Removing an installed .sc file and sending the "port_config/remove" event with its content.
 #include <kovaserviceconf.h>
 
-#include <unistd.h>
-
 #include <string>
 
 #include "change/change_internal.h"
+#include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -39,18 +38,18 @@ int remove_conf(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
         return -1;
     }
 
-    const std::string copy =
-        kova::resolve(std::string("/tmp/servicetool.remove.") + request.fileName + "." + std::to_string(::getpid()));
+    const std::string copy = kova::resolve(std::string("/tmp/servicetool.remove.") + request.fileName + "." +
+                                           std::to_string(kova::sys().getpid()));
     kova::change::TempFileGuard copy_guard(copy);
     // The copy only feeds the notification: a copy that cannot be made (its name cannot be
     // claimed, or cp fails) leaves the notice without content, as long as cp could be run.
     // Nothing is ever copied through whatever was planted at that name.
     const bool claimed = kova::change::claim_temp_file(copy) == 0;
-    if (claimed && KVLIBCExec("/bin/cp", "-f", path.c_str(), copy.c_str(), nullptr) < 0) {
+    if (claimed && kova::sys().run("/bin/cp", "-f", path.c_str(), copy.c_str(), nullptr) < 0) {
         KOVA_LOG("Failed to do command [cp]");
         return -1;
     }
-    if (::unlink(path.c_str()) != 0) {
+    if (kova::sys().unlink(path.c_str()) != 0) {
         KOVA_LOG("remove file %s fail!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
         return -1;
     }

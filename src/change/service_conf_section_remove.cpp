@@ -1,12 +1,11 @@
 // Removing one service section from its .sc file under backup, with roll-back on failure.
 #include <kovaserviceconf.h>
 
-#include <unistd.h>
-
 #include <cstring>
 #include <string>
 
 #include "change/change_internal.h"
+#include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -117,7 +116,7 @@ int SectionRemoveFromFile(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
     // A file left without a service section has no reason to stay.
     const char *first = list->nItem == 1 ? KVLIBCSzListGet(list, 0) : nullptr;
     const bool only_global = first != nullptr && std::strcmp(first, "global") == 0;
-    if ((list->nItem == 0 || only_global) && ::unlink(path.c_str()) != 0)
+    if ((list->nItem == 0 || only_global) && kova::sys().unlink(path.c_str()) != 0)
         KOVA_LOG("remove file %s fail!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
     return 0;
 }

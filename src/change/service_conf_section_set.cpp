@@ -1,8 +1,6 @@
 // Writing a whole service section of a .sc file from a section record.
 #include <kovaserviceconf.h>
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <string>
 
@@ -37,7 +35,7 @@ public:
     CreatedFile(const CreatedFile &) = delete;
     CreatedFile &operator=(const CreatedFile &) = delete;
     ~CreatedFile() {
-        if (!path_.empty() && !kept_) ::unlink(path_.c_str());
+        if (!path_.empty() && !kept_) kova::sys().unlink(path_.c_str());
     }
     void created(std::string path) { path_ = std::move(path); }
     void keep() { kept_ = true; }
@@ -108,7 +106,7 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
 
         CreatedFile created;
         if (KVLIBCFileExist(path.c_str()) == 0) {
-            if (KVLIBCExec("/bin/mkdir", "-p", dir.c_str(), nullptr, nullptr) != 0) {
+            if (kova::sys().run("/bin/mkdir", "-p", dir.c_str(), nullptr, nullptr) != 0) {
                 KOVA_LOG("/bin/mkdir -p %s failed.(errno:%d/%m)", dir.c_str(), errno);
                 return -1;
             }

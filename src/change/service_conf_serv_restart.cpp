@@ -3,7 +3,6 @@
 #include <kovaserviceconf.h>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -12,6 +11,7 @@
 #include <memory>
 
 #include "change/change_internal.h"
+#include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -23,20 +23,6 @@ constexpr const char *kCategory = "port_config";
 constexpr int kInvokeAction = 5;
 
 using PluginPtr = std::unique_ptr<KVLIB_PLUGIN, kova::FnDeleter<KVLIBPluginExit>>;
-
-class Fd {
-public:
-    explicit Fd(int fd) : fd_(fd) {}
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    ~Fd() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 PluginPtr plugin_open(const char *event) {
     KVLIB_PLUGIN *handle = nullptr;
@@ -53,17 +39,18 @@ PluginPtr plugin_open(const char *event) {
 
 int PluginArgSetFromFile(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath) {
     if (szPath == nullptr || szName == nullptr || KVLIBCFileExist(szPath) == 0) return -1;
-    const Fd fd(::open(szPath, O_RDONLY | O_CLOEXEC));
+    kova::System &sys = kova::sys();
+    const kova::FileHandle fd(sys, sys.open(szPath, O_RDONLY | O_CLOEXEC, 0));
     if (fd.get() < 0) {
         KOVA_LOG("FAILED to open %s", szPath);
         return -1;
     }
-    const auto size = static_cast<int32_t>(::lseek(fd.get(), 0, SEEK_END));
+    const auto size = static_cast<int32_t>(sys.lseek(fd.get(), 0, SEEK_END));
     if (size < 0) {
         KOVA_LOG("FAILED to lseek to SEEK_END err=%s", std::strerror(errno));
         return -1;
     }
-    if (::lseek(fd.get(), 0, SEEK_SET) < 0) {
+    if (sys.lseek(fd.get(), 0, SEEK_SET) < 0) {
         KOVA_LOG("FAILED to lseek to begining");
         return -1;
     }
@@ -75,7 +62,7 @@ int PluginArgSetFromFile(KVLIB_PLUGIN *pPlugin, const char *szName, const char *
     }
     size_t have = 0;
     for (;;) {
-        const ssize_t got = ::read(fd.get(), content.get() + have, static_cast<size_t>(size) - have);
+        const ssize_t got = sys.read(fd.get(), content.get() + have, static_cast<size_t>(size) - have);
         if (got == 0) break;
         if (got < 0) {
             if (errno == EINTR) continue;

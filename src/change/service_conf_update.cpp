@@ -1,8 +1,6 @@
 // Replacing an installed .sc file, keeping the old one aside for the "port_config/update" event.
 #include <kovaserviceconf.h>
 
-#include <unistd.h>
-
 #include <string>
 
 #include "change/change_internal.h"
@@ -52,7 +50,7 @@ int KOVAServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
         const std::string old_copy = kova::resolve(std::string("/tmp/servicetool.update.") + szBaseName + ".old");
         kova::change::TempFileGuard old_guard(old_copy);
         if (kova::change::claim_temp_file(old_copy) != 0 ||
-            KVLIBCExec("/bin/cp", "-f", installed, old_copy.c_str(), nullptr) != 0) {
+            kova::sys().run("/bin/cp", "-f", installed, old_copy.c_str(), nullptr) != 0) {
             KOVA_LOG("FAILED to copy from file=%s to backup path=%s", installed, old_copy.c_str());
             return -1;
         }

@@ -36,7 +36,7 @@ int GetInstallPath(const char *szBaseName, int location, char *szPath, int cbPat
 int KOVAFwRuleHupWrap(void) {
     return KOVA_GUARDED(-1, [&] {
         const std::string tool = kova::resolve(kova::paths::kFirewallTool);
-        const int ret = KVLIBCExecl(tool.c_str(), 0xBB, "--reload", static_cast<const char *>(nullptr));
+        const int ret = kova::sys().run_with(tool.c_str(), 0xBB, "--reload", nullptr);
         if (ret < 0) {
             KOVA_LOG("Failed to execute [%s %s], ret:%d", tool.c_str(), "--reload", ret);
             return -1;
@@ -52,8 +52,7 @@ int KVLIBFwServRemoveRecWrap(const char *szServiceName) {
             return -1;
         }
         const std::string tool = kova::resolve(kova::paths::kFirewallTool);
-        const int ret =
-            KVLIBCExecl(tool.c_str(), 0xBB, "--remove-serv-rec", szServiceName, static_cast<const char *>(nullptr));
+        const int ret = kova::sys().run_with(tool.c_str(), 0xBB, "--remove-serv-rec", szServiceName);
         if (ret < 0) {
             KOVA_LOG("Failed to execute [%s %s %s], ret:%d", tool.c_str(), "--remove-serv-rec", szServiceName, ret);
             return -1;
@@ -107,13 +106,13 @@ int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigne
             KOVA_LOG("check %s conf file port conflict failed=%d", szSourcePath, conflict);
         }
 
-        if (KVLIBCExec("/bin/mkdir", "-p", dir.c_str(), nullptr, nullptr) != 0) {
+        if (kova::sys().run("/bin/mkdir", "-p", dir.c_str(), nullptr, nullptr) != 0) {
             KOVA_SET_ERR(KOVA_ERR_MKDIR);
             KOVA_LOG("mkdir fail for path %s" KOVA_ERRFMT, dir.c_str(), KOVA_ERRARGS);
             return -1;
         }
         const std::string target = dir + "/" + szBaseName;
-        if (KVLIBCExec("/bin/cp", "-f", szSourcePath, target.c_str(), nullptr) != 0) {
+        if (kova::sys().run("/bin/cp", "-f", szSourcePath, target.c_str(), nullptr) != 0) {
             KOVA_SET_ERR(KOVA_ERR_COPY);
             KOVA_LOG("install configure file fail! from=%s to=%s" KOVA_ERRFMT, szSourcePath, target.c_str(),
                      KOVA_ERRARGS);

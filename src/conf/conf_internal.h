@@ -10,6 +10,12 @@
 
 namespace kova::conf {
 
+// Whether a port text is digits only and at most 65535 (0x0D00 and a log line when not).
+bool port_text_ok(const char *text);
+
+// The protocol flags of a protocol text (trimmed and lower-cased in place); empty: both.
+int parse_protocol(char *text);
+
 // A port list text ("80,443,8000:8010/tcp") parsed into entries, in the reverse of their order.
 PortsPtr parse_port_list(const char *text, unsigned int direction);
 

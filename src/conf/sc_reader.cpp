@@ -3,12 +3,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <unordered_set>
 
+#include "foundation/door.h"
 #include "section_lexer.h"
 
 namespace kova::conf {
@@ -23,18 +23,16 @@ std::string_view c_text(std::string_view s) {
 // The whole content of a regular file; false when it cannot be opened or read, or is not a
 // regular file.
 bool read_regular_file(const char *path, std::string &text) {
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    System &sys = kova::sys();
+    const FileHandle file(sys, sys.open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0));
+    const int fd = file.get();
     if (fd < 0) return false;
-    struct Closer {
-        int fd;
-        ~Closer() { ::close(fd); }
-    } closer{fd};
     struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    if (sys.fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
     text.reserve(static_cast<size_t>(st.st_size));
     char buf[64 * 1024];
     for (;;) {
-        const ssize_t n = ::read(fd, buf, sizeof buf);
+        const ssize_t n = sys.read(fd, buf, sizeof buf);
         if (n == 0) return true;
         if (n > 0) {
             text.append(buf, static_cast<size_t>(n));

@@ -73,6 +73,40 @@ Result<PortList> parse_port_list(std::string_view text) {
 
 namespace kova::conf {
 
+bool port_text_ok(const char *text) {
+    if (text == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return false;
+    }
+    const Result<uint32_t> port = ports::checked_port(text);
+    if (!port) set_error(port.failure());
+    return port.ok();
+}
+
+int parse_protocol(char *szProtocol) {
+    if (szProtocol == nullptr || *szProtocol == '\0') return KOVA_PROTO_BOTH;
+    const Result<int> flags = ports::protocol_of(szProtocol);
+    // The caller's text is left as the parse leaves it: trimmed, lower-cased, and cut at the
+    // commas into words that are trimmed in place.
+    const std::string_view whole = ports::trim(szProtocol);
+    std::memmove(szProtocol, whole.data(), whole.size());
+    szProtocol[whole.size()] = '\0';
+    for (char *p = szProtocol; *p != '\0'; ++p)
+        if (*p >= 'A' && *p <= 'Z') *p = static_cast<char>(*p - 'A' + 'a');
+    ports::each_piece(std::string_view(szProtocol, whole.size()), ",", [](std::string_view word) {
+        char *at = const_cast<char *>(word.data());
+        const std::string_view kept = ports::trim(word);
+        std::memmove(at, kept.data(), kept.size());
+        at[kept.size()] = '\0';
+        return true;
+    });
+    if (!flags) {
+        set_error(flags.failure());
+        return -1;
+    }
+    return *flags;
+}
+
 PortsPtr parse_port_list(const char *text, unsigned int direction) {
     Result<ports::PortList> list = ports::parse_port_list(text);
     if (!list) {
@@ -104,38 +138,11 @@ PortsPtr parse_port_list(const char *text, unsigned int direction) {
 extern "C" {
 
 int KOVAServiceConfPortsCheck(const char *szPort) {
-    if (szPort == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return 0;
-    }
-    const kova::Result<uint32_t> port = kova::ports::checked_port(szPort);
-    if (port) return 1;
-    kova::set_error(port.failure());
-    return 0;
+    return kova::conf::port_text_ok(szPort) ? 1 : 0;
 }
 
 int KVLIBServiceConfProtocolParse(char *szProtocol) {
-    if (szProtocol == nullptr || *szProtocol == '\0') return KOVA_PROTO_BOTH;
-    const kova::Result<int> flags = kova::ports::protocol_of(szProtocol);
-    // The caller's text is left as the parse leaves it: trimmed, lower-cased, and cut at the
-    // commas into words that are trimmed in place.
-    const std::string_view whole = kova::ports::trim(szProtocol);
-    std::memmove(szProtocol, whole.data(), whole.size());
-    szProtocol[whole.size()] = '\0';
-    for (char *p = szProtocol; *p != '\0'; ++p)
-        if (*p >= 'A' && *p <= 'Z') *p = static_cast<char>(*p - 'A' + 'a');
-    kova::ports::each_piece(std::string_view(szProtocol, whole.size()), ",", [](std::string_view word) {
-        char *at = const_cast<char *>(word.data());
-        const std::string_view kept = kova::ports::trim(word);
-        std::memmove(at, kept.data(), kept.size());
-        at[kept.size()] = '\0';
-        return true;
-    });
-    if (!flags) {
-        kova::set_error(flags.failure());
-        return -1;
-    }
-    return *flags;
+    return kova::conf::parse_protocol(szProtocol);
 }
 
 int KOVAServiceConfPortsGet(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_PORT **ppPorts) {

@@ -7,11 +7,6 @@
 // process; duplicates are found through hash sets, not by walking the lists built so far.
 #include <kovaserviceconf.h>
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <glob.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,6 +18,7 @@
 
 #include "conflict/conflict_twins.h"
 #include "conflict/runtime_inventory.h"
+#include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -236,64 +232,43 @@ void free_socket(void *p) {
 
 // ---- processes and their descriptors --------------------------------------------------------
 
-struct GlobResult {
-    glob_t g{};
-    int rc = GLOB_NOMATCH;
-    explicit GlobResult(const std::string &pattern) { rc = glob(pattern.c_str(), 0, nullptr, &g); }
-    ~GlobResult() { globfree(&g); }
-    GlobResult(const GlobResult &) = delete;
-    GlobResult &operator=(const GlobResult &) = delete;
-    size_t count() const { return rc == 0 ? g.gl_pathc : 0; }
-    const char *at(size_t i) const { return g.gl_pathv[i]; }
-};
-
-// A directory name as a glob pattern that matches just that name.
-std::string glob_literal(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        if (c == '*' || c == '?' || c == '[' || c == '\\') out += '\\';
-        out += c;
-    }
-    return out;
-}
-
-// The process numbers under /proc, in the sorted order of "/proc/*", up to the first entry
-// that is not a number (process directories sort before the named entries).
+// The process numbers under /proc, in the sorted order of its names, up to the first name that
+// is not a number (process directories sort before the named entries).
 std::vector<int> list_pids(const std::string &proc) {
     std::vector<int> pids;
-    const GlobResult matches(glob_literal(proc) + "/*");
-    const size_t skip = proc.size() + 1;
-    for (size_t i = 0; i < matches.count(); ++i) {
-        const char *match = matches.at(i);
+    std::vector<std::string> names;
+    if (kova::sys().list_dir(proc.c_str(), names) != 0) return pids;
+    for (const std::string &name : names) {
+        if (name[0] == '.') continue;
         int pid = 0;
-        if (std::strlen(match) < skip || std::sscanf(match + skip, "%d", &pid) != 1) break;
+        if (std::sscanf(name.c_str(), "%d", &pid) != 1) break;
         pids.push_back(pid);
     }
     return pids;
 }
 
 // Reads a link's target, at most 1023 bytes; false when it yields nothing.
-bool read_link(int dirfd, const char *path, char (&target)[1024]) {
-    const ssize_t n = readlinkat(dirfd, path, target, sizeof target - 1);
+bool read_link(const char *path, char (&target)[1024]) {
+    const ssize_t n = kova::sys().readlink(path, target, sizeof target - 1);
     if (n <= 0) return false;
     target[n] = '\0';
     return true;
 }
 
-using DirPtr = std::unique_ptr<DIR, kova::FnDeleter<closedir>>;
-
-// Calls on_inode(inode) for every descriptor of process `pid` that is a socket.
+// Calls on_inode(inode) for every descriptor of process `pid` that is a socket, in the sorted
+// order of the descriptor names.
 template <class F>
 void for_each_socket_fd(const std::string &proc, const char *pid, F &&on_inode) {
     const std::string dir = proc + "/" + pid + "/fd";
-    DirPtr fds(opendir(dir.c_str()));
-    if (!fds) return;
+    std::vector<std::string> fds;
+    if (kova::sys().list_dir(dir.c_str(), fds) != 0) return;
     char target[1024];
     uint64_t inode = 0;
-    while (const dirent *entry = readdir(fds.get())) {
-        if (entry->d_name[0] == '.') continue;
-        if (read_link(dirfd(fds.get()), entry->d_name, target) && scan_socket_link(target, inode)) on_inode(inode);
+    std::string path;
+    for (const std::string &fd : fds) {
+        if (fd[0] == '.') continue;
+        path.assign(dir).append("/").append(fd);
+        if (read_link(path.c_str(), target) && scan_socket_link(target, inode)) on_inode(inode);
     }
 }
 
@@ -502,16 +477,12 @@ void FetchInodeFromPid(KVLIB_SZHASH **ppInodeToPidsTable, const char *szPid) {
     }
     if (szPid == nullptr) return;
     kova::guarded_void([&] {
-        const GlobResult fds(glob_literal(kova::resolve(kova::paths::kProcDir)) + "/" + szPid + "/fd/*");
-        char target[1024];
-        uint64_t inode = 0;
-        for (size_t i = 0; i < fds.count(); ++i) {
-            if (!read_link(AT_FDCWD, fds.at(i), target) || !scan_socket_link(target, inode)) continue;
+        for_each_socket_fd(kova::resolve(kova::paths::kProcDir), szPid, [&](uint64_t inode) {
             const std::string key = inode_key(inode);
             const char *old = KVLIBCSzHashGetValue(*ppInodeToPidsTable, key.c_str());
             const std::string value = std::string(szPid) + "," + (old != nullptr ? old : "");
             KVLIBCSzHashSetValue(ppInodeToPidsTable, key.c_str(), value.c_str());
-        }
+        });
     });
 }
 
@@ -561,7 +532,7 @@ char *ProgramCommandFetch(uint32_t pid) {
         char rel[32];
         std::snprintf(rel, sizeof rel, "/proc/%u/exe", static_cast<unsigned int>(pid));
         char target[1024];
-        if (!read_link(AT_FDCWD, kova::resolve(rel).c_str(), target)) return nullptr;
+        if (!read_link(kova::resolve(rel).c_str(), target)) return nullptr;
         return strdup(target);
     });
 }

@@ -36,7 +36,7 @@ std::string expand_errno(const char *fmt, int saved_errno) {
     return out;
 }
 
-void send(const std::string &msg) noexcept;
+void send(const char *msg, size_t size) noexcept;
 
 }  // namespace
 
@@ -46,6 +46,10 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
     va_start(ap, fmt);
     va_list ap2;
     va_copy(ap2, ap);
+    // The fallback formats from a list of its own: the normal path may have consumed both of
+    // its lists when memory runs out.
+    va_list fallback;
+    va_copy(fallback, ap);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     try {
@@ -58,16 +62,19 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
             body.resize(static_cast<size_t>(body_len));
             msg += body;
         }
-        send(msg);
+        send(msg.c_str(), msg.size());
     } catch (...) {
-        // Out of memory: a fixed buffer, "%m" left to the system log.
+        // Out of memory: a fixed buffer; the C library's "%m" gives the text of errno.
         char buf[1024];
         int n = std::snprintf(buf, sizeof buf, "%s:%d ", module, line);
-        if (n > 0 && static_cast<size_t>(n) < sizeof buf)
-            std::vsnprintf(buf + n, sizeof buf - static_cast<size_t>(n), fmt, ap2);
-        syslog(LOG_ERR, "%s", buf);
+        if (n > 0 && static_cast<size_t>(n) < sizeof buf) {
+            errno = saved_errno;
+            std::vsnprintf(buf + n, sizeof buf - static_cast<size_t>(n), fmt, fallback);
+        }
+        send(buf, std::strlen(buf));
     }
 #pragma GCC diagnostic pop
+    va_end(fallback);
     va_end(ap2);
     va_end(ap);
     errno = saved_errno;
@@ -75,13 +82,13 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
 
 namespace {
 
-void send(const std::string &msg) noexcept {
-    syslog(LOG_ERR, "%s", msg.c_str());
+void send(const char *msg, size_t size) noexcept {
+    syslog(LOG_ERR, "%s", msg);
     if (const char *file = secure_getenv("KOVA_LOG_FILE"); file != nullptr && *file != '\0') {
         int fd = ::open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
         if (fd >= 0) {
             // One write per line: the text and its newline together.
-            struct iovec iov[2] = {{const_cast<char *>(msg.data()), msg.size()}, {const_cast<char *>("\n"), 1}};
+            struct iovec iov[2] = {{const_cast<char *>(msg), size}, {const_cast<char *>("\n"), 1}};
             ssize_t ignored = ::writev(fd, iov, 2);
             (void)ignored;
             ::close(fd);

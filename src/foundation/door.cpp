@@ -1,0 +1,140 @@
+// The plain system: each method is the system call of its name.
+#include "foundation/door.h"
+
+#include <kovaserviceconf.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "root_path.h"
+
+namespace kova {
+
+int System::open(const char *path, int flags, mode_t mode) {
+    return ::open(path, flags, mode);
+}
+
+ssize_t System::read(int fd, void *buf, size_t size) {
+    return ::read(fd, buf, size);
+}
+
+ssize_t System::write(int fd, const void *buf, size_t size) {
+    return ::write(fd, buf, size);
+}
+
+int System::close(int fd) {
+    return ::close(fd);
+}
+
+off_t System::lseek(int fd, off_t offset, int whence) {
+    return ::lseek(fd, offset, whence);
+}
+
+int System::fstat(int fd, struct stat *st) {
+    return ::fstat(fd, st);
+}
+
+int System::stat(const char *path, struct stat *st) {
+    return ::stat(path, st);
+}
+
+int System::access(const char *path, int mode) {
+    return ::access(path, mode);
+}
+
+int System::unlink(const char *path) {
+    return ::unlink(path);
+}
+
+int System::rename(const char *from, const char *to) {
+    return ::rename(from, to);
+}
+
+int System::mkdir(const char *path, mode_t mode) {
+    return ::mkdir(path, mode);
+}
+
+ssize_t System::readlink(const char *path, char *buf, size_t size) {
+    return ::readlink(path, buf, size);
+}
+
+int System::list_dir(const char *path, std::vector<std::string> &names) {
+    DIR *dir = ::opendir(path);
+    if (dir == nullptr) return -1;
+    names.clear();
+    int result = 0;
+    try {
+        for (;;) {
+            errno = 0;
+            const dirent *entry = ::readdir(dir);
+            if (entry == nullptr) break;
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+                names.emplace_back(entry->d_name);
+        }
+        if (errno != 0) result = -1;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        result = -1;
+    }
+    const int saved = errno;
+    ::closedir(dir);
+    errno = saved;
+    if (result != 0) {
+        names.clear();
+        return -1;
+    }
+    std::sort(names.begin(), names.end(),
+              [](const std::string &a, const std::string &b) { return std::strcoll(a.c_str(), b.c_str()) < 0; });
+    return 0;
+}
+
+pid_t System::getpid() {
+    return ::getpid();
+}
+
+int System::run(const char *program, const char *arg1, const char *arg2, const char *arg3, const char *arg4) {
+    return KVLIBCExec(program, arg1, arg2, arg3, arg4);
+}
+
+int System::run_with(const char *program, int options, const char *arg1, const char *arg2) {
+    if (arg1 == nullptr) return KVLIBCExecl(program, options, static_cast<const char *>(nullptr));
+    if (arg2 == nullptr) return KVLIBCExecl(program, options, arg1, static_cast<const char *>(nullptr));
+    return KVLIBCExecl(program, options, arg1, arg2, static_cast<const char *>(nullptr));
+}
+
+namespace {
+
+System plain_system;
+std::atomic<System *> in_place{nullptr};
+
+}  // namespace
+
+System &sys() {
+    System *replacement = in_place.load(std::memory_order_acquire);
+    return replacement != nullptr ? *replacement : plain_system;
+}
+
+System *install_system(System *replacement) noexcept {
+    return in_place.exchange(replacement, std::memory_order_acq_rel);
+}
+
+Door::Door() : root_(root_dir()), sys_(&kova::sys()) {}
+
+std::string Door::path(std::string_view fixed) const {
+    std::string resolved = root_;
+    resolved.append(fixed);
+    return resolved;
+}
+
+bool Door::exists(const std::string &path) const {
+    return sys_->access(path.c_str(), F_OK) == 0;
+}
+
+}  // namespace kova
