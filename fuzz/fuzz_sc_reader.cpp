@@ -1,22 +1,21 @@
-// .sc files as hostile input: the bytes become a file of the system services.d directory
-// under a private root, and go through KOVAServiceConfGet, KOVAServiceConfEnum,
-// KOVAFwServiceEnum and KVLIBIsConfPortConflict.
+// .sc files as hostile input: the bytes become a file of the system services.d directory under a
+// private root and go through KOVAServiceConfGet, KOVAServiceConfSectionGet and
+// KOVAServiceConfEnum.
 //
-// Oracles:
-//   - the whole-file reader must give the record that the platform's sectioned-file reader
-//     gives section by section (KVLIBCFileEnumSection, KVLIBCFileGetSection and
-//     KOVAServiceConfSectionGet);
-//   - every section must hold what its keys say (texts cut to their fields and terminated,
-//     the port_forward flag, the port lists as KOVAServiceConfPortsGet parses them), and its
-//     port lists must render and parse back;
-//   - enumeration gives the same record; the firewall catalogue holds one record per section,
-//     converted field by field, ahead of the built-in services;
-//   - the file conflict check answers -1, 0 or 1 and leaves a well-formed conflict list.
+// Oracle: a model of the file format written here from its description, sharing no code with
+// the library or the platform (its own line splitting, sections, keys, quotes, the [global]
+// settings, the display-string split and the port_forward flag; port lists go through the port
+// list model of fuzz_support). Every record the library returns must equal the model's, field by
+// field, and a file the model refuses must be refused.
 #include <kovaserviceconf.h>
 
+#include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,319 +26,223 @@ namespace {
 using namespace kova::fuzz;
 
 constexpr const char *kScFile = "/usr/kova/etc/services.d/fuzz.sc";
-constexpr const char *kSocketHeader =
-    "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
 
-int g_builtin_count = -1;
-std::vector<std::string> g_builtin_names;
+// ---- the model of the sectioned file -------------------------------------------------------
 
-std::vector<std::string> fw_names(const KOVA_FW_SERVICE *list) {
-    std::vector<std::string> out;
-    for (; list != nullptr; list = list->next) out.emplace_back(list->name);
-    return out;
+std::string before_nul(const std::string &s) {
+    return s.substr(0, s.find('\0'));
 }
 
-void setup() {
-    if (g_builtin_count >= 0) return;
-    write_file("/etc/kovainfo.conf",
-               "ftpport=21\nftplowport=55536\nftphighport=55899\nsyslogport=514\nsmsport=465\nWebDavPort=5005\n");
-    write_file("/etc.defaults/kovainfo.conf", "supportmysql=yes\nsupportfuzz=yes\nsupportno=no\n");
-    write_file("/etc/ssh/sshd_config", "Port 22\n");
-    write_file("/etc/nfs/kova_nfs_conf", "statd_port=662\nnlm_port=32768\nmountd_port=892\n");
-    for (const char *table : {"/proc/net/tcp", "/proc/net/tcp6", "/proc/net/udp", "/proc/net/udp6"})
-        write_file(table, kSocketHeader);
-    make_dirs("/usr/kova/etc/services.d");
-    make_dirs("/usr/local/etc/services.d");
+struct ModelSection {
+    std::set<std::string> full_keys;           // as written, NUL bytes included
+    std::map<std::string, std::string> value;  // key and value as C texts; the last line wins
+};
 
-    KOVA_FW_SERVICE *builtin = nullptr;
-    g_builtin_count = KOVAFwServiceEnum(&builtin);
-    FUZZ_CHECK(g_builtin_count >= 0);
-    g_builtin_names = fw_names(builtin);
-    KOVAFwServiceFree(builtin);
+struct ModelFile {
+    std::vector<std::string> names;                // listed: first of each full name, as a C text
+    std::map<std::string, ModelSection> sections;  // by full name; keys of the first section only
+};
+
+ModelFile model_file(const std::string &text) {
+    ModelFile file;
+    ModelSection *current = nullptr;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t end = text.find('\n', pos);
+        if (end == std::string::npos) end = text.size();
+        const std::string line = text.substr(pos, end - pos);
+        pos = end + 1;
+        const std::string t = trim(line);
+        if (t.empty() || t[0] == '#' || t[0] == ';') continue;
+        if (t.front() == '[' && t.back() == ']' && t.size() >= 2) {
+            const std::string name = trim(t.substr(1, t.size() - 2));
+            const bool first = file.sections.count(name) == 0;
+            current = first ? &file.sections[name] : nullptr;
+            if (first) file.names.push_back(before_nul(name));
+            continue;
+        }
+        const size_t eq = line.find('=');
+        if (eq == std::string::npos || current == nullptr) continue;
+        const std::string key = trim(line.substr(0, eq));
+        std::string value = trim(line.substr(eq + 1));
+        if (value.size() >= 2 && value.front() == '"' && value.back() == '"') value = value.substr(1, value.size() - 2);
+        if (key.empty()) continue;
+        current->full_keys.insert(key);
+        current->value[before_nul(key)] = before_nul(value);
+    }
+    return file;
 }
+
+const char *get(const ModelSection &s, const char *key) {
+    const auto it = s.value.find(key);
+    return it == s.value.end() ? nullptr : it->second.c_str();
+}
+
+// ---- the model of the records ----------------------------------------------------------------
 
 bool valid_name(const std::string &name) {
     if (name.empty()) return false;
-    for (char c : name) {
-        const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-                        c == '.' || c == '_';
-        if (!ok) return false;
-    }
+    for (const char c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '.' && c != '_') return false;
     return true;
 }
 
-// ---- comparing records -----------------------------------------------------------------------
-
-void check_string_terminated(const KOVA_SERVICE_STRING &s) {
-    FUZZ_CHECK(terminated(s.prefix) && terminated(s.section) && terminated(s.key) && terminated(s.text) &&
-               terminated(s.extraText));
-}
-
-bool same_string(const KOVA_SERVICE_STRING &a, const KOVA_SERVICE_STRING &b) {
-    return std::strcmp(a.prefix, b.prefix) == 0 && std::strcmp(a.section, b.section) == 0 &&
-           std::strcmp(a.key, b.key) == 0 && std::strcmp(a.text, b.text) == 0 &&
-           std::strcmp(a.extraText, b.extraText) == 0;
-}
-
-bool same_section(const KOVA_SERVICE_CONF_SECTION &a, const KOVA_SERVICE_CONF_SECTION &b) {
-    return std::strcmp(a.name, b.name) == 0 && same_string(a.title, b.title) && same_string(a.desc, b.desc) &&
-           a.portForward == b.portForward && to_vector(a.srcPort) == to_vector(b.srcPort) &&
-           to_vector(a.dstPort) == to_vector(b.dstPort);
-}
-
-bool same_conf(const KOVA_SERVICE_CONF &a, const KOVA_SERVICE_CONF &b) {
-    if (a.version != b.version || std::strcmp(a.supportKey, b.supportKey) != 0 || std::strcmp(a.runKey, b.runKey) != 0)
-        return false;
-    const KOVA_SERVICE_CONF_SECTION *x = a.sections;
-    const KOVA_SERVICE_CONF_SECTION *y = b.sections;
-    for (; x != nullptr && y != nullptr; x = x->next, y = y->next)
-        if (!same_section(*x, *y)) return false;
-    return x == nullptr && y == nullptr;
-}
-
-std::vector<std::string> section_names(const KOVA_SERVICE_CONF_SECTION *s) {
-    std::vector<std::string> out;
-    for (; s != nullptr; s = s->next) out.emplace_back(s->name);
-    return out;
-}
-
-std::string join(const std::vector<std::string> &names) {
-    std::string out;
-    for (const std::string &n : names) out += "[" + n + "]";
-    return out;
-}
-
-// ---- the reference reader --------------------------------------------------------------------
-
-struct Hash {
-    KVLIB_SZHASH *hash = KVLIBCSzHashAlloc(1024);
-    ~Hash() { KVLIBCSzHashFree(hash); }
-    const char *get(const char *key) const { return KVLIBCSzHashGetValue(hash, key); }
+struct Split {
+    std::string prefix, section, key;
 };
 
-// The record as the reading algorithm builds it from the platform's section-by-section reader;
-// null when the file is refused. `names` gets the full names of its sections, in list order
-// (a record keeps a name cut to its field).
-KOVA_SERVICE_CONF *reference_get(const std::string &path, std::vector<std::string> &names_out) {
-    KVLIB_SZLIST *names = KVLIBCSzListAlloc(1024);
-    FUZZ_CHECK(names != nullptr);
-    const int count = KVLIBCFileEnumSection(path.c_str(), &names);
-    KOVA_SERVICE_CONF *conf = nullptr;
-    if (count >= 1 && !(count == 1 && std::strcmp(KVLIBCSzListGet(names, 0), "global") == 0)) {
-        conf = static_cast<KOVA_SERVICE_CONF *>(std::calloc(1, sizeof(KOVA_SERVICE_CONF)));
-        FUZZ_CHECK(conf != nullptr);
-        int parsed = 0;
-        for (int i = 0; i < names->nItem; ++i) {
-            const std::string name = KVLIBCSzListGet(names, i);
-            if (!valid_name(name)) continue;
-            if (name == "global") {
-                Hash h;
-                if (KVLIBCFileGetSection(path.c_str(), "global", &h.hash) < 1) continue;
-                const char *version = h.get("version");
-                conf->version = version != nullptr ? static_cast<int32_t>(std::strtol(version, nullptr, 10)) : 1;
-                if (const char *v = h.get("support_key"))
-                    std::snprintf(conf->supportKey, sizeof conf->supportKey, "%s", v);
-                if (const char *v = h.get("run_key")) std::snprintf(conf->runKey, sizeof conf->runKey, "%s", v);
-                continue;
-            }
-            if (KOVAServiceConfSectionGet(path.c_str(), name.c_str(), &conf->sections) == 0) {
-                names_out.insert(names_out.begin(), name);
-                ++parsed;
-            }
-        }
-        if (parsed == 0) {
-            KOVAServiceConfFree(conf);
-            conf = nullptr;
+// prefix:section:key, "section:key", or no ":" (nothing but the text).
+std::optional<Split> split_key(const char *text) {
+    if (text == nullptr || std::strchr(text, ':') == nullptr) return std::nullopt;
+    const std::vector<std::string> parts = split_all(text, ':');
+    if (parts.size() == 2) return Split{"", trim(parts[0]), trim(parts[1])};
+    const std::string s(text);
+    const size_t second = s.find(':', s.find(':') + 1);
+    return Split{trim(parts[0]), trim(parts[1]), trim(s.substr(second + 1))};
+}
+
+struct ModelRecord {
+    std::string name, title[5], desc[5];  // prefix, section, key, text, extra text
+    int port_forward = 0;
+    std::optional<std::vector<Port>> src, dst;
+};
+
+void set_string(std::string (&out)[5], const char *key, const char *text) {
+    if (const auto split = split_key(key)) {
+        out[0] = cut(split->prefix, 256);
+        out[1] = cut(split->section, 64);
+        out[2] = cut(split->key, 128);
+    }
+    out[3] = cut(text, 128);
+}
+
+std::optional<ModelRecord> model_section(const ModelFile &file, const std::string &name) {
+    const auto it = file.sections.find(name);
+    if (it == file.sections.end() || it->second.full_keys.empty()) return std::nullopt;
+    const ModelSection &s = it->second;
+    const char *title = get(s, "title");
+    const char *desc = get(s, "desc");
+    const char *dst = get(s, "dst.ports");
+    if (title == nullptr || desc == nullptr || dst == nullptr) return std::nullopt;
+    ModelRecord r;
+    r.name = cut(name, 256);
+    set_string(r.title, get(s, "title_key"), title);
+    set_string(r.desc, get(s, "desc_key"), desc);
+    if (const char *extra = get(s, "desc_extra")) r.desc[4] = cut(extra, 128);
+    if (const char *pf = get(s, "port_forward")) r.port_forward = trim(lower(cut(pf, 32))) == "yes";
+    if (const char *src = get(s, "src.ports")) {
+        r.src = model_ports_get(src, 0);
+        if (!r.src) return std::nullopt;
+    }
+    r.dst = model_ports_get(dst, 1);
+    if (!r.dst) return std::nullopt;
+    return r;
+}
+
+struct ModelConf {
+    int version = 0;
+    std::string support, run;
+    std::vector<ModelRecord> sections;  // in list order: the reverse of the file's
+};
+
+std::optional<ModelConf> model_conf(const ModelFile &file) {
+    if (file.names.empty() || (file.names.size() == 1 && file.names[0] == "global")) return std::nullopt;
+    ModelConf conf;
+    for (const std::string &name : file.names) {
+        if (!valid_name(name)) continue;
+        if (name == "global") {
+            const auto it = file.sections.find(name);
+            if (it == file.sections.end() || it->second.full_keys.empty()) continue;
+            const char *version = get(it->second, "version");
+            conf.version = version != nullptr ? static_cast<int>(std::strtol(version, nullptr, 10)) : 1;
+            if (const char *v = get(it->second, "support_key")) conf.support = cut(v, 128);
+            if (const char *v = get(it->second, "run_key")) conf.run = cut(v, 128);
+        } else if (auto r = model_section(file, name)) {
+            conf.sections.insert(conf.sections.begin(), std::move(*r));
         }
     }
-    KVLIBCSzListFree(names);
+    if (conf.sections.empty()) return std::nullopt;
     return conf;
 }
 
-// ---- one section against its keys ------------------------------------------------------------
+// ---- comparing -------------------------------------------------------------------------------
 
-void check_ports_from_key(const KOVA_SERVICE_CONF_PORT *list, const char *value, uint32_t direction) {
-    if (value == nullptr) {
-        FUZZ_CHECK(list == nullptr);
-        return;
-    }
-    const auto expected = model_ports_get(value, direction);
-    FUZZ_CHECKF(expected.has_value(), "a section with the port list \"%s\" was accepted", value);
-    FUZZ_CHECKF(to_vector(list) == *expected, "\"%s\" read as %s, expected %s", value,
-                describe(to_vector(list)).c_str(), describe(*expected).c_str());
-    check_port_list(list, direction);
-    check_render_round_trip(list);
+void check_string(const KOVA_SERVICE_STRING &s, const std::string (&m)[5], const char *what) {
+    FUZZ_CHECK(terminated(s.prefix) && terminated(s.section) && terminated(s.key) && terminated(s.text) &&
+               terminated(s.extraText));
+    FUZZ_CHECKF(m[0] == s.prefix && m[1] == s.section && m[2] == s.key && m[3] == s.text && m[4] == s.extraText,
+                "%s \"%s|%s|%s|%s|%s\", model \"%s|%s|%s|%s|%s\"", what, s.prefix, s.section, s.key, s.text,
+                s.extraText, m[0].c_str(), m[1].c_str(), m[2].c_str(), m[3].c_str(), m[4].c_str());
 }
 
-void check_split(const KOVA_SERVICE_STRING &s, const char *key) {
-    // The splitter writes prefix, section and key only for a key with ":".
-    KOVA_SERVICE_STRING expected{};
-    if (key != nullptr && *key != '\0' && std::strchr(key, ':') != nullptr)
-        FUZZ_CHECK(KOVAServiceConfServiceStringGet(key, &expected) == 0);
-    FUZZ_CHECKF(std::strcmp(s.prefix, expected.prefix) == 0 && std::strcmp(s.section, expected.section) == 0 &&
-                    std::strcmp(s.key, expected.key) == 0,
-                "string key \"%s\" split as \"%s\" \"%s\" \"%s\"", key != nullptr ? key : "(none)", s.prefix, s.section,
-                s.key);
-}
-
-int model_port_forward(const char *value) {
-    if (value == nullptr) return 0;
-    return trim(lower(cut(value, 32))) == "yes" ? 1 : 0;
-}
-
-void check_section(const std::string &path, const std::string &name, const KOVA_SERVICE_CONF_SECTION &s) {
+void check_section(const KOVA_SERVICE_CONF_SECTION &s, const ModelRecord &m) {
     FUZZ_CHECK(terminated(s.name));
-    check_string_terminated(s.title);
-    check_string_terminated(s.desc);
-    FUZZ_CHECKF(valid_name(s.name), "section name \"%s\"", s.name);
-    FUZZ_CHECKF(cut(name, sizeof s.name) == s.name, "section \"%s\" read as \"%s\"", name.c_str(), s.name);
-    FUZZ_CHECK(s.dstPort != nullptr);
-
-    Hash h;
-    FUZZ_CHECKF(KVLIBCFileGetSection(path.c_str(), name.c_str(), &h.hash) >= 1, "section [%s] has no keys",
-                name.c_str());
-    const char *title = h.get("title");
-    const char *desc = h.get("desc");
-    FUZZ_CHECK(title != nullptr && desc != nullptr);
-    FUZZ_CHECKF(cut(title, sizeof s.title.text) == s.title.text, "title \"%s\"", s.title.text);
-    FUZZ_CHECKF(cut(desc, sizeof s.desc.text) == s.desc.text, "desc \"%s\"", s.desc.text);
-    const char *extra = h.get("desc_extra");
-    FUZZ_CHECK(cut(extra != nullptr ? extra : "", sizeof s.desc.extraText) == s.desc.extraText);
-    FUZZ_CHECK(s.title.extraText[0] == '\0');
-    check_split(s.title, h.get("title_key"));
-    check_split(s.desc, h.get("desc_key"));
-    FUZZ_CHECKF(s.portForward == model_port_forward(h.get("port_forward")), "port_forward \"%s\" gave %d",
-                h.get("port_forward"), s.portForward);
-    check_ports_from_key(s.srcPort, h.get("src.ports"), 0);
-    check_ports_from_key(s.dstPort, h.get("dst.ports"), 1);
+    FUZZ_CHECKF(m.name == s.name, "section \"%s\", model \"%s\"", s.name, m.name.c_str());
+    check_string(s.title, m.title, "title");
+    check_string(s.desc, m.desc, "desc");
+    FUZZ_CHECKF(s.portForward == m.port_forward, "port_forward %d in [%s]", s.portForward, s.name);
+    FUZZ_CHECK(m.src ? to_vector(s.srcPort) == *m.src : s.srcPort == nullptr);
+    FUZZ_CHECKF(to_vector(s.dstPort) == *m.dst, "dst.ports %s, model %s", describe(to_vector(s.dstPort)).c_str(),
+                describe(*m.dst).c_str());
 }
 
-// ---- the firewall catalogue ------------------------------------------------------------------
-
-std::vector<std::string> port_items(const KOVA_SERVICE_CONF_PORT *list) {
-    std::vector<std::string> out;
-    for (; list != nullptr; list = list->next) {
-        std::string item = std::to_string(static_cast<int>(list->beginPort));
-        if (list->type == 1) item += "-" + std::to_string(static_cast<int>(list->endPort));
-        out.push_back(item);
+void check_conf(const KOVA_SERVICE_CONF &c, const ModelConf &m) {
+    FUZZ_CHECK(terminated(c.supportKey) && terminated(c.runKey));
+    FUZZ_CHECKF(c.version == m.version && m.support == c.supportKey && m.run == c.runKey, "global v%d \"%s\" \"%s\"",
+                c.version, c.supportKey, c.runKey);
+    size_t i = 0;
+    for (const KOVA_SERVICE_CONF_SECTION *s = c.sections; s != nullptr; s = s->next, ++i) {
+        FUZZ_CHECKF(i < m.sections.size(), "more sections than the model's %zu", m.sections.size());
+        check_section(*s, m.sections[i]);
     }
-    return out;
-}
-
-std::vector<std::string> list_items(const KVLIB_SZLIST *list) {
-    std::vector<std::string> out;
-    for (int i = 0; list != nullptr && i < list->nItem; ++i) out.emplace_back(KVLIBCSzListGet(list, i));
-    return out;
-}
-
-void check_fw_record(const KOVA_FW_SERVICE &fw, const KOVA_SERVICE_CONF &conf, const KOVA_SERVICE_CONF_SECTION &s) {
-    FUZZ_CHECK(terminated(fw.name));
-    FUZZ_CHECKF(cut(s.name, sizeof fw.name) == fw.name, "catalogue name \"%s\" for section \"%s\"", fw.name, s.name);
-    int supported = 1;
-    if (conf.supportKey[0] != '\0')
-        supported =
-            KVLIBCFileCheckKeyValue(under_root("/etc.defaults/kovainfo.conf").c_str(), conf.supportKey, "yes", 1);
-    FUZZ_CHECKF(fw.supported == supported, "supported %d for key \"%s\"", fw.supported, conf.supportKey);
-    FUZZ_CHECK(fw.portForward == s.portForward);
-    KOVA_SERVICE_STRING title = s.title;
-    title.extraText[0] = '\0';
-    FUZZ_CHECK(same_string(fw.title, title));
-    FUZZ_CHECK(same_string(fw.desc, s.desc));
-    FUZZ_CHECK(list_items(fw.dstPorts) == port_items(s.dstPort));
-    FUZZ_CHECK(fw.dstProtocol == static_cast<int32_t>(s.dstPort->protocol));
-    if (s.srcPort == nullptr) {
-        FUZZ_CHECK(fw.srcPorts == nullptr && fw.srcProtocol == 0);
-    } else {
-        FUZZ_CHECK(list_items(fw.srcPorts) == port_items(s.srcPort));
-        FUZZ_CHECK(fw.srcProtocol == static_cast<int32_t>(s.srcPort->protocol));
-    }
-}
-
-void check_catalogue(const KOVA_SERVICE_CONF *conf) {
-    std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
-    if (conf != nullptr)
-        for (const KOVA_SERVICE_CONF_SECTION *s = conf->sections; s != nullptr; s = s->next) sections.push_back(s);
-
-    KOVA_FW_SERVICE *list = reinterpret_cast<KOVA_FW_SERVICE *>(0x1);
-    const int count = KOVAFwServiceEnum(&list);
-    const std::vector<std::string> names = fw_names(list);
-    FUZZ_CHECKF(count == static_cast<int>(names.size()), "catalogue count %d for %zu records", count, names.size());
-    FUZZ_CHECKF(count == g_builtin_count + static_cast<int>(sections.size()), "catalogue %s for sections of %s",
-                join(names).c_str(), conf != nullptr ? join(section_names(conf->sections)).c_str() : "no file");
-
-    // The .sc records come first, in the reverse order of the file's section list.
-    const KOVA_FW_SERVICE *fw = list;
-    for (auto it = sections.rbegin(); it != sections.rend(); ++it, fw = fw->next) check_fw_record(*fw, *conf, **it);
-    FUZZ_CHECK(fw_names(fw) == g_builtin_names);
-    for (const KOVA_SERVICE_CONF_SECTION *s : sections) {
-        const KOVA_FW_SERVICE *found = KOVAFWServiceFind(list, cut(s->name, sizeof fw->name).c_str());
-        FUZZ_CHECK(found != nullptr && std::strncmp(found->name, s->name, sizeof found->name - 1) == 0);
-    }
-    KOVAFwServiceFree(list);
-}
-
-// ---- the file conflict check -----------------------------------------------------------------
-
-void check_conflicts(const std::string &path) {
-    KOVA_SERVICE_CONF_PORT *conflicts = nullptr;
-    const int rc = KVLIBIsConfPortConflict(path.c_str(), &conflicts);
-    FUZZ_CHECKF(rc >= -1 && rc <= 1, "conflict check gave %d", rc);
-    for (const KOVA_SERVICE_CONF_PORT *p = conflicts; p != nullptr; p = p->next) {
-        FUZZ_CHECKF(p->type == 0 || p->type == 1, "conflict entry type %u", p->type);
-        FUZZ_CHECKF(p->beginPort <= 65535 && p->endPort <= 65535, "conflict entry %u-%u", p->beginPort, p->endPort);
-        if (p->type == 1) FUZZ_CHECK(p->beginPort <= p->endPort);
-    }
-    KOVAServiceConfPortsFree(conflicts);
+    FUZZ_CHECKF(i == m.sections.size(), "%zu sections, model %zu", i, m.sections.size());
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 65536) return 0;
-    setup();
-    write_file(kScFile, std::string(reinterpret_cast<const char *>(data), size));
+    static const bool ready = [] {
+        make_dirs("/usr/local/etc/services.d");
+        return true;
+    }();
+    (void)ready;
+    const std::string text(reinterpret_cast<const char *>(data), size);
+    write_file(kScFile, text);
     const std::string path = under_root(kScFile);
+    const ModelFile file = model_file(text);
+    const std::optional<ModelConf> model = model_conf(file);
 
     // A list that already holds a record: a new record goes in front, a failure leaves it.
-    KOVA_SERVICE_CONF *held = static_cast<KOVA_SERVICE_CONF *>(std::calloc(1, sizeof(KOVA_SERVICE_CONF)));
-    FUZZ_CHECK(held != nullptr);
-    KOVA_SERVICE_CONF *list = held;
+    KOVA_SERVICE_CONF held{};
+    KOVA_SERVICE_CONF *list = &held;
     const int rc = KOVAServiceConfGet(path.c_str(), &list);
-    std::vector<std::string> names;
-    KOVA_SERVICE_CONF *reference = reference_get(path, names);
-    FUZZ_CHECKF(rc == (reference != nullptr ? 0 : -1), "read gave %d, the platform's reader %s", rc,
-                reference != nullptr ? "accepts the file" : "refuses it");
-    KOVA_SERVICE_CONF *conf = nullptr;
+    FUZZ_CHECKF(rc == (model ? 0 : -1), "read gave %d, the model %s the file", rc, model ? "accepts" : "refuses");
     if (rc == 0) {
-        FUZZ_CHECK(list != held && list->next == held);
-        conf = list;
-        FUZZ_CHECK(terminated(conf->supportKey) && terminated(conf->runKey));
-        FUZZ_CHECK(conf->sections != nullptr);
-        FUZZ_CHECKF(same_conf(*conf, *reference), "read %s (version %d), the platform's reader %s (version %d)",
-                    join(section_names(conf->sections)).c_str(), conf->version,
-                    join(section_names(reference->sections)).c_str(), reference->version);
-        size_t i = 0;
-        for (const KOVA_SERVICE_CONF_SECTION *s = conf->sections; s != nullptr; s = s->next, ++i)
-            check_section(path, names.at(i), *s);
+        FUZZ_CHECK(list != &held && list->next == &held);
+        check_conf(*list, *model);
+        list->next = nullptr;
+        KOVAServiceConfFree(list);
     } else {
-        FUZZ_CHECK(list == held);
+        FUZZ_CHECK(list == &held);
     }
-    KOVAServiceConfFree(reference);
 
     // Enumeration reads the same file into the same record.
     KOVA_SERVICE_CONF *all = nullptr;
     const int files = KOVAServiceConfEnum(&all, 3);
-    FUZZ_CHECKF(files == (rc == 0 ? 1 : 0), "enumeration counted %d files", files);
-    if (rc == 0) FUZZ_CHECK(all != nullptr && all->next == nullptr && same_conf(*all, *conf));
+    FUZZ_CHECKF(files == (model ? 1 : 0), "enumeration counted %d files", files);
+    if (model) check_conf(*all, *model);
     KOVAServiceConfFree(all);
 
-    check_catalogue(conf);
-    int sections = 0;
-    for (const KOVA_SERVICE_CONF_SECTION *s = conf != nullptr ? conf->sections : nullptr; s != nullptr; s = s->next)
-        ++sections;
-    if (size <= 8192 && sections <= 16) check_conflicts(path);
-
-    conf = nullptr;
-    KOVAServiceConfFree(list);
+    // One section read by name, the first that the file lists.
+    if (!file.names.empty()) {
+        const std::string &name = file.names[0];
+        KOVA_SERVICE_CONF_SECTION *section = nullptr;
+        const std::optional<ModelRecord> expected = model_section(file, name);
+        const int got = KOVAServiceConfSectionGet(path.c_str(), name.c_str(), &section);
+        FUZZ_CHECKF(got == (expected ? 0 : -1), "section [%s] read gave %d", name.c_str(), got);
+        if (got == 0 && expected) check_section(*section, *expected);
+        KOVAServiceConfSectionFree(section);
+    }
     return 0;
 }
