@@ -108,6 +108,7 @@ Audit run_audit(const Catalogue &cat) {
     q.runs = {{1, kPorts - 1}};
     q.sources = KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_SERVICES | KOVA_PORT_CHECK_RESERVED;
     q.system_ports = true;
+    q.catalogue = &cat;
     a.declared = find_holders(q).holders;
     Declared declared;
     for (size_t i = 0; i < a.declared.size(); ++i) declared.add(a.declared[i], i);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <tuple>
 
 #include "args.h"
@@ -80,7 +81,9 @@ void forward_rules(const HolderQuery &q, std::vector<Holder> &out) {
 }
 
 void services(const HolderQuery &q, std::vector<Holder> &out) {
-    Catalogue cat = Catalogue::load();
+    std::optional<Catalogue> own;
+    if (q.catalogue == nullptr) own.emplace(Catalogue::load());
+    const Catalogue &cat = q.catalogue != nullptr ? *q.catalogue : *own;
     for (const auto &e : cat.entries()) {
         const KOVA_FW_SERVICE &s = *e.service;
         unsigned int shared = static_cast<unsigned int>(s.dstProtocol) & q.protocols;
