@@ -156,6 +156,10 @@ class Ports(Sandbox):
             self.assertIn("%d\ttcp\t%d" % (port, os.getpid()),
                           ["\t".join(l.split()[:3]) for l in self.svc("sockets", "--listening").lines()])
             self.assertEqual(self.svc("check", "%d/tcp" % port).status, 1)
+            # A service does not collide with itself while it runs.
+            self.write(PKG + "/own.sc", "[own]\ntitle=T\ndesc=D\ndst.ports=%d/tcp\n" % port)
+            self.assertEqual(self.svc("check", "%d/tcp" % port, "--skip", "own").status, 0)
+            os.remove(self.path(PKG + "/own.sc"))
             if os.geteuid() == 0:
                 for args in (("who", "%d/tcp" % port), ("check", "%d/tcp" % port)):
                     r = self.svc(*args, "--json", user="nobody")

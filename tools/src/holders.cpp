@@ -201,6 +201,23 @@ bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
     return true;
 }
 
+// Ports in use by the skipped services do not count, as in the check: a service does not
+// collide with itself while it runs.
+void drop_skipped_in_use(const HolderQuery &q, std::vector<Holder> &holders) {
+    if (q.skip.empty()) return;
+    HolderQuery mine = q;
+    mine.skip.clear();
+    std::vector<Holder> declared;
+    services(mine, declared);
+    std::erase_if(holders, [&](const Holder &h) {
+        if (h.source != HolderSource::InUse) return false;
+        return std::any_of(declared.begin(), declared.end(), [&](const Holder &d) {
+            return q.skip.count(d.name) != 0 && (d.protocols & h.protocols) != 0 && d.run.first <= h.run.first &&
+                   h.run.last <= d.run.last;
+        });
+    });
+}
+
 std::string detail(const Holder &h) {
     switch (h.source) {
         case HolderSource::Service:
@@ -248,7 +265,9 @@ HolderReport find_holders(const HolderQuery &q) {
         if (session().offline()) {
             session().note_offline();
             report.in_use_known = false;
-        } else if (!in_use(q, h)) {
+        } else if (in_use(q, h)) {
+            drop_skipped_in_use(q, h);
+        } else {
             warn("the ports in use could not be read (the socket tables under " + session().path("/proc") +
                  "/net are missing or unreadable)");
             report.in_use_known = false;
