@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <optional>
 #include <tuple>
 
@@ -279,17 +280,18 @@ HolderReport find_holders(const HolderQuery &q) {
     });
     // One line for the neighbouring ports of one declaration ("5000", "5001": 5000:5001).
     std::vector<Holder> joined;
+    std::map<std::tuple<HolderSource, std::string, std::string, std::string, unsigned int>, size_t> last;
     for (auto &x : h) {
-        auto same = [&](const Holder &y) {
-            return y.source == x.source && y.name == x.name && y.file == x.file && y.setting == x.setting &&
-                   y.protocols == x.protocols && y.pid == x.pid && y.program == x.program && y.state == x.state &&
-                   y.visible == x.visible && y.run.last + 1 >= x.run.first;
-        };
-        auto it = std::find_if(joined.rbegin(), joined.rend(), same);
-        if (it != joined.rend() && x.source != HolderSource::InUse)
-            it->run.last = std::max(it->run.last, x.run.last);
-        else
-            joined.push_back(std::move(x));
+        if (x.source != HolderSource::InUse) {
+            auto key = std::make_tuple(x.source, x.name, x.file, x.setting, x.protocols);
+            auto it = last.find(key);
+            if (it != last.end() && joined[it->second].run.last + 1 >= x.run.first) {
+                joined[it->second].run.last = std::max(joined[it->second].run.last, x.run.last);
+                continue;
+            }
+            last[key] = joined.size();
+        }
+        joined.push_back(std::move(x));
     }
     h = std::move(joined);
     return report;
