@@ -28,24 +28,10 @@ int roll_back(const KVLIB_SERVICE_CONF_REQUEST &request) {
     return -1;
 }
 
-int section_remove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    if (pRequest == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    const KVLIB_SERVICE_CONF_REQUEST &request = *pRequest;
-    const bool request_ok = (request.mode == 1 || request.mode == 2) &&
-                            (request.mode != 2 || (request.restartMask & 0x0F) != 0) && request.action == 3 &&
-                            (request.scope & 0x0F) != 0 && (request.scope & 0x04) != 0 && location_ok(request.location);
-    if (!request_ok || !names_ok(request)) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+constexpr int kThrew = -2;
 
-    if (KVLIBServiceConfBackup(&request) != 0) {
-        KOVA_LOG("Backup configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
-    }
+// The steps of a removal once the trees are backed up; -1 after rolling back.
+int remove_backed_up(const KVLIB_SERVICE_CONF_REQUEST &request) {
     if ((request.scope & 0x01) != 0 && KVLIBFwServRemoveRecWrap(request.sectionName) != 0) {
         KOVA_LOG("Remove service record in firewall rule fail!" KOVA_ERRFMT, KOVA_ERRARGS);
         return roll_back(request);
@@ -64,6 +50,29 @@ int section_remove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
     }
     if (KVLIBServiceBackupConfDelete(&request) != 0) KOVA_LOG("Delete tmp configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
     return 0;
+}
+
+int section_remove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    if (pRequest == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    const KVLIB_SERVICE_CONF_REQUEST &request = *pRequest;
+    const bool request_ok = (request.mode == 1 || request.mode == 2) &&
+                            (request.mode != 2 || (request.restartMask & 0x0F) != 0) && request.action == 3 &&
+                            (request.scope & 0x0F) != 0 && (request.scope & 0x04) != 0 && location_ok(request.location);
+    if (!request_ok || !names_ok(request)) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+
+    if (KVLIBServiceConfBackup(&request) != 0) {
+        KOVA_LOG("Backup configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
+        return -1;
+    }
+    // From here on every failure rolls back, running out of memory on the way included.
+    const int rc = KOVA_GUARDED(kThrew, [&] { return remove_backed_up(request); });
+    return rc == kThrew ? roll_back(request) : rc;
 }
 
 }  // namespace

@@ -90,7 +90,11 @@ typename F::Result *copy_result(const typename F::Result *result, Log log) {
     }
     *copy = *result;
     const char *text = result->*F::kText;
-    copy->*F::kText = text != nullptr ? strdup(text) : nullptr;
+    copy->*F::kText = nullptr;
+    if (text != nullptr && (copy->*F::kText = strdup(text)) == nullptr) {
+        std::free(copy);  // a copy without its text would pass for a record without one
+        return nullptr;
+    }
     return copy;
 }
 

@@ -42,9 +42,6 @@ KOVA_FAULT_MODES(CatalogueFaultTest);
 // Rows and sections whose records cannot be made are left out; every record that is listed is
 // whole, and the count is the length of the list.
 TEST_P(CatalogueFaultTest, FirewallServiceEnum) {
-    GTEST_SKIP() << "known: KOVAFwPortsFTP (src/firewall/firewall_service_register.cpp) ignores a failed push "
-                    "and hands out a partial port list (\"55536-55899\" without \"21\", or \"21\" without the "
-                    "passive range); KOVAFwPortsSSH and fixed_range do the same";
     std::map<std::string, std::string> expected;
     {
         KOVA_FW_SERVICE *ref = nullptr;
@@ -171,8 +168,6 @@ TEST_P(CatalogueFaultTest, ConfiguredPortsCheck) {
 }
 
 TEST_P(CatalogueFaultTest, SocketTable) {
-    GTEST_SKIP() << "known: ParseToRawSocketInfo (src/conflict/port_conflict_runtime_helper.cpp) ignores a failed "
-                    "KVLIBCDListAppend and returns 0 with sockets missing (so does RawSocketInfoListFetch)";
     const std::string path = this->path("/proc/net/tcp");
     KVLIB_DLIST *list = nullptr;
     int rc = 0;
@@ -190,6 +185,32 @@ TEST_P(CatalogueFaultTest, SocketTable) {
                                                return true;
                                            },
                                            [] {}, [&] { KVLIBCDListFree(list); }});
+}
+
+// The whole inventory: every socket of the tables, or no list at all.
+TEST_P(CatalogueFaultTest, SocketListAndRuntimeInventory) {
+    KVLIB_DLIST *list = nullptr;
+    expect_robust("RawSocketInfoListFetch", {[] {}, [&] { list = RawSocketInfoListFetch(KOVA_PROTO_BOTH); },
+                                             [&](bool) {
+                                                 if (list == nullptr) return false;
+                                                 EXPECT_EQ(list->nItem, 1);
+                                                 return true;
+                                             },
+                                             [&] { KVLIBCDListFree(list); }, [] {}});
+    // A process holding the table's socket, so that the inventory has a record to lose.
+    symlink("socket:[20123]", "/proc/42/fd/3");
+    symlink("/usr/bin/daemon", "/proc/42/exe");
+    expect_robust("RuntimeServiceListFetch",
+                  {[] {}, [&] { list = RuntimeServiceListFetch(); },
+                   [&](bool) {
+                       if (list == nullptr) return false;
+                       EXPECT_EQ(list->nItem, 1);
+                       const auto *r = static_cast<const KOVA_RUNTIME_PORT_CONFLICT_RESULT *>(list->pHead->pData);
+                       EXPECT_EQ(r->pid, 42u);
+                       EXPECT_STREQ(r->program, "/usr/bin/daemon");
+                       return true;
+                   },
+                   [&] { KOVARuntimePortConflictResultListFree(list); }, [] {}});
 }
 
 }  // namespace
