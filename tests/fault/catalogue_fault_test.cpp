@@ -89,6 +89,29 @@ TEST_P(CatalogueFaultTest, FirewallServiceEnum) {
                    [&] { KOVAFwServiceFree(list); }, [] {}});
 }
 
+// A port getter hands out its whole list or nothing ("ftp" never listed with part of its ports).
+TEST_P(CatalogueFaultTest, PortGettersAllOrNothing) {
+    for (const auto &[name, getter] : {std::pair<const char *, KOVA_FW_PORTS_GETTER>{"KOVAFwPortsFTP", KOVAFwPortsFTP},
+                                       {"KOVAFwPortsSSH", KOVAFwPortsSSH},
+                                       {"KOVAFwPortsMFP", KOVAFwPortsMFP}}) {
+        KVLIB_SZLIST *list = nullptr;
+        ASSERT_EQ(getter(&list), 0) << name;
+        const std::string whole = items(list);
+        KVLIBCSzListFree(list);
+        int rc = 0;
+        expect_robust(name, {[&] { list = nullptr; }, [&] { rc = getter(&list); },
+                             [&](bool) {
+                                 if (rc == -1) {
+                                     EXPECT_EQ(list, nullptr);
+                                     return false;
+                                 }
+                                 EXPECT_EQ(items(list), whole);
+                                 return rc == 0;
+                             },
+                             [&] { KVLIBCSzListFree(list); }, [] {}});
+    }
+}
+
 // Catalogue services and reserved ports (0x0C): "445" is the built-in SMB service, "21" the
 // reserved FTP port, "80" the web service of the small root.
 TEST_P(CatalogueFaultTest, ServiceWidePortConflict) {
