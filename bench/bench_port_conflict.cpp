@@ -90,6 +90,41 @@ void BM_IsPortConflict(benchmark::State &state) {
 }
 BENCHMARK(BM_IsPortConflict)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN);
 
+// The file check of a section of `ports` ports that is already installed: the section skips
+// its own ports in every source, and some of them are in use (by the service itself).
+void BM_InstalledSectionCheck(benchmark::State &state) {
+    const int count = static_cast<int>(state.range(0));
+    const fs::path root = make_root(1);
+    std::string ports;
+    for (int i = 0; i < count; ++i) {
+        if (i != 0) ports += ',';
+        ports += std::to_string(32000 + i % 20000);
+    }
+    const fs::path file = root / "usr/local/etc/services.d/big.sc";
+    write_file(file, "[big]\ntitle=big\ndesc=big\ndst.ports=" + ports + "/tcp,udp\n");
+    write_file(root / "proc/net/tcp", socket_table(32000, 200, 0x0A));
+    write_file(root / "proc/net/udp", socket_table(32500, 200, 0x07));
+    setenv("KOVA_ROOT", root.c_str(), 1);
+    unsetenv("KOVA_LOG_FILE");
+    int result = 0;
+    for (auto _ : state) {
+        KOVA_SERVICE_CONF_PORT *conflicts = nullptr;
+        result = KVLIBIsConfPortConflict(file.c_str(), &conflicts);
+        benchmark::DoNotOptimize(result);
+        KOVAServiceConfPortsFree(conflicts);
+    }
+    if (result != 0) state.SkipWithError("the installed section collided");
+    state.SetComplexityN(count);
+    unsetenv("KOVA_ROOT");
+    fs::remove_all(root);
+}
+BENCHMARK(BM_InstalledSectionCheck)
+    ->Arg(10000)
+    ->Arg(20000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
+
 // `count` disjoint ranges "b:b+3" (and every third a single port), shuffled when asked.
 std::string range_text(int count, int step, int offset, bool shuffled) {
     std::vector<std::string> items;

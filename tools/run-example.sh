@@ -1,17 +1,24 @@
 #!/usr/bin/env bash
-# Builds the project and runs the main job on the shipped example root.
+# Builds the library and kova-svc (installing cmake and the compilers from Debian's packages
+# when they are missing) and runs the main job on the shipped example root.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
+. tools/need-packages.sh
+need_packages "cmake:command -v cmake" "make:command -v make" "gcc:command -v cc" "g++:command -v g++"
+
 cmake -S . -B build -DKOVA_BUILD_TESTS=OFF -DKOVA_BUILD_BENCH=OFF >/dev/null
 cmake --build build -j"$(nproc 2>/dev/null || echo 2)" >/dev/null
 export KOVA_ROOT="$top/examples/root"
-if [ -x build/tools/kova-svc ]; then
-    svc=build/tools/kova-svc
-    echo '$ kova-svc list'; "$svc" list
-    echo; echo '$ kova-svc check 445,5000:5010/tcp'; "$svc" check 445,5000:5010/tcp || true
-    echo; echo '$ kova-svc free --near 8000 --count 3'; "$svc" free --near 8000 --count 3 || true
-    echo; echo '$ kova-svc --root / sockets --listening'; "$svc" --root / sockets --listening || true
-else
-    build/kova_list "80,443,8000:8010/tcp" "5000:5010/udp"
-fi
+run() {
+    echo "\$ kova-svc $*"
+    build/tools/kova-svc "$@" || true
+    echo
+}
+run list
+run check 445,5000-5010/tcp
+run show kova-webdav
+run who 873
+run free --near 8000 --count 3
+echo "\$ kova-svc --root / sockets --listening"
+build/tools/kova-svc --root / sockets --listening

@@ -1,25 +1,16 @@
 #!/usr/bin/env bash
 # Builds the project twice (plain, and with AddressSanitizer + UndefinedBehaviorSanitizer) and
-# runs the whole test suite on each build. Installs the build tools from Debian's packages when
-# they are missing.
+# runs the whole test suite on each build. Installs what the build and the tests need from
+# Debian's packages when it is missing.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
-
-need=()
-command -v cmake >/dev/null || need+=(cmake)
-command -v g++ >/dev/null || need+=(g++)
-command -v pkg-config >/dev/null || need+=(pkg-config)
-command -v nm >/dev/null || need+=(binutils)
-[ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
-[ -f /usr/include/gmock/gmock.h ] || need+=(libgmock-dev)
-[ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
-if [ ${#need[@]} -gt 0 ]; then
-    echo "installing: ${need[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq "${need[@]}" >/dev/null
-fi
+. tools/need-packages.sh
+need_packages "cmake:command -v cmake" "make:command -v make" "gcc:command -v cc" "g++:command -v g++" \
+    "pkg-config:command -v pkg-config" "binutils:command -v nm" "groff-base:command -v groff" \
+    "python3:command -v python3" "libgtest-dev:test -f /usr/include/gtest/gtest.h" \
+    "libgmock-dev:test -f /usr/include/gmock/gmock.h" \
+    "libbenchmark-dev:test -f /usr/include/benchmark/benchmark.h"
 
 jobs=$(nproc 2>/dev/null || echo 2)
 

@@ -1,136 +1,134 @@
 // Port lists: "80,443,8000:8010/tcp" parsed into a list of port entries, port number checks,
-// protocol words and freeing a list.
+// protocol words and freeing a list. The parsing works on values (kova::ports); the exported
+// functions turn its failures into the error state and its entries into a linked list.
 #include <kovaserviceconf.h>
 
 #include <cstdint>
 #include <cstring>
 #include <string>
 
+#include "conf/conf_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "conf/conf_internal.h"
+#include "foundation/ports.h"
 #include "foundation/raii.h"
+#include "foundation/result.h"
 
-namespace {
+namespace kova::ports {
 
-constexpr uint32_t kMaxPort = 65535;
-
-// The value of a text that passed KOVAServiceConfPortsCheck (digits only, at most 65535).
-uint32_t checked_port_value(const char *text) {
+Result<uint32_t> checked_port(std::string_view text) {
     uint32_t value = 0;
-    for (const char *p = text; *p != '\0'; ++p) value = value * 10 + static_cast<uint32_t>(*p - '0');
-    return value;
-}
-
-// Checks one port text and stores its value; false leaves the error state set by the check.
-bool take_port(const char *text, uint32_t &out) {
-    if (!kova::conf::port_text_ok(text)) return false;
-    out = checked_port_value(text);
-    return true;
-}
-
-// One item of the ports part: a port, or "first:last". The item is changed in place.
-bool parse_item(char *item, KOVA_SERVICE_CONF_PORT &entry) {
-    char *last = item;
-    char *first = KVLIBCStrTokIndex(&last, ":");
-    if (last != nullptr) {
-        entry.type = 1;
-        return take_port(first, entry.beginPort) && take_port(last, entry.endPort);
+    switch (parse_port(text, value)) {
+        case PortError::kNone:
+            return value;
+        case PortError::kEmpty:
+            return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
+        case PortError::kNotDigits:
+        case PortError::kTooLarge:
+            break;
     }
-    entry.type = 0;
-    return take_port(item, entry.beginPort);
+    const Failure f = KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
+    KOVA_LOG("illegal ports number, port=%.*s, kovaerr=" KOVA_ERRFMT, static_cast<int>(text.size()), text.data(),
+             KOVA_FAILURE_ARGS(f));
+    return f;
 }
 
-}  // namespace
+Result<int> protocol_of(std::string_view text) {
+    if (text.empty()) return KOVA_PROTO_BOTH;
+    const int flags = protocol_flags(trim(text));
+    if (flags >= 0) return flags;
+    const Failure f = KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
+    const std::string_view saved = text.substr(0, 63);
+    KOVA_LOG("protocol format error (%.*s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", kovaerr=" KOVA_ERRFMT,
+             static_cast<int>(saved.size()), saved.data(), KOVA_FAILURE_ARGS(f));
+    return f;
+}
+
+Result<PortList> parse_port_list(std::string_view text) {
+    const PortListText parts = split_port_list(text);
+    const Result<int> flags = protocol_of(parts.has_protocol ? trim(parts.protocol) : std::string_view());
+    if (!flags) return flags.failure();
+    PortList list;
+    list.protocol = static_cast<uint32_t>(*flags);
+    Failure failed{};
+    const bool ok = each_piece(trim(parts.ports), ",", [&](std::string_view piece) {
+        const Item item = split_item(trim(piece), ':');
+        PortEntry entry{0, 0, item.joined};
+        Result<uint32_t> begin = checked_port(item.first);
+        if (!begin) return failed = begin.failure(), false;
+        entry.begin = *begin;
+        if (item.joined) {
+            Result<uint32_t> end = checked_port(item.last);
+            if (!end) return failed = end.failure(), false;
+            entry.end = *end;
+        }
+        list.entries.push_back(entry);
+        return true;
+    });
+    if (!ok) return failed;
+    return list;
+}
+
+}  // namespace kova::ports
 
 namespace kova::conf {
 
-// Whether a port text is digits only and at most 65535; a bad one sets 0x0D00 (and is logged
-// when not empty).
-bool port_text_ok(const char *szPort) {
-    if (szPort == nullptr || *szPort == '\0') {
+bool port_text_ok(const char *text) {
+    if (text == nullptr) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return false;
     }
-    for (const char *p = szPort; *p != '\0'; ++p) {
-        if (*p < '0' || *p > '9') {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
-            return false;
-        }
-    }
-    uint32_t value = 0;
-    for (const char *p = szPort; *p != '\0'; ++p) {
-        value = value * 10 + static_cast<uint32_t>(*p - '0');
-        if (value > kMaxPort) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("illegal ports number, port=%s, kovaerr=" KOVA_ERRFMT, szPort, KOVA_ERRARGS);
-            return false;
-        }
-    }
-    return true;
+    const Result<uint32_t> port = ports::checked_port(text);
+    if (!port) set_error(port.failure());
+    return port.ok();
 }
 
-// The protocol flags of a protocol text (changed in place); an empty text means both.
 int parse_protocol(char *szProtocol) {
     if (szProtocol == nullptr || *szProtocol == '\0') return KOVA_PROTO_BOTH;
-
-    char saved[64];
-    copy_field(saved, szProtocol);
-
-    if (KVLIBCStrTrimSpace(szProtocol, 0) < 0) return -1;
-    KVLIBCStrCaseLower(szProtocol, 0, nullptr, 0);
-
-    int flags = 0;
-    char *cursor = szProtocol;
-    while (char *word = KVLIBCStrTokIndex(&cursor, ",")) {
-        if (KVLIBCStrTrimSpace(word, 0) < 0) return -1;
-        if (std::strcmp(word, "tcp") == 0) {
-            flags |= KOVA_PROTO_TCP;
-        } else if (std::strcmp(word, "udp") == 0) {
-            flags |= KOVA_PROTO_UDP;
-        } else {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("protocol format error (%s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", kovaerr=" KOVA_ERRFMT,
-                     saved, KOVA_ERRARGS);
-            return -1;
-        }
+    const Result<int> flags = ports::protocol_of(szProtocol);
+    // The caller's text is left as the parse leaves it: trimmed, lower-cased, and cut at the
+    // commas into words that are trimmed in place.
+    const std::string_view whole = ports::trim(szProtocol);
+    std::memmove(szProtocol, whole.data(), whole.size());
+    szProtocol[whole.size()] = '\0';
+    for (char *p = szProtocol; *p != '\0'; ++p)
+        if (*p >= 'A' && *p <= 'Z') *p = static_cast<char>(*p - 'A' + 'a');
+    ports::each_piece(std::string_view(szProtocol, whole.size()), ",", [](std::string_view word) {
+        char *at = const_cast<char *>(word.data());
+        const std::string_view kept = ports::trim(word);
+        std::memmove(at, kept.data(), kept.size());
+        at[kept.size()] = '\0';
+        return true;
+    });
+    if (!flags) {
+        set_error(flags.failure());
+        return -1;
     }
-    return flags;
+    return *flags;
 }
 
-PortsPtr parse_port_list(const char *szPorts, unsigned int direction) {
-    std::string copy(szPorts);
-    char *cursor = copy.data();
-    char *ports = KVLIBCStrTokIndex(&cursor, "/");
-    char *protocol = cursor;
-
-    if (protocol != nullptr && *protocol != '\0' && KVLIBCStrTrimSpace(protocol, 0) < 0) return nullptr;
-    if (ports != nullptr && KVLIBCStrTrimSpace(ports, 0) < 0) return nullptr;
-
-    const int flags = parse_protocol(protocol);
-    if (flags < 0) return nullptr;
-    if (ports == nullptr || (flags & KOVA_PROTO_BOTH) == 0) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+PortsPtr parse_port_list(const char *text, unsigned int direction) {
+    Result<ports::PortList> list = ports::parse_port_list(text);
+    if (!list) {
+        set_error(list.failure());
         return nullptr;
     }
-    if (KVLIBCStrTrimSpace(ports, 0) < 0) return nullptr;
-
+    // Each entry goes in front of the ones before: the list reads backwards.
     PortsPtr head;
-    char *items = ports;
-    while (char *item = KVLIBCStrTokIndex(&items, ",")) {
+    for (const ports::PortEntry &e : list->entries) {
         PortsPtr entry(calloc_record<KOVA_SERVICE_CONF_PORT>());
         if (!entry) {
             KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
             KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
             return nullptr;
         }
-        if (KVLIBCStrTrimSpace(item, 0) < 0) return nullptr;
         entry->direction = direction;
-        entry->protocol = static_cast<uint32_t>(flags);
-        if (!parse_item(item, *entry)) return nullptr;
+        entry->protocol = list->protocol;
+        entry->type = e.range ? 1 : 0;
+        entry->beginPort = e.begin;
+        entry->endPort = e.end;
         entry->next = head.release();
-        head.reset(entry.release());
+        head = std::move(entry);
     }
     return head;
 }
@@ -144,7 +142,7 @@ int KOVAServiceConfPortsCheck(const char *szPort) {
 }
 
 int KVLIBServiceConfProtocolParse(char *szProtocol) {
-    return KOVA_GUARDED(-1, [&] { return kova::conf::parse_protocol(szProtocol); });
+    return kova::conf::parse_protocol(szProtocol);
 }
 
 int KOVAServiceConfPortsGet(const char *szPorts, unsigned int direction, KOVA_SERVICE_CONF_PORT **ppPorts) {

@@ -1,26 +1,23 @@
 // Rendering a port list as the two texts a .sc file stores: "80,8000:8010" and "tcp,udp".
 #include <kovaserviceconf.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
 #include "foundation/guard.h"
 #include "foundation/log.h"
+#include "foundation/ports.h"
 
 namespace {
 
 // "%d" or "%d:%d" with the smaller port first, behind "," from the second entry on.
 void append_entry(std::string &out, const KOVA_SERVICE_CONF_PORT &p) {
-    char scratch[64];
-    const char *sep = out.empty() ? "" : ",";
-    if (p.type == 1) {
-        const uint32_t low = p.beginPort < p.endPort ? p.beginPort : p.endPort;
-        const uint32_t high = p.beginPort < p.endPort ? p.endPort : p.beginPort;
-        std::snprintf(scratch, sizeof scratch, "%s%d:%d", sep, static_cast<int>(low), static_cast<int>(high));
-    } else {
-        std::snprintf(scratch, sizeof scratch, "%s%d", sep, static_cast<int>(p.beginPort));
-    }
-    out += scratch;
+    if (!out.empty()) out += ',';
+    if (p.type != 1) return kova::ports::append_port(out, p.beginPort);
+    kova::ports::append_port(out, std::min(p.beginPort, p.endPort));
+    out += ':';
+    kova::ports::append_port(out, std::max(p.beginPort, p.endPort));
 }
 
 // The names of the protocol table whose flag is set in `protocol`, in table order.

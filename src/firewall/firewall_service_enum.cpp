@@ -8,7 +8,8 @@
 #include <string>
 #include <unordered_map>
 
-#include "firewall/port_list_push.h"
+#include "firewall/port_texts.h"
+#include "foundation/ports.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -21,27 +22,22 @@ int ports_text_to_list(const char *text, KVLIB_SZLIST **ppList) {
         KOVA_LOG("Bad parameters");
         return -1;
     }
-    SzListPtr list(KVLIBCSzListAlloc(128));
-    if (!list) {
-        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
-        return -1;
-    }
-    CStrPtr copy(strdup(text));
-    if (!copy) {
-        KOVA_LOG("Failed to allocate for ports number, errno=%m");
-        return -1;
-    }
-    char *save = nullptr;
-    for (char *item = strtok_r(copy.get(), ",", &save); item != nullptr; item = strtok_r(nullptr, ",", &save)) {
-        for (const char *c = item; *c != '\0'; ++c) {
-            if (*c < '0' || *c > '9') {
-                KOVA_LOG("illegal ports number, port=%s", item);
+    Texts texts;
+    for (std::string_view item : kova::ports::words(text, ",")) {
+        for (const char c : item) {
+            if (c < '0' || c > '9') {
+                KOVA_LOG("illegal ports number, port=%.*s", static_cast<int>(item.size()), item.data());
                 return -1;
             }
         }
-        if (push(list, item) < 0) return -1;
+        texts.emplace_back(item);
     }
-    *ppList = list.release();
+    KVLIB_SZLIST *list = to_list(texts);
+    if (list == nullptr) {
+        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
+        return -1;
+    }
+    *ppList = list;
     return 0;
 }
 
@@ -51,24 +47,24 @@ int port_entries_to_list(const KOVA_SERVICE_CONF_PORT *ports, int32_t *pProtocol
         return -1;
     }
     if (ports == nullptr) return -1;
-    SzListPtr list(KVLIBCSzListAlloc(128));
-    if (!list) {
+    Texts texts;
+    int32_t protocol = 0;
+    for (const KOVA_SERVICE_CONF_PORT *p = ports; p != nullptr; p = p->next) {
+        protocol = KOVAProtocolMapping(static_cast<int>(p->protocol));
+        if (p->type > 1) continue;
+        std::string &text = texts.emplace_back();
+        kova::ports::append_port(text, p->beginPort);
+        if (p->type == 0) continue;
+        text += '-';
+        kova::ports::append_port(text, p->endPort);
+    }
+    KVLIB_SZLIST *list = to_list(texts);
+    if (list == nullptr) {
         KOVA_LOG("Failed to allocate for ports number, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
         return -1;
     }
-    for (const KOVA_SERVICE_CONF_PORT *p = ports; p != nullptr; p = p->next) {
-        *pProtocol = KOVAProtocolMapping(static_cast<int>(p->protocol));
-        char text[32];
-        if (p->type == 0) {
-            std::snprintf(text, sizeof text, "%d", static_cast<int>(p->beginPort));
-        } else if (p->type == 1) {
-            std::snprintf(text, sizeof text, "%d-%d", static_cast<int>(p->beginPort), static_cast<int>(p->endPort));
-        } else {
-            continue;
-        }
-        if (push(list, text) < 0) return -1;
-    }
-    *ppList = list.release();
+    *pProtocol = protocol;
+    *ppList = list;
     return 0;
 }
 
@@ -93,7 +89,7 @@ void copy_string(KOVA_SERVICE_STRING &dst, const KOVA_SERVICE_STRING &src) {
 }
 
 // Builds the list front to back: every record added becomes the new head.
-class Catalogue {
+class Builder {
 public:
     void add(kova::FwServicePtr record) {
         record->next = head_.release();
@@ -131,7 +127,7 @@ bool row_ports(const KOVA_FW_SERVICE_ENTRY &row, const KOVA_FW_PORT_SPEC &spec, 
     return ret > 0 || (list != nullptr && list->nItem > 0);
 }
 
-void add_table_rows(Catalogue &catalogue, const std::string &defaults) {
+void add_table_rows(Builder &catalogue, const std::string &defaults) {
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
         kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {
@@ -172,7 +168,7 @@ private:
     std::unordered_map<std::string, int> results_;
 };
 
-void add_section(Catalogue &catalogue, const KOVA_SERVICE_CONF_SECTION &section, int supported) {
+void add_section(Builder &catalogue, const KOVA_SERVICE_CONF_SECTION &section, int supported) {
     kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
     if (!record) {
         KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
@@ -199,7 +195,7 @@ void add_section(Catalogue &catalogue, const KOVA_SERVICE_CONF_SECTION &section,
     catalogue.add(std::move(record));
 }
 
-void add_conf_sections(Catalogue &catalogue, const std::string &defaults) {
+void add_conf_sections(Builder &catalogue, const std::string &defaults) {
     KOVA_SERVICE_CONF *raw = nullptr;
     const int files = KOVAServiceConfEnum(&raw, KOVA_CONF_LOCATION_SYSTEM | KOVA_CONF_LOCATION_PACKAGE);
     kova::ConfPtr confs(raw);
@@ -220,21 +216,37 @@ void add_conf_sections(Catalogue &catalogue, const std::string &defaults) {
 
 }  // namespace
 
+namespace kova::fw {
+
+Result<Catalogue> build_catalogue() noexcept {
+    try {
+        const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
+        Builder builder;
+        add_table_rows(builder, defaults);
+        add_conf_sections(builder, defaults);
+        const int count = builder.count();
+        return Catalogue{FwServicePtr(builder.release()), count};
+    } catch (const std::bad_alloc &) {
+        return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
+    }
+}
+
+}  // namespace kova::fw
+
 extern "C" {
 
 int KOVAFwServiceEnum(KOVA_FW_SERVICE **ppServiceList) {
-    return KOVA_GUARDED(-1, [&] {
-        if (ppServiceList == nullptr) {
-            KOVA_LOG("Bad parameters");
-            return -1;
-        }
-        const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
-        Catalogue catalogue;
-        add_table_rows(catalogue, defaults);
-        add_conf_sections(catalogue, defaults);
-        *ppServiceList = catalogue.release();
-        return catalogue.count();
-    });
+    if (ppServiceList == nullptr) {
+        KOVA_LOG("Bad parameters");
+        return -1;
+    }
+    kova::Result<kova::fw::Catalogue> catalogue = kova::fw::build_catalogue();
+    if (!catalogue) {
+        kova::set_error(catalogue.failure());
+        return -1;
+    }
+    *ppServiceList = catalogue->head.release();
+    return catalogue->count;
 }
 
 void KOVAFwServiceFree(KOVA_FW_SERVICE *pServiceList) {

@@ -6,7 +6,19 @@
 
 #include <cstdint>
 
+#include "foundation/raii.h"
+#include "foundation/result.h"
+
 namespace kova::fw {
+
+// The firewall catalogue as KOVAFwServiceEnum hands it out: the records and their number.
+struct Catalogue {
+    FwServicePtr head;
+    int count = 0;
+};
+// Builds the catalogue; fails (error 0x0200, this module) only when memory runs out outside
+// any one row or section.
+Result<Catalogue> build_catalogue() noexcept;
 
 // "137,138,139,445" (decimal ports separated by commas; runs of commas count as one) into
 // a new string list stored through ppList. 0, or -1 with a log line and nothing stored.

@@ -2,6 +2,7 @@
 // the current settings (FTP, NFS, SSH) or hand out a fixed range.
 #include <kovaserviceconf.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -10,13 +11,14 @@
 
 #include "foundation/guard.h"
 #include "foundation/log.h"
+#include "foundation/ports.h"
 #include "foundation/raii.h"
 #include "foundation/root_path.h"
-#include "firewall/port_list_push.h"
+#include "firewall/port_texts.h"
 
 namespace {
 
-using kova::fw::push;
+using kova::fw::Texts;
 
 // A display string of a table row: only its section and key are set.
 template <size_t S, size_t K>
@@ -46,37 +48,119 @@ int read_value(const std::string &path, const char *key, char (&buf)[kValueSize]
     return KVLIBCFileGetKeyValue(path.c_str(), key, buf, kValueSize, 0);
 }
 
-// Common start of every getter: checks the out-pointer and creates the list.
-kova::SzListPtr begin_list(KVLIB_SZLIST **ppList) {
+// Every getter: checks the out-pointer, computes its port texts and hands them out as one new
+// list, whole or not at all.
+template <class Compute>
+int port_getter(KVLIB_SZLIST **ppList, Compute &&compute) {
     if (ppList == nullptr) {
         KOVA_LOG("Bad parameters");
-        return nullptr;
+        return -1;
     }
-    kova::SzListPtr list(KVLIBCSzListAlloc(128));
-    if (!list) KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
-    return list;
-}
-
-int hand_out(kova::SzListPtr &list, KVLIB_SZLIST **ppList) {
-    *ppList = list.release();
+    Texts texts;
+    if (!compute(texts)) return -1;
+    KVLIB_SZLIST *list = kova::fw::to_list(texts);
+    if (list == nullptr) {
+        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
+        return -1;
+    }
+    *ppList = list;
     return 0;
 }
 
 // A port of the SSH settings: the value as a 32-bit integer, 22 when it is not a port.
 uint32_t ssh_setting_port(const char *text) {
-    const auto value = static_cast<int32_t>(std::strtol(text, nullptr, 10));
+    const auto value = static_cast<int32_t>(kova::ports::lenient_number(text));
     return (value >= 1 && value <= 65535) ? static_cast<uint32_t>(value) : 22u;
 }
 
-int fixed_range(KVLIB_SZLIST **ppList, int first, int last) {
-    kova::SzListPtr list = begin_list(ppList);
-    if (!list) return -1;
-    if (KOVAFwIsSupportPortRange() != 0) {
-        char range[32];
-        std::snprintf(range, sizeof range, "%d-%d", first, last);
-        push(list, range);
+std::string span_text(uint32_t first, uint32_t last) {
+    std::string text;
+    kova::ports::append_port(text, first);
+    text += '-';
+    kova::ports::append_port(text, last);
+    return text;
+}
+
+bool fixed_range(Texts &texts, uint32_t first, uint32_t last) {
+    if (KOVAFwIsSupportPortRange() != 0) texts.push_back(span_text(first, last));
+    return true;
+}
+
+bool ftp_ports(Texts &texts) {
+    const std::string info = kova::resolve(kova::paths::kInfoConf);
+    char port[kValueSize];
+    if (read_value(info, "ftpport", port) == -1) {
+        KOVA_LOG("Failed to get val of 'ftpport', errno=0x%X", KVLIBCErrGet());
+        return false;
     }
-    return hand_out(list, ppList);
+    texts.emplace_back(port[0] != '\0' ? port : "21");
+    if (KOVAFwIsSupportPortRange() == 0) return true;
+
+    char low[kValueSize];
+    char high[kValueSize];
+    const int low_ret = read_value(info, "ftplowport", low);
+    const int high_ret = read_value(info, "ftphighport", high);
+    if (low_ret == -1 || high_ret == -1) {
+        KOVA_LOG("Failed to get val of 'ftp low/high port', errno=0x%X", KVLIBCErrGet());
+        return false;
+    }
+    if (low_ret <= 0 || high_ret <= 0) return true;
+    if (std::strcmp(low, "0") == 0 || std::strcmp(high, "0") == 0) {
+        KOVA_FTP_PASSIVE_PORT passive{};
+        KOVAFTPDefaultPassivePortGet(&passive);
+        texts.push_back(span_text(static_cast<uint32_t>(passive.lowPort), static_cast<uint32_t>(passive.highPort)));
+    } else {
+        texts.push_back(std::string(low) + "-" + high);
+    }
+    return true;
+}
+
+bool nfs_ports(Texts &texts) {
+    texts = {"111", "892", "2049"};
+    const std::string nfs = kova::resolve(kova::paths::kNfsConf);
+    char value[kValueSize];
+    if (read_value(nfs, "nfs_custom_port_enable", value) < 0) {
+        KOVA_LOG("Failed to get val of 'nfs_custom_port_enable', errno=0x%X", KVLIBCErrGet());
+        return false;
+    }
+    if (std::strcmp(value, "yes") != 0) return true;
+    if (read_value(nfs, "statd_port", value) <= 0) {
+        KOVA_LOG("Failed to get val of 'NFS statd port', errno=0x%X", KVLIBCErrGet());
+        return false;
+    }
+    texts.emplace_back(value);
+    if (read_value(nfs, "nlm_port", value) <= 0) {
+        KOVA_LOG("Failed to get val of 'NFS nlm port', errno=0x%X", KVLIBCErrGet());
+        return false;
+    }
+    texts.emplace_back(value);
+    return true;
+}
+
+bool ssh_ports(Texts &texts) {
+    int32_t ssh = 0;
+    if (KOVAServiceSSHPortGet(&ssh) < 0) {
+        KOVA_LOG("Failed to get ssh_port");
+        return false;
+    }
+    const std::string info = kova::resolve(kova::paths::kInfoConf);
+    char value[kValueSize];
+    if (read_value(info, "sftpPort", value) < 0) {
+        KOVA_LOG("Failed to get sftpPort of kovainfo.conf. " KOVA_ERRFMT, KOVA_ERRARGS);
+        return false;
+    }
+    const uint32_t sftp = ssh_setting_port(value);
+    if (read_value(info, "rsync_sshd_port", value) < 0) {
+        KOVA_LOG("Failed to get rsync_sshd_port of kovainfo.conf. " KOVA_ERRFMT, KOVA_ERRARGS);
+        return false;
+    }
+    const uint32_t rsync = ssh_setting_port(value);
+    // Each port once, in this order.
+    for (const uint32_t port : {static_cast<uint32_t>(ssh), sftp, rsync}) {
+        std::string text = std::to_string(port);
+        if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.push_back(std::move(text));
+    }
+    return true;
 }
 
 }  // namespace
@@ -125,121 +209,23 @@ int KOVAFwIsSupportPortRange(void) {
 }
 
 int KOVAFwPortsFTP(KVLIB_SZLIST **ppList) {
-    return KOVA_GUARDED(-1, [&] {
-        kova::SzListPtr list = begin_list(ppList);
-        if (!list) return -1;
-        const std::string info = kova::resolve(kova::paths::kInfoConf);
-
-        char port[kValueSize];
-        if (read_value(info, "ftpport", port) == -1) {
-            KOVA_LOG("Failed to get val of 'ftpport', errno=0x%X", KVLIBCErrGet());
-            return -1;
-        }
-        push(list, port[0] != '\0' ? port : "21");
-        if (KOVAFwIsSupportPortRange() == 0) return hand_out(list, ppList);
-
-        char low[kValueSize];
-        char high[kValueSize];
-        const int low_ret = read_value(info, "ftplowport", low);
-        const int high_ret = read_value(info, "ftphighport", high);
-        if (low_ret == -1 || high_ret == -1) {
-            KOVA_LOG("Failed to get val of 'ftp low/high port', errno=0x%X", KVLIBCErrGet());
-            return -1;
-        }
-        if (low_ret <= 0 || high_ret <= 0) return hand_out(list, ppList);
-
-        char range[2 * kValueSize + 16];
-        if (std::strcmp(low, "0") == 0 || std::strcmp(high, "0") == 0) {
-            KOVA_FTP_PASSIVE_PORT passive{};
-            KOVAFTPDefaultPassivePortGet(&passive);
-            std::snprintf(range, sizeof range, "%d-%d", passive.lowPort, passive.highPort);
-        } else {
-            std::snprintf(range, sizeof range, "%s-%s", low, high);
-        }
-        push(list, range);
-        return hand_out(list, ppList);
-    });
+    return KOVA_GUARDED(-1, [&] { return port_getter(ppList, ftp_ports); });
 }
 
 int KOVAFwPortsNFS(KVLIB_SZLIST **ppList) {
-    return KOVA_GUARDED(-1, [&] {
-        kova::SzListPtr list = begin_list(ppList);
-        if (!list) return -1;
-
-        kova::CStrPtr fixed(strdup("111,892,2049"));
-        if (!fixed) {
-            KOVA_LOG("Failed to strdup, errno=0x%X", KVLIBCErrGet());
-            return -1;
-        }
-        char *save = nullptr;
-        for (char *tok = strtok_r(fixed.get(), ",", &save); tok != nullptr; tok = strtok_r(nullptr, ",", &save)) {
-            if (push(list, tok) < 0) return -1;
-        }
-
-        const std::string nfs = kova::resolve(kova::paths::kNfsConf);
-        char value[kValueSize];
-        if (read_value(nfs, "nfs_custom_port_enable", value) < 0) {
-            KOVA_LOG("Failed to get val of 'nfs_custom_port_enable', errno=0x%X", KVLIBCErrGet());
-            return -1;
-        }
-        if (std::strcmp(value, "yes") != 0) return hand_out(list, ppList);
-
-        if (read_value(nfs, "statd_port", value) <= 0) {
-            KOVA_LOG("Failed to get val of 'NFS statd port', errno=0x%X", KVLIBCErrGet());
-            return -1;
-        }
-        if (push(list, value) < 0) return -1;
-        if (read_value(nfs, "nlm_port", value) <= 0) {
-            KOVA_LOG("Failed to get val of 'NFS nlm port', errno=0x%X", KVLIBCErrGet());
-            return -1;
-        }
-        if (push(list, value) < 0) return -1;
-        return hand_out(list, ppList);
-    });
+    return KOVA_GUARDED(-1, [&] { return port_getter(ppList, nfs_ports); });
 }
 
 int KOVAFwPortsSSH(KVLIB_SZLIST **ppList) {
-    return KOVA_GUARDED(-1, [&] {
-        kova::SzListPtr list = begin_list(ppList);
-        if (!list) return -1;
-
-        int32_t ssh = 0;
-        if (KOVAServiceSSHPortGet(&ssh) < 0) {
-            KOVA_LOG("Failed to get ssh_port");
-            return -1;
-        }
-        const std::string info = kova::resolve(kova::paths::kInfoConf);
-        char value[kValueSize];
-        if (read_value(info, "sftpPort", value) < 0) {
-            KOVA_LOG("Failed to get sftpPort of kovainfo.conf. " KOVA_ERRFMT, KOVA_ERRARGS);
-            return -1;
-        }
-        const uint32_t sftp = ssh_setting_port(value);
-        if (read_value(info, "rsync_sshd_port", value) < 0) {
-            KOVA_LOG("Failed to get rsync_sshd_port of kovainfo.conf. " KOVA_ERRFMT, KOVA_ERRARGS);
-            return -1;
-        }
-        const uint32_t rsync = ssh_setting_port(value);
-
-        const uint32_t ports[3] = {static_cast<uint32_t>(ssh), sftp, rsync};
-        for (size_t i = 0; i < 3; ++i) {
-            bool seen = false;
-            for (size_t j = 0; j < i; ++j) seen = seen || ports[j] == ports[i];
-            if (seen) continue;
-            char text[16];
-            std::snprintf(text, sizeof text, "%u", ports[i]);
-            push(list, text);
-        }
-        return hand_out(list, ppList);
-    });
+    return KOVA_GUARDED(-1, [&] { return port_getter(ppList, ssh_ports); });
 }
 
 int KOVAFwPortsSurveillanceCamSearch(KVLIB_SZLIST **ppList) {
-    return KOVA_GUARDED(-1, [&] { return fixed_range(ppList, 55900, 55910); });
+    return KOVA_GUARDED(-1, [&] { return port_getter(ppList, [](Texts &t) { return fixed_range(t, 55900, 55910); }); });
 }
 
 int KOVAFwPortsMFP(KVLIB_SZLIST **ppList) {
-    return KOVA_GUARDED(-1, [&] { return fixed_range(ppList, 3240, 3259); });
+    return KOVA_GUARDED(-1, [&] { return port_getter(ppList, [](Texts &t) { return fixed_range(t, 3240, 3259); }); });
 }
 
 }  // extern "C"

@@ -21,6 +21,9 @@ struct Failure {
 // A failure that leaves the error state as it is (the platform or an earlier step set it).
 #define KOVA_FAILURE_KEEP (::kova::Failure{0, __FILE_NAME__, __LINE__})
 
+// A failure's code, module and line, for a log line's "[0x%04X %s:%d]".
+#define KOVA_FAILURE_ARGS(f) (f).code, (f).module, (f).line
+
 template <class T>
 class [[nodiscard]] Result {
 public:

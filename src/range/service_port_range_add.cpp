@@ -16,37 +16,18 @@
 namespace kova::range {
 namespace {
 
-// Port arithmetic is done in 64 bits so that "end + 1" of port 0xFFFFFFFF does not wrap.
-uint64_t after(uint32_t port) {
-    return static_cast<uint64_t>(port) + 1;
-}
-
-bool begins_before(const Span &a, const Span &b) {
-    return a.begin < b.begin;
-}
-
 void set_node(KOVA_SERVICE_CONF_PORT *node, const Span &s) {
     node->direction = 0;
     node->protocol = 0;
-    node->beginPort = s.begin;
-    node->endPort = s.end;
-    node->type = s.begin != s.end ? 1 : 0;
+    node->beginPort = s.first;
+    node->endPort = s.last;
+    node->type = s.first != s.last ? 1 : 0;
 }
 
 // Frees one node that has been unlinked from its list.
 void free_node(KOVA_SERVICE_CONF_PORT *node) {
     node->next = nullptr;
     KOVAServiceConfPortsFree(node);
-}
-
-// Appends `s` to a sorted run of disjoint spans, fusing it with the last one when they
-// overlap or touch.
-void push_merged(std::vector<Span> &out, const Span &s) {
-    if (!out.empty() && s.begin <= after(out.back().end)) {
-        out.back().end = std::max(out.back().end, s.end);
-        return;
-    }
-    out.push_back(s);
 }
 
 }  // namespace
@@ -66,25 +47,11 @@ int add_spans(KVLIB_PORT_RANGE *set, std::vector<Span> &spans) noexcept {
     try {
         // The set's own nodes, as spans and as a pool of nodes to reuse.
         std::vector<KOVA_SERVICE_CONF_PORT *> pool;
-        std::vector<Span> old;
         for (KOVA_SERVICE_CONF_PORT *n = set->head; n != nullptr; n = n->next) {
             pool.push_back(n);
-            old.push_back(span_of(n->type, n->beginPort, n->endPort));
+            spans.push_back(span_of(n->type, n->beginPort, n->endPort));
         }
-        if (!std::is_sorted(old.begin(), old.end(), begins_before))
-            std::stable_sort(old.begin(), old.end(), begins_before);
-        if (!std::is_sorted(spans.begin(), spans.end(), begins_before))
-            std::stable_sort(spans.begin(), spans.end(), begins_before);
-
-        std::vector<Span> merged;
-        merged.reserve(old.size() + spans.size());
-        size_t i = 0, j = 0;
-        while (i < old.size() || j < spans.size()) {
-            if (j == spans.size() || (i < old.size() && old[i].begin <= spans[j].begin))
-                push_merged(merged, old[i++]);
-            else
-                push_merged(merged, spans[j++]);
-        }
+        const std::vector<Span> merged = kova::ports::merge(std::move(spans));
 
         // Every allocation happens before the list is touched, so a failure leaves it as it was.
         const size_t owned = pool.size();
@@ -137,11 +104,11 @@ int KVLIBPortRangeAdd(KVLIB_PORT_RANGE *pRange, KOVA_SERVICE_CONF_PORT *pEntry) 
     // A single entry from the port-list parser carries 0 as its end port: make it a range of one.
     if (pEntry->type == 0) pEntry->endPort = pEntry->beginPort;
     const Span s = kova::range::span_of(pEntry->type, pEntry->beginPort, pEntry->endPort);
-    const uint64_t end_after = static_cast<uint64_t>(s.end) + 1;
+    const uint64_t end_after = static_cast<uint64_t>(s.last) + 1;
 
     // Pass every node that ends more than one port before the new range.
     KOVA_SERVICE_CONF_PORT **link = &pRange->head;
-    while (*link != nullptr && static_cast<uint64_t>((*link)->endPort) + 1 < s.begin) link = &(*link)->next;
+    while (*link != nullptr && static_cast<uint64_t>((*link)->endPort) + 1 < s.first) link = &(*link)->next;
 
     auto *node = kova::calloc_record<KOVA_SERVICE_CONF_PORT>();
     if (node == nullptr) {
@@ -149,8 +116,8 @@ int KVLIBPortRangeAdd(KVLIB_PORT_RANGE *pRange, KOVA_SERVICE_CONF_PORT *pEntry) 
         return -1;
     }
     KOVA_SERVICE_CONF_PORT *n = *link;
-    node->beginPort = n != nullptr ? std::min(n->beginPort, s.begin) : s.begin;
-    node->endPort = s.end;
+    node->beginPort = n != nullptr ? std::min(n->beginPort, s.first) : s.first;
+    node->endPort = s.last;
     node->next = n;
     *link = node;
     ++pRange->count;

@@ -2,24 +2,29 @@
 #include <kovaserviceconf.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
+#include <string_view>
 #include <new>
 #include <vector>
 
 #include "foundation/log.h"
-#include "foundation/raii.h"
+#include "foundation/ports.h"
 #include "range/port_range_internal.h"
 
-namespace {
+namespace kova::range {
 
-// Decimal conversion without validation: leading white space and a sign are accepted, the
-// digits end at the first other character, no digits give 0; kept as a 32-bit number.
-uint32_t to_port(const char *text) {
-    return static_cast<uint32_t>(std::strtol(text, nullptr, 10));
+std::vector<Span> import_spans(std::string_view text) {
+    std::vector<Span> spans;
+    ports::each_piece(text, ",", [&](std::string_view piece) {
+        const ports::Item item = ports::split_item(ports::trim(piece), ':');
+        const auto first = static_cast<uint32_t>(ports::lenient_number(item.first));
+        spans.push_back(item.joined ? span_of(1, first, static_cast<uint32_t>(ports::lenient_number(item.last)))
+                                    : span_of(0, first, first));
+        return true;
+    });
+    return spans;
 }
 
-}  // namespace
+}  // namespace kova::range
 
 extern "C" {
 
@@ -28,31 +33,11 @@ int KVLIBPortRangeImport(KVLIB_PORT_RANGE *pRange, const char *szPorts) {
         KOVA_LOG("Bad parameters.");
         return -1;
     }
-    kova::CStrPtr copy(strdup(szPorts));
-    if (copy == nullptr) {
-        KOVA_LOG("Out of memory.");
-        return -1;
-    }
-
     // The items are collected and added in one merge; the set is the one that adding them
-    // one by one gives, also when an item ends the call early.
+    // one by one gives.
     std::vector<kova::range::Span> spans;
-    int result = 0;
     try {
-        char *cursor = copy.get();
-        for (char *item = KVLIBCStrTokIndex(&cursor, ","); item != nullptr; item = KVLIBCStrTokIndex(&cursor, ",")) {
-            if (KVLIBCStrTrimSpace(item, 0) < 0) {
-                result = -1;
-                break;
-            }
-            if (char *colon = std::strchr(item, ':'); colon != nullptr) {
-                *colon = '\0';
-                spans.push_back(kova::range::span_of(1, to_port(item), to_port(colon + 1)));
-            } else {
-                const uint32_t port = to_port(item);
-                spans.push_back(kova::range::span_of(0, port, port));
-            }
-        }
+        spans = kova::range::import_spans(szPorts);
     } catch (const std::bad_alloc &) {
         kova::range::log_add_out_of_memory();
         KOVA_LOG("Failed to KVLIBPortRangeAdd().");
@@ -62,7 +47,7 @@ int KVLIBPortRangeImport(KVLIB_PORT_RANGE *pRange, const char *szPorts) {
         KOVA_LOG("Failed to KVLIBPortRangeAdd().");
         return -1;
     }
-    return result;
+    return 0;
 }
 
 }  // extern "C"

@@ -37,7 +37,7 @@ int KVLIBPortRangeRemove(KVLIB_PORT_RANGE *pRange, const KOVA_SERVICE_CONF_PORT 
         kova::range::span_of(backwards && pEntry->type == 0 ? 0 : 1, pEntry->beginPort, pEntry->endPort);
 
     KOVA_SERVICE_CONF_PORT **link = &pRange->head;
-    while (*link != nullptr && (*link)->endPort < s.begin) link = &(*link)->next;
+    while (*link != nullptr && (*link)->endPort < s.first) link = &(*link)->next;
     KOVA_SERVICE_CONF_PORT *first = *link;
     if (first == nullptr) {
         KOVA_LOG("Can't find entry to remove in the list");
@@ -46,10 +46,10 @@ int KVLIBPortRangeRemove(KVLIB_PORT_RANGE *pRange, const KOVA_SERVICE_CONF_PORT 
 
     // At most two nodes are made: the part of the first node below the range and the part of
     // the last node above it. Both are allocated before the list changes.
-    const bool keep_below = s.begin > first->beginPort;
+    const bool keep_below = s.first > first->beginPort;
     bool keep_above = false;
-    for (const KOVA_SERVICE_CONF_PORT *t = first; t != nullptr && t->beginPort <= s.end; t = t->next) {
-        if (s.end < t->endPort) {
+    for (const KOVA_SERVICE_CONF_PORT *t = first; t != nullptr && t->beginPort <= s.last; t = t->next) {
+        if (s.last < t->endPort) {
             keep_above = true;
             break;
         }
@@ -59,23 +59,23 @@ int KVLIBPortRangeRemove(KVLIB_PORT_RANGE *pRange, const KOVA_SERVICE_CONF_PORT 
     if ((keep_below && below == nullptr) || (keep_above && above == nullptr)) return -1;
 
     if (keep_below) {
-        fill(below.get(), first->beginPort, s.begin - 1);
+        fill(below.get(), first->beginPort, s.first - 1);
         below->next = first;
         *link = below.get();
         link = &below.release()->next;
         ++pRange->count;
     }
     KOVA_SERVICE_CONF_PORT *t = first;
-    while (t != nullptr && t->beginPort <= s.end) {
+    while (t != nullptr && t->beginPort <= s.last) {
         KOVA_SERVICE_CONF_PORT *following = t->next;
-        if (s.end >= t->endPort) {
+        if (s.last >= t->endPort) {
             *link = following;
             free_node(t);
             --pRange->count;
             t = following;
             continue;
         }
-        fill(above.get(), s.end + 1, t->endPort);
+        fill(above.get(), s.last + 1, t->endPort);
         above->next = following;
         *link = above.release();
         free_node(t);

@@ -23,7 +23,8 @@ c++ -x c++ -std=c++17 -Wall -Wextra -pedantic -Werror $cflags -c "$work/h.c" -o 
 # shellcheck disable=SC2086
 cc -std=c99 -Wall -Wextra -pedantic -Werror $extra "$src/client.c" -o "$work/client" $cflags $libs
 mkdir -p "$work/root"
-KOVA_ROOT="$work/root" KOVA_LOG_FILE="$work/log" "$work/client" "$work/log"
+# The .pc file injects no rpath: the client finds the installed libraries as any program would.
+LD_LIBRARY_PATH="$(dirname "$pcdir")" KOVA_ROOT="$work/root" KOVA_LOG_FILE="$work/log" "$work/client" "$work/log"
 echo "installed client ok"
 
 # The CMake package: find_package(KovaServiceConf) and the imported target.

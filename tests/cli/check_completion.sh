@@ -23,10 +23,14 @@ expect() {
     fi
 }
 expect "remove remove-section" kova-svc re
-expect "--json --root --help --near --count --proto" kova-svc free --root "$root" --
+expect "--json --root --no-header --verbose --help --near --count --proto" kova-svc free --root "$root" --
 expect "--listening" kova-svc sockets --l
 expect "tcp udp" kova-svc free --proto ""
 expect "services,reserved" kova-svc check 80 --sources services,re
+expect "forward,services forward,reserved forward,in-use" kova-svc check 80 --sources forward,
+expect "svc-a svc-b" kova-svc --root = "$root" show svc-
+expect "svc-a svc-b" kova-svc set-ports --root = "$root" pkg.sc ""
+HOME=$(dirname "$root") expect "pkg.sc" kova-svc --root "~/$(basename "$root")" remove ""
 expect "pkg.sc" kova-svc --root "$root" remove ""
 expect "svc-a svc-b" kova-svc --root "$root" set-ports pkg.sc ""
 expect "svc-a svc-b" kova-svc --root "$root" show svc-

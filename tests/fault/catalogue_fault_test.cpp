@@ -42,9 +42,6 @@ KOVA_FAULT_MODES(CatalogueFaultTest);
 // Rows and sections whose records cannot be made are left out; every record that is listed is
 // whole, and the count is the length of the list.
 TEST_P(CatalogueFaultTest, FirewallServiceEnum) {
-    GTEST_SKIP() << "known: KOVAFwPortsFTP (src/firewall/firewall_service_register.cpp) ignores a failed push "
-                    "and hands out a partial port list (\"55536-55899\" without \"21\", or \"21\" without the "
-                    "passive range); KOVAFwPortsSSH and fixed_range do the same";
     std::map<std::string, std::string> expected;
     {
         KOVA_FW_SERVICE *ref = nullptr;
@@ -90,6 +87,29 @@ TEST_P(CatalogueFaultTest, FirewallServiceEnum) {
                        return injected ? rc >= 0 : rc == 17;
                    },
                    [&] { KOVAFwServiceFree(list); }, [] {}});
+}
+
+// A port getter hands out its whole list or nothing ("ftp" never listed with part of its ports).
+TEST_P(CatalogueFaultTest, PortGettersAllOrNothing) {
+    for (const auto &[name, getter] : {std::pair<const char *, KOVA_FW_PORTS_GETTER>{"KOVAFwPortsFTP", KOVAFwPortsFTP},
+                                       {"KOVAFwPortsSSH", KOVAFwPortsSSH},
+                                       {"KOVAFwPortsMFP", KOVAFwPortsMFP}}) {
+        KVLIB_SZLIST *list = nullptr;
+        ASSERT_EQ(getter(&list), 0) << name;
+        const std::string whole = items(list);
+        KVLIBCSzListFree(list);
+        int rc = 0;
+        expect_robust(name, {[&] { list = nullptr; }, [&] { rc = getter(&list); },
+                             [&](bool) {
+                                 if (rc == -1) {
+                                     EXPECT_EQ(list, nullptr);
+                                     return false;
+                                 }
+                                 EXPECT_EQ(items(list), whole);
+                                 return rc == 0;
+                             },
+                             [&] { KVLIBCSzListFree(list); }, [] {}});
+    }
 }
 
 // Catalogue services and reserved ports (0x0C): "445" is the built-in SMB service, "21" the

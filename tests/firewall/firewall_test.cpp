@@ -217,17 +217,6 @@ TEST_F(Fw, SupportedFromDefaultsFile) {
     EXPECT_EQ(flags, "11011110101111111011");
 }
 
-TEST_F(Fw, ExampleRootCatalogue) {
-    const std::string example = std::string(KOVA_SOURCE_DIR) + "/examples/root";
-    if (!std::filesystem::exists(example + "/etc/kovainfo.conf")) GTEST_SKIP() << "no example root";
-    setenv("KOVA_ROOT", example.c_str(), 1);
-    const Texts all = names(enumerate().get());
-    ASSERT_GE(all.size(), kBuiltIn.size());
-    EXPECT_EQ(Texts(all.end() - static_cast<long>(kBuiltIn.size()), all.end()), kBuiltIn);
-    // Only the reader complains (of the example's deliberately broken file): every getter setting is valid.
-    for (const std::string &line : log()) EXPECT_EQ(line.rfind("service_conf_", 0), 0u) << line;
-}
-
 // Fixed port texts of the table: anything but digits is refused.
 TEST_F(Fw, PortTextConverter) {
     KVLIB_SZLIST *list = nullptr;

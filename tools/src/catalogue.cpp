@@ -72,28 +72,31 @@ ServiceSource builtin_source(const char *name) {
     return {};
 }
 
+void text_or_null(Json &json, const std::string &text) {
+    if (text.empty())
+        json.null();
+    else
+        json.string(text);
+}
+
 void string_json(Json &json, const KOVA_SERVICE_STRING &s, bool with_extra) {
     json.begin_object();
     json.key("text").string(s.text);
-    if (with_extra) json.key("extra_text").string(s.extraText);
-    json.key("string_key").string(string_key(s));
-    json.key("prefix").string(s.prefix);
-    json.key("section").string(s.section);
-    json.key("key").string(s.key);
+    if (with_extra) {
+        json.key("extra_text");
+        text_or_null(json, s.extraText);
+    }
+    json.key("key");
+    text_or_null(json, string_key(s));
     json.end_object();
 }
 
 void ports_json(Json &json, unsigned int flags, const KVLIB_SZLIST *items) {
-    if (items == nullptr) {
+    if (items == nullptr || items->nItem == 0) {
         json.null();
         return;
     }
-    json.begin_object();
-    json.key("protocol").string(protocol_names(flags));
-    json.key("ports").begin_array();
-    for (const auto &item : list_items(items)) json.string(item);
-    json.end_array();
-    json.end_object();
+    port_list_json(json, flags, item_runs(sorted_items(items)));
 }
 
 }  // namespace
@@ -171,11 +174,9 @@ void service_json(Json &json, const CatalogueEntry &entry) {
     json.key("name").string(s.name);
     json.key("origin").string(origin_name(entry.source.origin));
     json.key("file");
-    if (entry.source.file.empty())
-        json.null();
-    else
-        json.string(entry.source.file);
-    json.key("support_key").string(entry.source.support_key);
+    text_or_null(json, entry.source.file);
+    json.key("support_key");
+    text_or_null(json, entry.source.support_key);
     json.key("supported").boolean(s.supported != 0);
     json.key("port_forward").boolean(s.portForward != 0);
     json.key("shadowed").boolean(entry.shadowed);

@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "json.h"
+#include "session.h"
 #include "ports_text.h"
 #include "status.h"
 
@@ -99,7 +100,8 @@ std::string port_list_text(const std::vector<unsigned int> &ports) {
 bool passes_check(BusyPorts &busy, const std::string &ports, const std::string &protocol) {
     ConflictList colliding;
     clear_library_error();
-    int verdict = KVLIBIsPortConflict("", ports.c_str(), protocol.c_str(), kAllSources, colliding.out());
+    int sources = session().offline() ? kAllSources & ~KOVA_PORT_CHECK_IN_USE : kAllSources;
+    int verdict = KVLIBIsPortConflict("", ports.c_str(), protocol.c_str(), sources, colliding.out());
     if (verdict < 0) fail_with_library_error("the conflict check of " + ports + "/" + protocol + " failed");
     for (const auto &run : conflict_runs(colliding.head())) busy.mark(run);
     return verdict == 0;
@@ -125,8 +127,11 @@ int run_free(const Args &args) {
 
     BusyPorts busy(flags);
     mark_configured(busy, protocol);
-    bool in_use_checked = mark_in_use(busy);
-    if (!in_use_checked) warn("the ports in use could not be read; suggesting from the configuration only");
+    bool in_use_checked = false;
+    if (session().offline())
+        session().note_offline();
+    else if (!(in_use_checked = mark_in_use(busy)))
+        warn("the ports in use could not be read; suggesting from the configuration only");
 
     std::vector<unsigned int> ports;
     for (int round = 0;; ++round) {
@@ -160,16 +165,19 @@ int run_free(const Args &args) {
         Json json(std::cout);
         json.begin_object();
         json.key("near").number(near);
-        json.key("protocol").string(protocol);
+        json.key("protocols");
+        protocols_json(json, flags);
         json.key("count");
         if (count)
             json.number(*count);
         else
             json.null();
-        json.key("ports").begin_array();
-        for (unsigned int p : ports) json.number(p);
-        json.end_array();
-        json.key("in_use_checked").boolean(in_use_checked);
+        std::vector<PortRun> runs;
+        for (unsigned int p : ports) runs.push_back({p, p});
+        json.key("ports");
+        runs_json(json, merged(runs));
+        json.key("in_use_known").boolean(in_use_checked);
+        warnings_json(json);
         json.end_object().finish();
     } else {
         for (unsigned int p : ports) std::cout << p << '\n';

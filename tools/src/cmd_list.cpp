@@ -7,6 +7,7 @@
 #include "catalogue.h"
 #include "commands.h"
 #include "json.h"
+#include "session.h"
 #include "ports_text.h"
 #include "status.h"
 #include "table.h"
@@ -43,7 +44,9 @@ int run_list(const Args &args) {
         Json json(std::cout);
         json.begin_object().key("services").begin_array();
         for (const auto &e : cat.entries()) service_json(json, e);
-        json.end_array().end_object().finish();
+        json.end_array();
+        warnings_json(json);
+        json.end_object().finish();
         return kExitOk;
     }
     if (args.has("--names")) {

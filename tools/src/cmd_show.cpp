@@ -4,7 +4,9 @@
 
 #include "catalogue.h"
 #include "commands.h"
+#include "holders.h"
 #include "json.h"
+#include "session.h"
 #include "ports_text.h"
 #include "status.h"
 #include "table.h"
@@ -25,13 +27,38 @@ void print_field(const std::string &label, const std::string &value) {
     print_labelled(std::cout, label + ":", value, 14);
 }
 
+// A name that the catalogue does not have but the system reserves ports for.
+int show_reserved(const Args &args, const std::string &name) {
+    std::vector<Holder> ports = reserved_ports_named(name);
+    if (ports.empty())
+        throw Failure("no service named '" + name + "' in the catalogue", "",
+                      "'kova-svc list --names' lists the services");
+    if (args.json()) {
+        Json json(std::cout);
+        json.begin_object().key("service").null();
+        json.key("reserved").begin_array();
+        for (const auto &h : ports) holder_json(json, h);
+        json.end_array();
+        json.key("hidden").begin_array().end_array();
+        warnings_json(json);
+        json.end_object().finish();
+        return kExitOk;
+    }
+    print_field("Name", name);
+    print_field("Kind", "reserved port, not a service: the system keeps it for its own use");
+    for (const auto &h : ports)
+        print_field("Reserved", run_text(h.run) + "/" + protocol_names(h.protocols) + " (" + h.setting +
+                                    (h.file.empty() ? "" : " in " + h.file) + ")");
+    return kExitOk;
+}
+
 }  // namespace
 
 int run_show(const Args &args) {
     const std::string &name = args.operands()[0];
     Catalogue cat = Catalogue::load();
     const CatalogueEntry *entry = cat.find(name);
-    if (entry == nullptr) throw Failure("no service named '" + name + "' in the catalogue");
+    if (entry == nullptr) return show_reserved(args, name);
 
     std::vector<const CatalogueEntry *> hidden;
     for (const auto &e : cat.entries())
@@ -41,6 +68,7 @@ int run_show(const Args &args) {
         Json json(std::cout);
         json.begin_object().key("service");
         service_json(json, *entry);
+        json.key("reserved").begin_array().end_array();
         json.key("hidden").begin_array();
         for (const auto *h : hidden) {
             json.begin_object().key("origin").string(origin_name(h->source.origin)).key("file");
@@ -50,7 +78,9 @@ int run_show(const Args &args) {
                 json.string(h->source.file);
             json.end_object();
         }
-        json.end_array().end_object().finish();
+        json.end_array();
+        warnings_json(json);
+        json.end_object().finish();
         return kExitOk;
     }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -11,8 +12,10 @@
 
 #include "catalogue.h"
 #include "commands.h"
+#include "holders.h"
 #include "json.h"
 #include "ports_text.h"
+#include "session.h"
 #include "status.h"
 
 namespace kovasvc {
@@ -21,18 +24,18 @@ namespace {
 
 constexpr size_t kTextField = sizeof(KOVA_SERVICE_STRING{}.text);
 constexpr size_t kCatalogueName = sizeof(KOVA_FW_SERVICE{}.name);
-constexpr size_t kMaxNamedPorts = 4096;  // ports per section looked up by name in a collision
 
 struct Finding {
     std::string section;  // empty: the file as a whole
     std::string severity;
     std::string message;
+    std::string key;  // the key the finding is about, if any
 };
 
 struct Collision {
     std::string section;
-    PortRun run;
-    std::vector<std::string> services;
+    std::vector<PortRun> runs;
+    HolderReport named;
 };
 
 struct SectionResult {
@@ -47,11 +50,17 @@ public:
     int run(bool json);
 
 private:
-    void error(const std::string &section, const std::string &message) { add(section, "error", message); }
-    void warning(const std::string &section, const std::string &message) { add(section, "warning", message); }
-    void add(const std::string &section, const char *severity, const std::string &message) {
-        findings_.push_back({section, severity, message});
+    void error(const std::string &section, const std::string &message, const std::string &key = "") {
+        add(section, "error", message, key);
     }
+    void warning(const std::string &section, const std::string &message, const std::string &key = "") {
+        add(section, "warning", message, key);
+    }
+    void add(const std::string &section, const char *severity, const std::string &message, const std::string &key) {
+        findings_.push_back({section, severity, message, key});
+    }
+    void read_lines();
+    size_t line_of(const std::string &section, const std::string &key) const;
 
     std::vector<std::string> section_names();
     void read_whole_file();
@@ -70,6 +79,8 @@ private:
     std::vector<Finding> findings_;
     std::vector<Collision> collisions_;
     std::optional<Catalogue> catalogue_;
+    std::map<std::string, size_t> section_lines_;                      // first "[name]" line
+    std::map<std::pair<std::string, std::string>, size_t> key_lines_;  // last "key=" line of a section
 };
 
 std::string base_name(const std::string &path) {
@@ -96,19 +107,49 @@ std::vector<const KOVA_SERVICE_CONF_PORT *> text_order(const KOVA_SERVICE_CONF_P
     return entries;
 }
 
-void ports_json(Json &json, const KOVA_SERVICE_CONF_PORT *list) {
-    if (list == nullptr) {
-        json.null();
-        return;
-    }
-    json.begin_object().key("protocol").string(protocol_names(list->protocol)).key("ports").begin_array();
+std::vector<PortRun> list_runs(const KOVA_SERVICE_CONF_PORT *list) {
+    std::vector<PortRun> runs;
     for (const auto *p : text_order(list))
-        json.string(p->type == 1 ? std::to_string(p->beginPort) + "-" + std::to_string(p->endPort)
-                                 : std::to_string(p->beginPort));
-    json.end_array().end_object();
+        runs.push_back(p->type == 1 ? PortRun{std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)}
+                                    : PortRun{p->beginPort, p->beginPort});
+    return runs;
+}
+
+void ports_json(Json &json, const KOVA_SERVICE_CONF_PORT *list) {
+    if (list == nullptr)
+        json.null();
+    else
+        port_list_json(json, list->protocol, list_runs(list));
+}
+
+std::string trimmed(const std::string &text) {
+    size_t b = text.find_first_not_of(" \t\r"), e = text.find_last_not_of(" \t\r");
+    return b == std::string::npos ? "" : text.substr(b, e - b + 1);
 }
 
 }  // namespace
+
+void Validation::read_lines() {
+    std::ifstream in(file_);
+    std::string line, section;
+    for (size_t n = 1; std::getline(in, line); ++n) {
+        std::string t = trimmed(line);
+        if (t.empty() || t[0] == '#' || t[0] == ';') continue;
+        if (t.front() == '[' && t.back() == ']') {
+            section = t.substr(1, t.size() - 2);
+            section_lines_.emplace(section, n);
+        } else if (size_t eq = t.find('='); eq != std::string::npos) {
+            key_lines_[{section, trimmed(t.substr(0, eq))}] = n;
+        }
+    }
+}
+
+size_t Validation::line_of(const std::string &section, const std::string &key) const {
+    if (!key.empty())
+        if (auto it = key_lines_.find({section, key}); it != key_lines_.end()) return it->second;
+    if (auto it = section_lines_.find(section); it != section_lines_.end()) return it->second;
+    return 1;
+}
 
 std::vector<std::string> Validation::section_names() {
     SzListPtr names(KVLIBCSzListAlloc(1024));
@@ -116,7 +157,7 @@ std::vector<std::string> Validation::section_names() {
     KVLIB_SZLIST *raw = names.get();
     clear_library_error();
     int n = KVLIBCFileEnumSection(file_.c_str(), &raw);
-    if (n < 0) fail_with_library_error("cannot read " + file_);
+    if (n < 0) fail_with_library_error("cannot read " + file_, file_);
     return list_items(raw);
 }
 
@@ -146,7 +187,10 @@ void Validation::diagnose(const std::string &name, const KVLIB_SZHASH *keys) {
         KOVA_SERVICE_CONF_PORT *ports = nullptr;
         clear_library_error();
         if (KOVAServiceConfPortsGet(value, 0, &ports) != 0)
-            error(name, std::string("\"") + key + "\" value '" + value + "' is not a port list: " + library_error());
+            error(
+                name,
+                std::string("\"") + key + "\" value '" + value + "' is not a port list: " + error_words(KVLIBCErrGet()),
+                key);
         KOVAServiceConfPortsFree(ports);
     }
     if (findings_.size() == before) error(name, "the reader refuses the section (see the system log)");
@@ -159,19 +203,23 @@ void Validation::warn_about(const std::string &name, const KVLIB_SZHASH *keys,
     for (const char *key : {"title", "desc", "desc_extra"}) {
         const char *value = hash_value(keys, key);
         if (value != nullptr && std::strlen(value) >= kTextField)
-            warning(name, std::string("\"") + key + "\" is longer than " + std::to_string(kTextField - 1) +
-                              " bytes and is cut");
+            warning(
+                name,
+                std::string("\"") + key + "\" is longer than " + std::to_string(kTextField - 1) + " bytes and is cut",
+                key);
     }
     const char *dst = hash_value(keys, "dst.ports");
     if (dst != nullptr && std::strchr(dst, '/') == nullptr)
-        warning(name, "\"dst.ports\" names no protocol: the install-time conflict check does not compare it");
+        warning(name, "\"dst.ports\" names no protocol: the install-time conflict check does not compare it",
+                "dst.ports");
     if (parsed == nullptr) return;
     for (const auto *list : {parsed->dstPort, parsed->srcPort}) {
         for (const auto *p : text_order(list))
             if (p->type == 1 && p->beginPort > p->endPort)
-                warning(name, std::string("\"") + (p->direction == 1 ? "dst" : "src") +
-                                  ".ports\" has the backwards range " + std::to_string(p->beginPort) + ":" +
-                                  std::to_string(p->endPort));
+                warning(name,
+                        std::string("\"") + (p->direction == 1 ? "dst" : "src") + ".ports\" has the backwards range " +
+                            std::to_string(p->beginPort) + ":" + std::to_string(p->endPort),
+                        p->direction == 1 ? "dst.ports" : "src.ports");
     }
 }
 
@@ -195,7 +243,7 @@ void Validation::check_collisions(const SectionResult &section) {
     clear_library_error();
     if (KVLIBServiceConfPortsToStr(s->dstPort, ports.data(), static_cast<int>(ports.size()), protocol.data(),
                                    static_cast<int>(protocol.size())) != 0) {
-        warning(section.name, "the ports cannot be compared: " + library_error());
+        warning(section.name, "the ports cannot be compared: " + std::string(error_words(KVLIBCErrGet())), "dst.ports");
         return;
     }
     ConflictList colliding;
@@ -203,32 +251,20 @@ void Validation::check_collisions(const SectionResult &section) {
     int verdict = KVLIBIsPortConflict(section.name.c_str(), ports.data(), protocol.data(),
                                       KOVA_PORT_CHECK_SERVICES | KOVA_PORT_CHECK_RESERVED, colliding.out());
     if (verdict < 0) {
-        warning(section.name, "the conflict check failed: " + library_error());
+        warning(section.name, "the conflict check failed: " + std::string(error_words(KVLIBCErrGet())), "dst.ports");
         return;
     }
     if (verdict == 0) return;
-    std::vector<PortRun> runs = merged(conflict_runs(colliding.head()));
-    if (runs.empty()) {
-        collisions_.push_back({section.name, {0, 0}, {}});
-        return;
-    }
-
-    // Who declares the colliding ports, from the configured-ports report.
-    std::vector<unsigned int> named = expand(runs);
-    if (named.size() > kMaxNamedPorts) named.resize(kMaxNamedPorts);
-    std::map<unsigned int, std::set<std::string>> holders;
-    SzListPtr list = port_text_list(named);
-    ConfResultsPtr report(
-        KOVAConfPortConflictResultListAllocAndCheck(list.get(), static_cast<uint16_t>(s->dstPort->protocol)));
-    for (const auto &r : DListRecords<KOVA_CONF_PORT_CONFLICT_RESULT>(report.get()))
-        if (r.isConflict == 1 && r.serviceName != nullptr && section.name != r.serviceName)
-            holders[r.port].insert(r.serviceName);
-    for (const auto &run : runs) {
-        std::set<std::string> names;
-        for (auto it = holders.lower_bound(run.first); it != holders.end() && it->first <= run.last; ++it)
-            names.insert(it->second.begin(), it->second.end());
-        collisions_.push_back({section.name, run, std::vector<std::string>(names.begin(), names.end())});
-    }
+    Collision c;
+    c.section = section.name;
+    c.runs = merged(conflict_runs(colliding.head()));
+    HolderQuery q;
+    q.runs = c.runs;
+    q.protocols = s->dstPort->protocol;
+    q.sources = KOVA_PORT_CHECK_SERVICES | KOVA_PORT_CHECK_RESERVED;
+    q.skip = {section.name};
+    c.named = find_holders(q);
+    collisions_.push_back(std::move(c));
 }
 
 void Validation::check_section(SectionResult &section) {
@@ -259,8 +295,9 @@ void Validation::check_section(SectionResult &section) {
 
 int Validation::run(bool json) {
     struct stat st;
-    if (::stat(file_.c_str(), &st) != 0) throw Failure("cannot read " + file_ + ": file not found");
-    if (!S_ISREG(st.st_mode)) throw Failure("cannot read " + file_ + ": not a regular file");
+    if (::stat(file_.c_str(), &st) != 0) throw Failure("cannot read " + file_ + ": file not found", file_);
+    if (!S_ISREG(st.st_mode)) throw Failure("cannot read " + file_ + ": not a regular file", file_);
+    read_lines();
 
     std::vector<std::string> names = section_names();
     read_whole_file();
@@ -296,20 +333,21 @@ int Validation::run(bool json) {
 
 void Validation::print_text() const {
     auto print_finding = [&](const Finding &f) {
-        std::cout << file_ << ": " << (f.section.empty() ? "" : "[" + f.section + "] ") << f.severity << ": "
-                  << f.message << '\n';
+        std::cout << file_ << ':' << line_of(f.section, f.key) << ": "
+                  << (f.section.empty() ? "" : "[" + f.section + "] ") << f.severity << ": " << f.message << '\n';
     };
     auto print_collision = [&](const Collision &c) {
-        std::cout << file_ << ": [" << c.section << "] collision: ";
-        if (c.run.first == 0) {
+        std::cout << file_ << ':' << line_of(c.section, "dst.ports") << ": [" << c.section << "] collision: ";
+        if (c.runs.empty()) {
             std::cout << "the ports collide with a port that the check does not name\n";
             return;
         }
-        bool one = c.run.first == c.run.last;
-        std::cout << (one ? "port " : "ports ") << run_text(c.run) << (one ? " collides with " : " collide with ");
-        if (c.services.empty()) std::cout << "reserved ports";
-        for (size_t i = 0; i < c.services.size(); ++i) std::cout << (i == 0 ? "" : ", ") << c.services[i];
-        std::cout << '\n';
+        std::cout << "ports " << runs_text(c.runs) << " collide with ";
+        std::string names;
+        for (const auto &h : c.named.holders)
+            names += (names.empty() ? "" : ", ") + std::string(h.source == HolderSource::Reserved ? "reserved " : "") +
+                     h.name + " (" + run_text(h.run) + ")";
+        std::cout << (names.empty() ? "reserved ports" : names) << '\n';
     };
     // The file's own findings first, then section by section in file order.
     std::set<std::string> listed;
@@ -334,19 +372,26 @@ void Validation::print_text() const {
 }
 
 void Validation::print_json() const {
+    bool errors =
+        std::any_of(findings_.begin(), findings_.end(), [](const Finding &f) { return f.severity == "error"; });
     Json json(std::cout);
     json.begin_object();
     json.key("file").string(file_);
-    json.key("accepted").boolean(conf_ != nullptr);
+    json.key("accepted").boolean(conf_ != nullptr && !errors);
     json.key("version");
-    if (conf_)
+    if (conf_ && conf_->version != 0)
         json.number(conf_->version);
     else
         json.null();
-    json.key("support_key").string(conf_ ? conf_->supportKey : "");
+    json.key("support_key");
+    if (conf_ && conf_->supportKey[0] != '\0')
+        json.string(conf_->supportKey);
+    else
+        json.null();
     json.key("sections").begin_array();
     for (const auto &s : sections_) {
-        json.begin_object().key("name").string(s.name).key("accepted").boolean(s.accepted);
+        json.begin_object().key("name").string(s.name).key("line").number(static_cast<int64_t>(line_of(s.name, "")));
+        json.key("accepted").boolean(s.accepted);
         json.key("dst");
         ports_json(json, s.parsed ? s.parsed->dstPort : nullptr);
         json.key("src");
@@ -361,18 +406,21 @@ void Validation::print_json() const {
             json.null();
         else
             json.string(f.section);
+        json.key("line").number(static_cast<int64_t>(line_of(f.section, f.key)));
         json.key("severity").string(f.severity).key("message").string(f.message).end_object();
     }
     json.end_array();
     json.key("collisions").begin_array();
     for (const auto &c : collisions_) {
         json.begin_object().key("section").string(c.section);
-        json.key("first").number(c.run.first).key("last").number(c.run.last);
-        json.key("services").begin_array();
-        for (const auto &n : c.services) json.string(n);
-        json.end_array().end_object();
+        json.key("line").number(static_cast<int64_t>(line_of(c.section, "dst.ports")));
+        json.key("ports");
+        runs_json(json, c.runs);
+        holders_json(json, c.named);
+        json.end_object();
     }
     json.end_array();
+    warnings_json(json);
     json.end_object().finish();
 }
 

@@ -23,36 +23,30 @@ system supports it); FWD (its ports may be forwarded); DESTINATION and SOURCE
 ports with their protocols. Rows are sorted by name, ports ascending.
 
 Options:
-  --names      print only the service names, one a line
-  --json       print {"services": [SERVICE, ...]} in the library's order
-
-SERVICE: {"name", "origin": "built-in"|"system"|"package", "file": path or
-  null, "support_key", "supported": bool, "port_forward": bool,
-  "shadowed": bool, "title": STRING, "desc": STRING, "dst": PORTS,
-  "src": PORTS or null}
-STRING: {"text", "string_key", "prefix", "section", "key"}; "desc" also has
-  "extra_text"
-PORTS: {"protocol": "tcp"|"udp"|"tcp,udp", "ports": ["445", "55536-55899"]}
+  --names   print only the service names, one a line
+  --json    print {"services": [SERVICE, ...], "warnings": [...]} in the
+            library's order (SERVICE: see JSON OUTPUT in kova-svc(1))
 )";
 
 const char kShowHelp[] = R"(Shows one service of the catalogue in full: where it comes from (the built-in
 table or a .sc file), its support key, its flags, its title and description
 with their string keys, and its ports. NAME is looked up as the library does:
-a .sc service hides a built-in service of the same name.
+a .sc service hides a built-in service of the same name. A name of a port that
+the system reserves for itself (kova-webdav, kova-syslog, ...) is explained:
+it is a reserved port, not a service.
 
 Options:
-  --json   print {"service": SERVICE, "hidden": [{"origin", "file"}, ...]};
-           SERVICE as in "kova-svc list --help"; "hidden" lists the other
-           records of the same name, which lookups do not find
+  --json   print {"service": SERVICE or null, "reserved": [HOLDER, ...],
+           "hidden": [{"origin", "file"}, ...], "warnings": [...]}
 
-Exit status 3 when no service has that name.
+Exit status: 0 shown, 3 no service or reserved port has that name.
 )";
 
 const char kCheckHelp[] = R"(Runs the library's service-wide conflict check for a port list such as
-"80,443,8000:8010/tcp" (without /PROTO: tcp and udp) and prints the verdict,
-the colliding ports that the sources name, and for every port asked for the
-services that declare it and the processes that hold it (ranges are looked at
-port by port).
+"80,443,8000:8010/tcp" (ranges as 8000:8010 or 8000-8010; without /PROTO: tcp
+and udp), prints the verdict and names every source of a collision: services
+of the catalogue, reserved ports, port-forwarding rules and processes (a
+socket whose owner this user may not inspect is shown as not visible).
 
 Options:
   --skip NAME,...   services whose own ports do not count
@@ -60,42 +54,36 @@ Options:
                     rules), services (the firewall catalogue), reserved (ports
                     reserved by system settings), in-use (ports in use);
                     default: all four
-  --json            print one JSON object:
-    {"ports": "80,8000:8010", "protocol": "tcp", "skip": [NAME, ...],
-     "sources": [NAME, ...], "conflict": bool,
-     "colliding": [{"first": N, "last": N}, ...],
-     "configured": [{"port", "protocol", "service", "conflict"}, ...] or null,
-     "runtime": [{"port", "protocol", "pid", "state", "state_name",
-                  "program", "conflict"}, ...] or null}
-    "colliding" is the library's conflict list in its order; "configured"
-    and "runtime" are its reports in its order: for each port and protocol
-    asked for, every record that holds it, or one record with "conflict":
-    false; null when a report could not be built.
+  --json            print {"ports": PORTS, "skip": [...], "sources": [...],
+                    "conflict": bool, "colliding": [RANGE, ...],
+                    "holders": [HOLDER, ...], "in_use_known": bool,
+                    "warnings": [...]}
 
 Exit status: 0 no conflict, 1 conflict.
 )";
 
-const char kWhoHelp[] = R"(Shows the configured services that declare a port and the running processes
-that hold it (pid, socket state, executable), from the library's structured
-reports. Without /PROTO both tcp and udp are looked at.
+const char kWhoHelp[] = R"(Shows who declares or holds a port: services of the catalogue, reserved
+ports, port-forwarding rules, and processes (pid, socket state, executable; a
+socket whose owner this user may not inspect is shown as not visible to this
+user). Without /PROTO both tcp and udp are looked at.
 
 Options:
-  --json   print {"port": N, "protocol": "tcp,udp", "configured": [...],
-           "runtime": [...]}, the records as in "kova-svc check --help"
+  --json   print {"port": N, "protocols": [...], "holders": [HOLDER, ...],
+           "in_use_known": bool, "warnings": [...]}
 
-Exit status: 0 nobody declares or holds the port, 1 somebody does.
+Exit status: 0 somebody declares or holds the port, 1 nobody does.
 )";
 
-const char kSocketsHelp[] = R"(Prints the runtime inventory: every local port of the kernel's socket tables
-with the process that holds it, one line per port, protocol, pid and program,
-ports ascending. Only processes whose descriptors this user may read are seen.
-STATE is the socket state; UNCONN is a UDP socket without a peer.
+const char kSocketsHelp[] = R"(Prints the ports in use: every local port of the kernel's socket tables with
+the process that holds it, ports ascending. A listening socket whose owner this
+user may not inspect is shown with PID "-" as not visible to this user. STATE
+is the socket state; UNCONN is a UDP socket without a peer.
 
 Options:
-  --listening   only listening TCP sockets and unconnected UDP sockets
-  --json        print {"sockets": [{"port", "protocol", "pid", "state",
-                "state_name", "program", "conflict"}, ...]} in the library's
-                order ("program" is null when it could not be read)
+  --listening   only listening TCP sockets and bound UDP sockets
+  --json        print {"sockets": [{"port", "protocols", "pid", "program",
+                "state", "visible"}, ...], "in_use_known": bool,
+                "warnings": [...]}
 )";
 
 const char kFreeHelp[] = R"(Suggests ports that no service of the catalogue declares, no system setting
@@ -109,76 +97,80 @@ Options:
   --near PORT       where to start looking (default 1024)
   --count N         a run of N consecutive ports
   --proto tcp|udp   free for this protocol only
-  --json            print {"near": N, "protocol": "tcp,udp", "count": N or
-                    null, "ports": [N, ...], "in_use_checked": bool}
-                    ("in_use_checked" is false when the socket tables could
-                    not be read, as on an offline image)
+  --json            print {"near": N, "protocols": [...], "count": N or null,
+                    "ports": [RANGE, ...], "in_use_known": bool,
+                    "warnings": [...]}
 
 Exit status 3 when no such ports are left.
 )";
 
 const char kValidateHelp[] = R"(Reads a .sc file as the library does, without installing it, and reports every
-problem: sections that the reader rejects and why (section names, missing
-"title", "desc" or "dst.ports", port lists that do not parse), warnings (texts
-that the library cuts, backwards ranges, a "dst.ports" without a protocol,
-which the install-time check does not compare, a name already used by another
-service) and the ports of each section that collide with the installed
-catalogue or with reserved ports (the section's own name is skipped, as on
-install). One line per finding: FILE: [SECTION] error|warning|collision: TEXT
+problem: sections that the reader rejects and why, warnings (texts that the
+library cuts, backwards ranges, a "dst.ports" without a protocol, a name
+already used by another service) and the ports of each section that collide
+with the installed catalogue or with reserved ports. One line per finding:
+FILE:LINE: [SECTION] error|warning|collision: TEXT
 
 Options:
   --json   print {"file", "accepted": bool, "version": N or null,
-           "support_key", "sections": [{"name", "accepted": bool,
-           "dst": PORTS or null, "src": PORTS or null}, ...],
-           "problems": [{"section": NAME or null, "severity": "error"|
-           "warning", "message"}, ...], "collisions": [{"section", "first",
-           "last", "services": [NAME, ...]}, ...]}; PORTS as in
-           "kova-svc list --help"
+           "support_key": TEXT or null, "sections": [{"name", "line",
+           "accepted", "dst": PORTS or null, "src": PORTS or null}, ...],
+           "problems": [{"section", "line", "severity", "message"}, ...],
+           "collisions": [{"section", "line", "ports": [RANGE, ...],
+           "holders": [HOLDER, ...], "in_use_known"}, ...], "warnings": [...]}
 
 Exit status: 0 no problem, 1 errors or collisions, 3 the file cannot be read.
 )";
 
 const char kInstallHelp[] = R"(Installs a .sc file into the package (default) or the system services.d
-directory, replacing a file of the same name. The library first checks the
-file's ports against the installed services, reserved ports and ports in use;
-a collision does not stop the install, but it is reported, with exit status 1.
+directory, replacing a file of the same name. The library checks the file's
+ports against the installed services, reserved ports and ports in use; a
+collision does not stop the install: it is named in a warning on standard
+error, and the exit status is 0. With --strict a colliding file is refused
+before anything is touched (exit status 1).
 
 Options:
   --system, --package   the directory (default: --package)
   --as NAME             install under this file name (default: FILE's own)
-  --json                print {"path": installed path, "source": FILE,
-                        "conflict": bool, "colliding": [{"first", "last"}]}
+  --strict              refuse a file whose ports collide
+  --json                print {"path", "source", "conflict": bool,
+                        "colliding": [RANGE, ...], "holders": [HOLDER, ...],
+                        "in_use_known": bool, "warnings": [...]}
 )";
 
 const char kUpdateHelp[] = R"(Replaces the installed file NAME by FILE and sends "port_config/update" with
 the old and the new content, so that the firewall and port forwarding follow.
-Collisions are reported as by install, with exit status 1.
+Collisions are handled as by install (a warning, or with --strict a refusal
+with exit status 1); a follow-up that fails is a warning.
 
 Options:
   --system, --package   the directory (default: --package)
-  --json                print {"path", "source", "conflict", "colliding"} as
-                        install does
+  --strict              refuse a file whose ports collide
+  --json                print the object of install
 )";
 
 const char kRemoveHelp[] = R"(Removes the installed file NAME and sends "port_config/remove", so that the
-firewall and port forwarding drop its ports.
+firewall and port forwarding drop its ports. A file that is not installed is
+not an error: nothing is removed, and the exit status is 0.
 
 Options:
   --system, --package   the directory (default: --package)
-  --json                print {"path": the removed file}
+  --json                print {"path", "removed": bool, "warnings": [...]}
 )";
 
 const char kRemoveSectionHelp[] = R"(Removes the service section SECTION from the installed file FILE, deleting the
 file when no service section is left, and drops the service's record from the
 firewall rules, under a backup that is put back if a step fails; then reloads
-the firewall.
+the firewall. A missing file or section is not an error: nothing is removed,
+and the exit status is 0. When the firewall tool is missing the command refuses
+and suggests --files-only; on an offline root it edits the file only.
 
 Options:
   --system, --package   the directory (default: --package)
   --files-only          only edit the file: no firewall record, no reload
   --no-reload           do not reload the firewall afterwards
-  --json                print {"path", "section", "found": bool,
-                        "file_removed": bool}
+  --json                print {"path", "section", "removed": bool,
+                        "file_removed": bool, "warnings": [...]}
 )";
 
 const char kSetPortsHelp[] = R"(Replaces the destination ports (with --src the source ports) of the section
@@ -194,8 +186,9 @@ Options:
                         forwarding
   --no-reload           do not reload the firewall afterwards
   --system, --package   the directory (default: --package)
-  --json                print {"path", "section", "key", "value",
-                        "conflict": bool, "colliding": [{"first", "last"}]}
+  --json                print {"path", "section", "key", "value", "changed":
+                        bool, "conflict": bool, "colliding": [RANGE, ...],
+                        "warnings": [...]}
 
 Exit status 1 when the ports collide; nothing is written then.
 )";
@@ -232,10 +225,10 @@ const std::vector<Command> &commands() {
          0,
          run_free},
         {"validate", "validate FILE", "check a .sc file without installing it", kValidateHelp, {}, 1, 1, run_validate},
-        {"install", "install FILE [--system|--package] [--as NAME]", "install a .sc file", kInstallHelp,
-         with_location({{"--as", true}}), 1, 1, run_install},
-        {"update", "update NAME FILE [--system|--package]", "replace an installed .sc file", kUpdateHelp,
-         with_location({}), 2, 2, run_update},
+        {"install", "install FILE [--system|--package] [--as NAME] [--strict]", "install a .sc file", kInstallHelp,
+         with_location({{"--as", true}, {"--strict", false}}), 1, 1, run_install},
+        {"update", "update NAME FILE [--system|--package] [--strict]", "replace an installed .sc file", kUpdateHelp,
+         with_location({{"--strict", false}}), 2, 2, run_update},
         {"remove", "remove NAME [--system|--package]", "remove an installed .sc file", kRemoveHelp, with_location({}),
          1, 1, run_remove},
         {"remove-section", "remove-section FILE SECTION [--system|--package] [--files-only] [--no-reload]",
@@ -256,7 +249,7 @@ const Command *find_command(const std::string &name) {
 
 std::string tool_help() {
     std::string text =
-        "Usage: kova-svc [--root DIR] COMMAND [ARGUMENTS] [--json]\n"
+        "Usage: kova-svc [--root DIR] [--json] [--no-header] [--verbose] COMMAND [ARGUMENTS]\n"
         "\n"
         "The catalogue of network services and ports of the appliance: list, check\n"
         "and change the .sc service files.\n"
@@ -269,13 +262,22 @@ std::string tool_help() {
     text +=
         "\n"
         "Options for every command:\n"
-        "  --root DIR   work on the system tree under DIR (an offline image or a copy)\n"
-        "  --json       print one JSON document (fields: kova-svc COMMAND --help)\n"
-        "  --help, -h   describe the tool or the command\n"
-        "  --version    print the version\n"
+        "  --root DIR      work on the system tree under DIR (an image or a copy; without\n"
+        "                  proc/ under DIR, ports in use and follow-ups are skipped)\n"
+        "  --json          print one JSON document, also for errors (see kova-svc(1))\n"
+        "  --no-header     print tables without their header line\n"
+        "  --verbose       add the library's error code and source location to errors\n"
+        "  --help, -h      describe the tool or the command\n"
+        "  --version, -V   print the version\n"
         "\n"
-        "Exit status: 0 success and no conflict, 1 conflict found, 2 usage error,\n"
-        "3 operation failed. Errors go to standard error, one line each.\n"
+        "Ports: 80,443,8000:8010/tcp; a range is a:b or a-b; without /PROTO tcp and udp.\n"
+        "\n"
+        "Exit status: 0 success (who: the port is declared or held); 1 the answer is\n"
+        "no (check: conflict; who: nobody; validate: problems; --strict or set-ports:\n"
+        "refused for a collision); 2 usage error; 3 operation failed. Errors go to\n"
+        "standard error, one line each (with --json also as {\"error\": ...} on\n"
+        "standard output); warnings, such as a failed firewall reload after a change,\n"
+        "go to standard error and into the JSON document's \"warnings\".\n"
         "\n"
         "\"kova-svc help COMMAND\" or \"kova-svc COMMAND --help\" describes a command.\n";
     return text;

@@ -49,9 +49,8 @@ int sources_option(const Args &args, int fallback);
 // The names of the sources set in `flags`, in the order of the check.
 std::vector<std::string> source_names(int flags);
 
-// Warns when the tree under KOVA_ROOT has no /tmp: the library keeps the temporary copies of
-// a change there.
-void warn_without_temp_dir();
+// The path of an installed file, as the library forms it.
+std::string installed_path(const std::string &name, unsigned int location);
 
 // A file name inside a services.d directory: not empty, no "/", at most 255 bytes.
 std::string base_name_operand(const std::string &text, const std::string &what);

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "commands.h"
+#include "json.h"
+#include "session.h"
 #include "status.h"
 
 #ifndef KOVA_SVC_VERSION
@@ -19,18 +21,34 @@
 namespace kovasvc {
 namespace {
 
-const std::vector<OptionSpec> kCommonOptions = {{"--root", true}, {"--json", false}, {"--help", false}, {"-h", false}};
+const std::vector<OptionSpec> kCommonOptions = {{"--root", true},       {"--json", false}, {"--verbose", false},
+                                                {"--no-header", false}, {"--help", false}, {"-h", false}};
+
+bool is_global_flag(const std::string &w) {
+    return w == "--json" || w == "--verbose" || w == "--no-header";
+}
 
 // Points the library at the tree under --root: it reads KOVA_ROOT at its first call.
 void apply_root(const Args &args) {
+    Session &s = session();
+    s.json = args.json();
+    s.verbose = args.has("--verbose");
+    s.no_header = args.has("--no-header");
     auto root = args.value("--root");
-    if (!root) return;
+    if (!root) {
+        const char *env = secure_getenv("KOVA_ROOT");
+        char resolved[PATH_MAX];
+        if (env != nullptr && *env != '\0' && ::realpath(env, resolved) != nullptr) s.root = resolved;
+        if (s.root == "/") s.root.clear();
+        return;
+    }
     struct stat st;
     if (root->empty() || ::stat(root->c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
         throw UsageError("--root: '" + *root + "' is not a directory");
     char resolved[PATH_MAX];
     if (::realpath(root->c_str(), resolved) == nullptr) throw UsageError("--root: cannot resolve '" + *root + "'");
     ::setenv("KOVA_ROOT", resolved, 1);
+    s.root = std::string(resolved) == "/" ? "" : resolved;
 }
 
 bool asks_for_help(const std::vector<std::string> &words) {
@@ -50,7 +68,7 @@ int run(const std::vector<std::string> &words, std::string &context) {
             std::cout << tool_help();
             return kExitOk;
         }
-        if (w == "--version") {
+        if (w == "--version" || w == "-V") {
             std::cout << "kova-svc " KOVA_SVC_VERSION "\n";
             return kExitOk;
         }
@@ -58,7 +76,7 @@ int run(const std::vector<std::string> &words, std::string &context) {
             if (i + 1 >= words.size()) throw UsageError("option '--root' needs a value");
             globals.push_back(w);
             globals.push_back(words[++i]);
-        } else if (w.rfind("--root=", 0) == 0 || w == "--json") {
+        } else if (w.rfind("--root=", 0) == 0 || is_global_flag(w)) {
             globals.push_back(w);
         } else {
             throw UsageError("unknown option '" + w + "'");
@@ -101,27 +119,84 @@ int run(const std::vector<std::string> &words, std::string &context) {
 }  // namespace
 }  // namespace kovasvc
 
+namespace {
+
+bool wants_json(const std::vector<std::string> &words) {
+    for (const auto &w : words) {
+        if (w == "--") return false;
+        if (w == "--json") return true;
+    }
+    return false;
+}
+
+void print_error_json(const std::string &message, const kovasvc::Failure *f, int status) {
+    using namespace kovasvc;
+    std::cout.clear();
+    Json json(std::cout);
+    json.begin_object().key("error").begin_object();
+    json.key("message").string(message);
+    json.key("status").number(status);
+    json.key("file");
+    if (f != nullptr && !f->file.empty())
+        json.string(f->file);
+    else
+        json.null();
+    json.key("hint");
+    if (f != nullptr && !f->hint.empty())
+        json.string(f->hint);
+    else
+        json.null();
+    json.key("code");
+    if (f != nullptr && f->code != 0)
+        json.string(code_text(f->code));
+    else
+        json.null();
+    json.key("location");
+    if (f != nullptr && !f->location.empty() && session().verbose)
+        json.string(f->location);
+    else
+        json.null();
+    json.end_object();
+    warnings_json(json);
+    json.end_object().finish();
+    std::cout.flush();
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
     using namespace kovasvc;
     std::vector<std::string> words(argv + 1, argv + argc);
+    bool json = wants_json(words);
+    capture_library_log();
     std::string context;
     auto prefix = [&] { return "kova-svc: " + (context.empty() ? std::string() : context + ": "); };
+    int status = kExitFailed;
     try {
-        int status = run(words, context);
+        status = run(words, context);
         if (!std::cout.flush()) throw Failure("cannot write the output");
-        return status;
     } catch (const UsageError &e) {
         std::string hint = context.empty() ? "kova-svc --help" : "kova-svc " + context + " --help";
         std::cerr << prefix() << e.what() << " (see '" << hint << "')\n";
-        return kExitUsage;
+        if (json) print_error_json(e.what(), nullptr, kExitUsage);
+        status = kExitUsage;
     } catch (const Failure &e) {
-        std::cerr << prefix() << e.what() << '\n';
-        return kExitFailed;
+        std::string text = e.what();
+        if (session().verbose && e.code != 0)
+            text += " [" + code_text(e.code) + (e.location.empty() ? "" : " at " + e.location) + "]";
+        if (!e.hint.empty()) text += "; " + e.hint;
+        std::cerr << prefix() << text << '\n';
+        if (json) print_error_json(e.what(), &e, e.status);
+        status = e.status;
     } catch (const std::bad_alloc &) {
         std::cerr << prefix() << "out of memory\n";
-        return kExitFailed;
+        if (json) print_error_json("out of memory", nullptr, kExitFailed);
+        status = kExitFailed;
     } catch (const std::exception &e) {
         std::cerr << prefix() << e.what() << '\n';
-        return kExitFailed;
+        if (json) print_error_json(e.what(), nullptr, kExitFailed);
+        status = kExitFailed;
     }
+    take_library_log();  // hands the remaining lines on to the user's log file
+    return status;
 }

@@ -56,15 +56,6 @@ std::vector<std::string> source_names(int flags) {
     return names;
 }
 
-void warn_without_temp_dir() {
-    const char *root = secure_getenv("KOVA_ROOT");
-    if (root == nullptr || *root == '\0') return;
-    std::string tmp = std::string(root) + "/tmp";
-    struct stat st;
-    if (::stat(tmp.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        warn(tmp + " does not exist: the library keeps the temporary copies of a change there");
-}
-
 std::string base_name_operand(const std::string &text, const std::string &what) {
     if (text.empty() || text.find('/') != std::string::npos || text == "." || text == "..")
         throw UsageError(what + " must be a file name without '/', not '" + text + "'");

@@ -1,16 +1,64 @@
 #include "ports_text.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <set>
 
+#include "json.h"
 #include "status.h"
 
 namespace kovasvc {
 
 std::string run_text(const PortRun &run) {
     if (run.first == run.last) return std::to_string(run.first);
-    return std::to_string(run.first) + "-" + std::to_string(run.last);
+    return std::to_string(run.first) + ":" + std::to_string(run.last);
+}
+
+std::string runs_text(const std::vector<PortRun> &runs) {
+    std::string text;
+    for (const auto &r : runs) text += (text.empty() ? "" : ",") + run_text(r);
+    return text;
+}
+
+std::vector<std::string> protocol_list(unsigned int flags) {
+    std::vector<std::string> names;
+    std::string joined = protocol_names(flags);
+    size_t start = 0;
+    while (start < joined.size()) {
+        size_t comma = joined.find(',', start);
+        if (comma == std::string::npos) comma = joined.size();
+        names.push_back(joined.substr(start, comma - start));
+        start = comma + 1;
+    }
+    return names;
+}
+
+void protocols_json(Json &json, unsigned int flags) {
+    json.begin_array();
+    for (const auto &n : protocol_list(flags)) json.string(n);
+    json.end_array();
+}
+
+void runs_json(Json &json, const std::vector<PortRun> &runs) {
+    json.begin_array();
+    for (const auto &r : runs) json.begin_object().key("first").number(r.first).key("last").number(r.last).end_object();
+    json.end_array();
+}
+
+void port_list_json(Json &json, unsigned int flags, const std::vector<PortRun> &runs) {
+    json.begin_object().key("protocols");
+    protocols_json(json, flags);
+    json.key("ports");
+    runs_json(json, runs);
+    json.key("text").string(runs_text(runs) + (flags != 0 ? "/" + protocol_names(flags) : ""));
+    json.end_object();
+}
+
+std::vector<PortRun> item_runs(const std::vector<std::string> &items) {
+    std::vector<PortRun> runs;
+    for (const auto &i : items) runs.push_back(item_run(i.c_str()));
+    return runs;
 }
 
 std::string protocol_names(unsigned int flags) {
@@ -58,11 +106,7 @@ std::vector<std::string> sorted_items(const KVLIB_SZLIST *items) {
 
 std::string ports_with_protocol(const std::vector<std::string> &items, unsigned int flags) {
     if (items.empty()) return "-";
-    std::string text;
-    for (const auto &item : items) {
-        if (!text.empty()) text += ',';
-        text += item;
-    }
+    std::string text = runs_text(item_runs(items));
     std::string names = protocol_names(flags);
     return names.empty() ? text : text + "/" + names;
 }
@@ -92,11 +136,22 @@ std::vector<PortRun> merged(std::vector<PortRun> runs) {
     return out;
 }
 
-PortSpec parse_port_spec(const std::string &text, const std::string &what) {
+std::string library_port_text(const std::string &text) {
+    std::string out = text;
+    for (size_t i = 1; i + 1 < out.size(); ++i)
+        if (out[i] == '-' && std::isdigit(static_cast<unsigned char>(out[i - 1])) &&
+            std::isdigit(static_cast<unsigned char>(out[i + 1])))
+            out[i] = ':';
+    return out;
+}
+
+PortSpec parse_port_spec(const std::string &given, const std::string &what) {
+    std::string text = library_port_text(given);
     clear_library_error();
     KOVA_SERVICE_CONF_PORT *head = nullptr;
     if (KOVAServiceConfPortsGet(text.c_str(), 1, &head) != 0)
-        throw UsageError(what + " '" + text + "' is not a valid port list: " + library_error());
+        throw UsageError(what + " '" + given + "' is not a valid port list (ports 1 to 65535, ranges as 8000:8010 or " +
+                         "8000-8010, then /tcp, /udp or /tcp,udp)");
     PortsPtr list(head);
 
     PortSpec spec;
@@ -131,19 +186,11 @@ std::vector<unsigned int> expand(const std::vector<PortRun> &runs) {
 
 SzListPtr port_text_list(const std::vector<unsigned int> &ports) {
     SzListPtr list(KVLIBCSzListAlloc(512));
-    if (!list) throw Failure("cannot allocate a port list: " + library_error());
+    if (!list) throw Failure("cannot allocate a port list");
     KVLIB_SZLIST *raw = list.get();
     for (unsigned int p : ports)
-        if (KVLIBCSzListPush(&raw, std::to_string(p).c_str()) < 0)
-            throw Failure("cannot allocate a port list: " + library_error());
+        if (KVLIBCSzListPush(&raw, std::to_string(p).c_str()) < 0) throw Failure("cannot allocate a port list");
     return list;
-}
-
-std::string socket_state(unsigned int protocol, unsigned int state) {
-    if (protocol == KOVA_PROTO_UDP && state == 7) return "UNCONN";
-    std::string name = KOVATCPStateToString(state);
-    if (name.rfind("TCP_", 0) == 0) name.erase(0, 4);
-    return name;
 }
 
 }  // namespace kovasvc

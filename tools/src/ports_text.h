@@ -16,8 +16,27 @@ struct PortRun {
     unsigned int last = 0;
 };
 
-// "8080" for a single port, "9000-9010" for a run.
+class Json;
+
+// "8080" for a single port, "9000:9010" for a run: the syntax of the .sc files, which every
+// command reads back.
 std::string run_text(const PortRun &run);
+// Runs joined by ",".
+std::string runs_text(const std::vector<PortRun> &runs);
+
+// A port list text with "a-b" ranges written "a:b", as the library's parser wants them.
+std::string library_port_text(const std::string &text);
+
+// The protocol names of the flags, one item each.
+std::vector<std::string> protocol_list(unsigned int flags);
+// JSON: ["tcp", "udp"].
+void protocols_json(Json &json, unsigned int flags);
+// JSON: [{"first": N, "last": N}, ...].
+void runs_json(Json &json, const std::vector<PortRun> &runs);
+// JSON: {"protocols": [...], "ports": [RANGE, ...], "text": "80,8000:8010/tcp"}.
+void port_list_json(Json &json, unsigned int flags, const std::vector<PortRun> &runs);
+// The runs of catalogue port items.
+std::vector<PortRun> item_runs(const std::vector<std::string> &items);
 
 // The names of the protocol flags, from the library's protocol table: "tcp", "udp",
 // "tcp,udp"; the empty text when no known bit is set.
@@ -31,7 +50,7 @@ std::vector<std::string> sorted_items(const KVLIB_SZLIST *items);
 // The items in list order.
 std::vector<std::string> list_items(const KVLIB_SZLIST *items);
 
-// "137,138/udp"; "-" when there are no items.
+// "137,138/udp", ranges as "a:b"; "-" when there are no items.
 std::string ports_with_protocol(const std::vector<std::string> &items, unsigned int flags);
 
 // The runs of a conflict list, in list order.
@@ -57,9 +76,5 @@ std::vector<unsigned int> expand(const std::vector<PortRun> &runs);
 
 // A string list of the ports as decimal texts (for the structured reports).
 SzListPtr port_text_list(const std::vector<unsigned int> &ports);
-
-// The state of a socket for people: the library's name without its "TCP_" prefix; an unbound
-// UDP socket (state 7) is "UNCONN".
-std::string socket_state(unsigned int protocol, unsigned int state);
 
 }  // namespace kovasvc

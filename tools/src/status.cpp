@@ -3,7 +3,6 @@
 #include <kovaserviceconf.h>
 
 #include <cstdio>
-#include <iostream>
 
 namespace kovasvc {
 
@@ -42,24 +41,20 @@ void clear_library_error() {
     KVLIBCErrSetEx(KOVA_ERR_NONE, "", 0);
 }
 
-std::string library_error() {
-    unsigned int code = KVLIBCErrGet();
-    if (code == KOVA_ERR_NONE) return "no error code (see the system log)";
+std::string code_text(unsigned int code) {
     char hex[16];
     std::snprintf(hex, sizeof hex, "0x%04X", code & 0xFFFFu);
-    std::string text = std::string(error_words(code)) + " (" + hex;
-    const char *file = KVLIBCErrorGetFile();
-    if (file != nullptr && *file != '\0')
-        text += " at " + std::string(file) + ":" + std::to_string(KVLIBCErrorGetLine());
-    return text + ")";
+    return hex;
 }
 
-void fail_with_library_error(const std::string &what) {
-    throw Failure(what + ": " + library_error());
-}
-
-void warn(const std::string &message) {
-    std::cerr << "kova-svc: warning: " << message << '\n';
+void fail_with_library_error(const std::string &what, const std::string &file, const std::string &hint) {
+    unsigned int code = KVLIBCErrGet();
+    Failure f(code == KOVA_ERR_NONE ? what : what + ": " + error_words(code), file, hint);
+    f.code = code;
+    const char *where = KVLIBCErrorGetFile();
+    if (code != KOVA_ERR_NONE && where != nullptr && *where != '\0')
+        f.location = std::string(where) + ":" + std::to_string(KVLIBCErrorGetLine());
+    throw f;
 }
 
 }  // namespace kovasvc

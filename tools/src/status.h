@@ -8,8 +8,8 @@
 namespace kovasvc {
 
 enum ExitStatus : int {
-    kExitOk = 0,        // success, no conflict
-    kExitConflict = 1,  // a conflict (or a problem that validate reports) was found
+    kExitOk = 0,        // success
+    kExitConflict = 1,  // the answer is no: a conflict, nobody on the port, problems found, refused
     kExitUsage = 2,     // bad command line
     kExitFailed = 3,    // the operation failed
 };
@@ -20,10 +20,18 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// An operation that failed: the message names what failed and why.
+// An operation that failed: what failed, on which file, what to do about it, and the library's
+// error code and source location when it set one.
 class Failure : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit Failure(const std::string &what, std::string file = {}, std::string hint = {})
+        : std::runtime_error(what), file(std::move(file)), hint(std::move(hint)) {}
+
+    std::string file;
+    std::string hint;
+    unsigned int code = 0;  // the library's error code, 0 for none
+    std::string location;   // "module.cpp:LINE" where the library set it
+    int status = kExitFailed;
 };
 
 // The words for a library error code ("file not found" for 0x0700).
@@ -32,14 +40,11 @@ const char *error_words(unsigned int code);
 // Clears the library's error state, so that what a call leaves there is its own.
 void clear_library_error();
 
-// The library's current error state in words: "file not found (0x0700 at module.cpp:12)",
-// or "no error code (see the system log)" when the state holds none.
-std::string library_error();
+// A Failure naming `what` and the file, with the library's current error state in it.
+[[noreturn]] void fail_with_library_error(const std::string &what, const std::string &file = {},
+                                          const std::string &hint = {});
 
-// A Failure naming `what` and the library's current error state.
-[[noreturn]] void fail_with_library_error(const std::string &what);
-
-// One warning line on standard error.
-void warn(const std::string &message);
+// "0x0900".
+std::string code_text(unsigned int code);
 
 }  // namespace kovasvc

@@ -1,7 +1,14 @@
 #include "table.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
+#include <limits>
+
+#include "session.h"
 
 namespace kovasvc {
 
@@ -144,6 +151,18 @@ std::vector<size_t> Table::widths(size_t width) const {
     return w;
 }
 
+size_t Table::output_width() {
+    constexpr size_t kUnlimited = std::numeric_limits<size_t>::max() / 2;
+    if (::isatty(STDOUT_FILENO) != 1) return kUnlimited;
+    if (const char *columns = std::getenv("COLUMNS"); columns != nullptr) {
+        long n = std::strtol(columns, nullptr, 10);
+        if (n > 0) return static_cast<size_t>(n);
+    }
+    struct winsize ws {};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &ws) == 0 && ws.ws_col > 0) return ws.ws_col;
+    return 80;
+}
+
 void Table::print(std::ostream &out, size_t width, size_t indent) const {
     std::vector<size_t> w = widths(width > indent ? width - indent : 1);
     size_t n = headers_.size();
@@ -169,7 +188,7 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
             out << text << '\n';
         }
     };
-    print_row(headers_);
+    if (!session().no_header) print_row(headers_);
     for (const auto &row : rows_) print_row(row);
 }
 

@@ -1,5 +1,6 @@
-// Aligned text columns that fit a line width: a cell too wide for its column wraps onto
-// further lines of the same row (after commas or at spaces where it can).
+// Aligned text columns. On a terminal they fit its width: a cell too wide for its column wraps
+// onto further lines of the same row (after commas or at spaces where it can). Into a pipe or a
+// file every row is one line, whatever its length.
 #pragma once
 
 #include <ostream>
@@ -20,10 +21,15 @@ public:
     void add(std::vector<std::string> row);
     bool empty() const { return rows_.empty(); }
 
-    // Prints the header and the rows, each line starting with `indent` spaces and no longer
-    // than `width` characters (as far as the headers allow; a word of the last column that is
-    // longer than the room left, such as a long path, runs past it).
-    void print(std::ostream &out, size_t width = 80, size_t indent = 0) const;
+    // Prints the header (unless --no-header) and the rows, each line starting with `indent`
+    // spaces and no longer than `width` characters (as far as the headers allow; a word of the
+    // last column that is longer than the room left, such as a long path, runs past it).
+    void print(std::ostream &out, size_t indent = 0) const { print(out, output_width(), indent); }
+    void print(std::ostream &out, size_t width, size_t indent) const;
+
+    // The width of the terminal on standard output (COLUMNS, else the terminal's own); no limit
+    // when standard output is not a terminal.
+    static size_t output_width();
 
 private:
     std::vector<size_t> widths(size_t width) const;
@@ -44,6 +50,6 @@ std::vector<std::string> wrap(const std::string &text, size_t width, bool hard =
 // "Label: text" with the text wrapped under itself; `column` is where the text starts (at
 // least the label's width plus one space).
 void print_labelled(std::ostream &out, const std::string &label, const std::string &text, size_t column,
-                    size_t width = 80);
+                    size_t width = Table::output_width());
 
 }  // namespace kovasvc

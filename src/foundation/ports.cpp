@@ -1,0 +1,144 @@
+#include "foundation/ports.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+
+namespace kova::ports {
+
+std::string_view trim(std::string_view text) noexcept {
+    size_t b = 0;
+    while (b < text.size() && is_space(text[b])) ++b;
+    size_t e = text.size();
+    while (e > b && is_space(text[e - 1])) --e;
+    return text.substr(b, e - b);
+}
+
+std::vector<std::string_view> words(std::string_view text, std::string_view delims) {
+    std::vector<std::string_view> out;
+    each_piece(text, delims, [&](std::string_view w) {
+        if (!w.empty()) out.push_back(w);
+        return true;
+    });
+    return out;
+}
+
+Item split_item(std::string_view item, char joiner) noexcept {
+    const size_t at = item.find(joiner);
+    if (at == std::string_view::npos) return {item, {}, false};
+    return {item.substr(0, at), item.substr(at + 1), true};
+}
+
+PortListText split_port_list(std::string_view text) noexcept {
+    const Item cut = split_item(text, '/');
+    return {cut.first, cut.last, cut.joined};
+}
+
+PortError parse_port(std::string_view text, uint32_t &value) noexcept {
+    if (text.empty()) return PortError::kEmpty;
+    for (char c : text)
+        if (c < '0' || c > '9') return PortError::kNotDigits;
+    uint32_t v = 0;
+    for (char c : text) {
+        v = v * 10 + static_cast<uint32_t>(c - '0');
+        if (v > kMaxPort) return PortError::kTooLarge;
+    }
+    value = v;
+    return PortError::kNone;
+}
+
+long lenient_number(std::string_view text) noexcept {
+    size_t i = 0;
+    while (i < text.size() && is_space(text[i])) ++i;
+    bool negative = false;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+    // Past this magnitude the result is saturated whatever digits follow.
+    constexpr unsigned long kCap = static_cast<unsigned long>(LONG_MAX) + 1;
+    unsigned long magnitude = 0;
+    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+        const auto d = static_cast<unsigned long>(text[i] - '0');
+        magnitude = magnitude > (kCap - d) / 10 ? kCap : magnitude * 10 + d;
+    }
+    if (negative) return magnitude == kCap ? LONG_MIN : -static_cast<long>(magnitude);
+    return magnitude == kCap ? LONG_MAX : static_cast<long>(magnitude);
+}
+
+int lenient_int(std::string_view text) noexcept {
+    return static_cast<int>(std::clamp<long>(lenient_number(text), INT_MIN, INT_MAX));
+}
+
+int protocol_flags(std::string_view text) noexcept {
+    int flags = 0;
+    const bool ok = each_piece(text, ",", [&](std::string_view word) {
+        word = trim(word);
+        auto is = [word](std::string_view name) {
+            if (word.size() != name.size()) return false;
+            for (size_t i = 0; i < word.size(); ++i) {
+                const char c = word[i] >= 'A' && word[i] <= 'Z' ? static_cast<char>(word[i] - 'A' + 'a') : word[i];
+                if (c != name[i]) return false;
+            }
+            return true;
+        };
+        if (is("tcp")) {
+            flags |= 1;
+        } else if (is("udp")) {
+            flags |= 2;
+        } else {
+            return false;
+        }
+        return true;
+    });
+    return ok ? flags : -1;
+}
+
+void append_port(std::string &out, uint32_t port) {
+    char buf[16];
+    const auto res = std::to_chars(buf, buf + sizeof buf, static_cast<int32_t>(port));
+    out.append(buf, res.ptr);
+}
+
+void append_span(std::string &out, Span span, char joiner) {
+    append_port(out, span.first);
+    if (span.first == span.last) return;
+    out += joiner;
+    append_port(out, span.last);
+}
+
+std::vector<Span> merge(std::vector<Span> spans) {
+    auto begins_before = [](const Span &a, const Span &b) { return a.first < b.first; };
+    if (!std::is_sorted(spans.begin(), spans.end(), begins_before))
+        std::stable_sort(spans.begin(), spans.end(), begins_before);
+    size_t n = 0;
+    for (const Span &s : spans) {
+        if (n > 0 && s.first <= static_cast<uint64_t>(spans[n - 1].last) + 1) {
+            spans[n - 1].last = std::max(spans[n - 1].last, s.last);
+        } else {
+            spans[n++] = s;
+        }
+    }
+    spans.resize(n);
+    return spans;
+}
+
+bool contains(const std::vector<Span> &merged, uint64_t port) noexcept {
+    auto it =
+        std::upper_bound(merged.begin(), merged.end(), port, [](uint64_t p, const Span &s) { return p < s.first; });
+    return it != merged.begin() && port <= std::prev(it)->last;
+}
+
+std::vector<Span> intersect(const std::vector<Span> &a, const std::vector<Span> &b) {
+    std::vector<Span> out;
+    size_t i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+        const uint32_t first = std::max(a[i].first, b[j].first);
+        const uint32_t last = std::min(a[i].last, b[j].last);
+        if (first <= last) out.push_back({first, last});
+        if (a[i].last < b[j].last)
+            ++i;
+        else
+            ++j;
+    }
+    return out;
+}
+
+}  // namespace kova::ports

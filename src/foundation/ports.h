@@ -1,0 +1,116 @@
+// Port values and the one tokenizer of port texts.
+//
+// Every port text the library reads is made of the same pieces: items separated by a
+// character ("80,443"), an item that is a port or two ports joined by ":" or "-"
+// ("8000:8010", "55900-55910"), an optional "/protocol" part ("80/tcp,udp"), and white space
+// around each piece. The functions here cut such texts into views without copying and convert
+// port numbers, strictly (digits only, at most 65535) or leniently (as strtol reads them).
+// Nothing here logs or touches the error state: callers report failures in their own words.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/result.h"
+
+namespace kova::ports {
+
+inline constexpr uint32_t kMaxPort = 65535;
+
+// A closed span of port numbers.
+struct Span {
+    uint32_t first = 0;
+    uint32_t last = 0;
+    bool operator==(const Span &) const = default;
+};
+
+// The C locale's white space.
+constexpr bool is_space(char c) noexcept {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+std::string_view trim(std::string_view text) noexcept;
+
+// Calls f(piece) for every piece between the characters of `delims`, empty pieces included,
+// in text order ("a,,b" gives "a", "", "b"; "" gives one empty piece). f returns false to stop;
+// the result is false when it stopped.
+template <class F>
+bool each_piece(std::string_view text, std::string_view delims, F &&f) {
+    for (;;) {
+        const size_t end = text.find_first_of(delims);
+        if (!f(text.substr(0, end))) return false;
+        if (end == std::string_view::npos) return true;
+        text.remove_prefix(end + 1);
+    }
+}
+
+// The non-empty runs between the characters of `delims` ("a,,b" gives "a", "b").
+std::vector<std::string_view> words(std::string_view text, std::string_view delims);
+
+// An item cut at its first `joiner`: "8000:8010" gives "8000" and "8010" with joined set;
+// "80" gives "80" alone.
+struct Item {
+    std::string_view first;
+    std::string_view last;
+    bool joined = false;
+};
+Item split_item(std::string_view item, char joiner) noexcept;
+
+// A port list text cut at its first "/": the ports part and the protocol part (absent when
+// the text holds no "/").
+struct PortListText {
+    std::string_view ports;
+    std::string_view protocol;
+    bool has_protocol = false;
+};
+PortListText split_port_list(std::string_view text) noexcept;
+
+// A port number: one or more decimal digits and nothing else, at most 65535.
+enum class PortError { kNone, kEmpty, kNotDigits, kTooLarge };
+PortError parse_port(std::string_view text, uint32_t &value) noexcept;
+
+// A number as strtol reads it in base 10: leading white space and one sign accepted, digits up
+// to the first other character, no digits give 0; saturated to the range of long.
+long lenient_number(std::string_view text) noexcept;
+int lenient_int(std::string_view text) noexcept;  // the same, saturated to int
+
+// Protocol words separated by ",", each trimmed, in any letter case: the union of 1 for "tcp"
+// and 2 for "udp", or -1 at the first other word (an empty word included).
+int protocol_flags(std::string_view words) noexcept;
+
+// Rendering, "%d" style (a port above INT32_MAX prints as a negative number).
+void append_port(std::string &out, uint32_t port);
+void append_span(std::string &out, Span span, char joiner);  // "p" when first == last
+
+// Sorted, merged spans: no two overlap or touch. `merge` takes any spans (each first <= last).
+std::vector<Span> merge(std::vector<Span> spans);
+// Whether a sorted, merged run of spans holds the port.
+bool contains(const std::vector<Span> &merged, uint64_t port) noexcept;
+// The common ports of two sorted, merged runs, as pieces in ascending order.
+std::vector<Span> intersect(const std::vector<Span> &a, const std::vector<Span> &b);
+
+// ---- port lists of .sc files ("80,443,8000:8010/tcp"), module service_conf_ports_get ----
+// These report as the port list operations do: their log lines name that module, and their
+// failures carry error 0x0D00 for the caller's shell to record.
+
+// One item of a port list as written: a port, or a range "begin:end" (not reordered).
+struct PortEntry {
+    uint32_t begin = 0;
+    uint32_t end = 0;  // 0 for a single port
+    bool range = false;
+};
+struct PortList {
+    uint32_t protocol = 0;           // 1 TCP, 2 UDP, 3 both
+    std::vector<PortEntry> entries;  // in text order
+};
+
+// A port number text as KOVAServiceConfPortsCheck takes it; an empty text fails without a log line.
+Result<uint32_t> checked_port(std::string_view text);
+// Protocol words as KVLIBServiceConfProtocolParse reads them: an empty text means both.
+Result<int> protocol_of(std::string_view text);
+// A whole port list text, as KOVAServiceConfPortsGet reads it.
+Result<PortList> parse_port_list(std::string_view text);
+
+}  // namespace kova::ports

@@ -1,0 +1,88 @@
+// The service-wide and file conflict checks, split by job over several files that all report as
+// one module, service_is_port_conflict: their log lines and error states name it.
+//
+// The checks work on values. What they add to the caller's conflict list is kept in a
+// ConflictList until the exported shell links it into the caller's list.
+#pragma once
+
+#include <kovaserviceconf.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "foundation/log.h"
+#include "foundation/ports.h"
+#include "foundation/raii.h"
+#include "foundation/result.h"
+
+namespace kova::check {
+
+inline constexpr char kModule[] = "service_is_port_conflict.cpp";
+
+#define CHECK_LOG(fmt, ...) ::kova::log_line(::kova::check::kModule, __LINE__, fmt __VA_OPT__(, ) __VA_ARGS__)
+#define CHECK_FAILURE(code) (::kova::Failure{(code), ::kova::check::kModule, __LINE__})
+#define CHECK_FAILURE_KEEP (::kova::Failure{0, ::kova::check::kModule, __LINE__})
+
+using ports::Span;
+
+// The caller's conflict list and what the sources add to it.
+class ConflictList {
+public:
+    explicit ConflictList(const KOVA_SERVICE_CONF_PORT *given) : given_(given) {}
+
+    // An entry as the text comparison adds it: direction 0, both protocols, a single port
+    // (end port 0) or a range.
+    void add(uint32_t first, uint32_t last) { added_.push_back({first, last}); }
+    bool empty() const { return given_ == nullptr && added_.empty(); }
+    // Every entry as a range set reads it when it is joined (a range written backwards turned).
+    std::vector<Span> spans() const;
+    // The whole list becomes these sorted, merged spans, in the node form of a range set.
+    void replace(std::vector<Span> merged) { replaced_ = std::move(merged); }
+
+    // At the ABI edge: links the new entries in front of the caller's list, newest first, or
+    // replaces the list. Throws std::bad_alloc; the entries linked before stay.
+    void apply(KOVA_SERVICE_CONF_PORT **ppList) const;
+
+private:
+    const KOVA_SERVICE_CONF_PORT *given_;
+    std::vector<Span> added_;  // oldest first
+    std::optional<std::vector<Span>> replaced_;
+};
+
+// One call of the service-wide check, its texts cut into words.
+struct Request {
+    std::string_view ports;     // the caller's port text
+    std::string_view protocol;  // the caller's protocol text
+    std::vector<std::string_view> skipNames;
+    std::vector<std::string_view> portItems;
+    std::string lowered;  // the protocol text lower-cased, cut as the check's buffer cuts it
+    std::vector<std::string_view> protoWords;
+    std::unordered_set<std::string_view> skip;
+
+    bool has_proto_word(std::string_view word) const;
+};
+
+// ---- the port text comparison --------------------------------------------------------------
+
+// Compares every item of the caller's text ("80,8000:8010") with the other text
+// ("445,55900-55910") and adds each colliding piece: true if any item collides.
+Result<bool> compare_texts(std::string_view ports, std::string_view other, ConflictList &list);
+// One port (last -1) or range of the caller against every item of the other text: true if an entry was added.
+Result<bool> compare_with_text(int first, int last, std::string_view other, ConflictList &list);
+
+// ---- the sources, in the order the check runs them ------------------------------------------
+// Each returns whether it found a collision.
+
+Result<bool> rule_file_conflict(const Request &req, ConflictList &list);
+Result<bool> catalogue_conflict(const Request &req, ConflictList &list);
+Result<bool> reserved_conflict(const Request &req, ConflictList &list);
+Result<bool> in_use_conflict(const Request &req);
+
+// The reserved port (or, for "ftplowport" and "ftphighport", the FTP passive range) that the key
+// names in the system information file, added to `spans`; nothing when the key has no value.
+Result<void> reserved_port(std::string_view key, std::vector<Span> &spans);
+
+}  // namespace kova::check

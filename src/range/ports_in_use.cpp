@@ -1,0 +1,153 @@
+// The service-wide check's source 0x10: whether some port of the caller's items is in use on the
+// machine, not counting the ports of the skipped services themselves.
+//
+// The ports in use are read once per protocol for the whole port space and each item is
+// answered from them; the skipped services' ports are one merged set per protocol. An item
+// then costs a search, whatever the number of items and of skipped ports.
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+
+#include "firewall/firewall_service_enum.h"
+#include "range/conflict_check.h"
+
+namespace kova::check {
+namespace {
+
+constexpr int kPortSpace = 65536;
+
+// The ports in use for one protocol (TCP: tcp 1, UDP: tcp 0).
+class UsedPorts {
+public:
+    explicit UsedPorts(int tcp) : tcp_(tcp) {}
+
+    // Whether some port of [first, last] is in use and not in `skipped`; fails only when the
+    // array for the ports cannot be allocated.
+    Result<bool> any_in(int first, int last, const std::vector<Span> &skipped) {
+        const bool inside = first >= 0 && last < kPortSpace;
+        if (inside && !tried_whole_) {
+            // The whole space at once. When it cannot be read, this range's own request would
+            // have failed the same way (and left the same error state): it has no port in use.
+            tried_whole_ = true;
+            const Result<bool> r = fetch(0, kPortSpace - 1, whole_);
+            if (!r) return r.failure();
+            whole_read_ = *r;
+            if (!whole_read_) return false;
+        }
+        std::vector<int32_t> fetched;
+        const std::vector<int32_t> *used = &whole_;
+        if (!inside || !whole_read_) {
+            // What the network library says for this range alone.
+            const Result<bool> r = fetch(first, last, fetched);
+            if (!r) return r.failure();
+            if (!*r) return false;
+            used = &fetched;
+        }
+        auto it = std::lower_bound(used->begin(), used->end(), first);
+        for (; it != used->end() && *it <= last; ++it)
+            if (*it != 0 && !ports::contains(skipped, static_cast<uint32_t>(*it))) return true;
+        return false;
+    }
+
+private:
+    // The ports of [first, last] in use, ascending; false (no port) when they cannot be read.
+    Result<bool> fetch(int first, int last, std::vector<int32_t> &out) const {
+        const int64_t length = static_cast<int64_t>(last) - first + 1;
+        const int capacity = static_cast<int>(std::min<int64_t>(length, kPortSpace));
+        std::unique_ptr<int32_t[], decltype(&std::free)> ports(
+            static_cast<int32_t *>(std::calloc(static_cast<size_t>(capacity), sizeof(int32_t))), &std::free);
+        if (ports == nullptr) {
+            const Failure f = CHECK_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
+            CHECK_LOG("out of memory!!");
+            return f;
+        }
+        int count = capacity;
+        if (KOVANetGetPortUsedInRange(ports.get(), &count, first, last, tcp_) < 0) return false;
+        count = std::clamp(count, 0, capacity);
+        out.assign(ports.get(), ports.get() + count);
+        std::sort(out.begin(), out.end());
+        return true;
+    }
+
+    int tcp_;
+    bool tried_whole_ = false;
+    bool whole_read_ = false;
+    std::vector<int32_t> whole_;
+};
+
+// The ports of the skipped services that use the protocol, as their texts name them ("445" or
+// "55900-55910", numbers as strtol reads them; a range written backwards names nothing).
+std::vector<Span> skipped_ports(const Request &req, const KOVA_FW_SERVICE *catalogue, int protocolBit) {
+    std::vector<Span> spans;
+    for (std::string_view name : req.skipNames) {
+        const std::string wanted(name);
+        const KOVA_FW_SERVICE *svc = catalogue;
+        while (svc != nullptr && std::strcmp(svc->name, wanted.c_str()) != 0) svc = svc->next;
+        if (svc == nullptr || (svc->dstProtocol & protocolBit) == 0 || svc->dstPorts == nullptr) continue;
+        for (int i = 0; i < svc->dstPorts->nItem; ++i) {
+            const char *text = KVLIBCSzListGet(svc->dstPorts, i);
+            if (text == nullptr) continue;
+            const ports::Item item = ports::split_item(text, '-');
+            const long first = std::max<long>(ports::lenient_int(item.first), 0);
+            const long last = ports::lenient_int(item.joined ? item.last : item.first);
+            if (first <= last) spans.push_back({static_cast<uint32_t>(first), static_cast<uint32_t>(last)});
+        }
+    }
+    return ports::merge(std::move(spans));
+}
+
+// One protocol's state: its ports in use and the skipped services' ports, made when first needed.
+struct Protocol {
+    int bit;
+    bool wanted;
+    UsedPorts used;
+    std::optional<std::vector<Span>> skipped;
+};
+
+}  // namespace
+
+Result<bool> in_use_conflict(const Request &req) {
+    Result<fw::Catalogue> catalogue = fw::build_catalogue();
+    if (!catalogue) {
+        const Failure f = CHECK_FAILURE(KOVA_ERR_FW_ENUM);
+        CHECK_LOG("Failed to enumerate services" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
+        return f;
+    }
+    Protocol protocols[2] = {{KOVA_PROTO_TCP, req.has_proto_word("tcp"), UsedPorts(1), {}},
+                             {KOVA_PROTO_UDP, req.has_proto_word("udp"), UsedPorts(0), {}}};
+    for (std::string_view text : req.portItems) {
+        int first = 0;
+        int last = 0;
+        if (const ports::Item item = ports::split_item(text, ':'); item.joined) {
+            const int a = ports::lenient_int(item.first);
+            const int b = ports::lenient_int(item.last);
+            first = std::min(a, b);
+            last = std::max(a, b);
+        } else {
+            first = last = ports::lenient_int(text);
+        }
+        if (first == 0 && last == 0) {
+            const Failure f = CHECK_FAILURE(KOVA_ERR_BAD_PARAMETER);
+            CHECK_LOG("Invalid Argument!!" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
+            return f;
+        }
+        for (Protocol &p : protocols) {
+            if (!p.wanted) continue;
+            if (!p.skipped) {
+                if (catalogue->head == nullptr) {
+                    const Failure f = CHECK_FAILURE(KOVA_ERR_BAD_PARAMETER);
+                    CHECK_LOG("Invalid Argument!!" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
+                    return f;
+                }
+                p.skipped = skipped_ports(req, catalogue->head.get(), p.bit);
+            }
+            const Result<bool> r = p.used.any_in(first, last, *p.skipped);
+            if (!r) return r.failure();
+            if (*r) return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace kova::check

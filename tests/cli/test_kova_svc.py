@@ -1,0 +1,299 @@
+#!/usr/bin/env python3
+"""End-to-end tests of kova-svc: the built tool on sandbox roots (copies of examples/root).
+
+Every JSON document is read with Python's json module, not with the tool's own code.
+Environment: KOVA_SVC (the tool), KOVA_SOURCE_DIR (the checkout), KOVA_TEST_TMPDIR (where the
+sandbox roots go).
+"""
+import json
+import os
+import pty
+import shutil
+import socket
+import subprocess
+import tempfile
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+
+SVC = os.environ["KOVA_SVC"]
+EXAMPLE = os.path.join(os.environ["KOVA_SOURCE_DIR"], "examples", "root")
+TMP = os.environ.get("KOVA_TEST_TMPDIR") or tempfile.gettempdir()
+PKG = "usr/local/etc/services.d"
+
+
+class Run:
+    def __init__(self, proc):
+        self.status, self.out, self.err = proc.returncode, proc.stdout, proc.stderr
+
+    def json(self):
+        return json.loads(self.out)
+
+    def lines(self):
+        return self.out.splitlines()
+
+
+class Sandbox(unittest.TestCase):
+    """A copy of the example root: offline (no proc/, no tmp/) unless a test says otherwise."""
+
+    def setUp(self):
+        self.root = tempfile.mkdtemp(prefix="cli.", dir=TMP)
+        os.chmod(self.root, 0o755)
+        shutil.copytree(EXAMPLE, self.root, dirs_exist_ok=True)
+        self.addCleanup(shutil.rmtree, self.root, True)
+
+    def path(self, rel):
+        return os.path.join(self.root, rel)
+
+    def write(self, rel, text, mode=0o644):
+        p = self.path(rel)
+        os.makedirs(os.path.dirname(p), exist_ok=True)
+        with open(p, "w") as f:
+            f.write(text)
+        os.chmod(p, mode)
+        return p
+
+    def live(self, firewall="exit 0"):
+        """The machine's process tables, and stand-ins for the firewall and router tools."""
+        os.symlink("/proc", self.path("proc"))
+        os.makedirs(self.path("tmp"), exist_ok=True)
+        for tool in ("usr/kova/bin/kovafirewall", "usr/kova/sbin/kovaroutertool"):
+            self.write(tool, "#!/bin/sh\n%s\n" % firewall, 0o755)
+
+    def svc(self, *args, env=None, user=None):
+        full = dict(os.environ, **(env or {}))
+        full.pop("COLUMNS", None)
+        pre = (lambda: (os.setgid(65534), os.setuid(65534))) if user == "nobody" else None
+        proc = subprocess.run([SVC, "--root", self.root, *args], capture_output=True, text=True, env=full,
+                              preexec_fn=pre, timeout=120)
+        return Run(proc)
+
+    def sc(self, name, section, ports):
+        return self.write("scratch/" + name, "[%s]\ntitle=T\ndesc=D\ndst.ports=%s\n" % (section, ports))
+
+    def assertError(self, r, status, *words):
+        """Failed with `status`, and the tool said so in one line naming `words`."""
+        self.assertEqual(r.status, status, r.err)
+        (line,) = [l for l in r.err.splitlines() if l.startswith("kova-svc:")]
+        for w in words:
+            self.assertIn(w, line)
+
+
+def holders(doc, source=None):
+    return [(h["source"], h["name"], h["ports"][0]["first"], h["ports"][0]["last"], tuple(h["protocols"]))
+            for h in doc["holders"] if source is None or h["source"] == source]
+
+
+class Catalogue(Sandbox):
+    def test_list_never_wraps_in_a_pipe_and_its_ports_paste_back(self):
+        r = self.svc("list")
+        self.assertEqual(r.status, 0, r.err)
+        nfs = [l for l in r.lines() if l.startswith("nfs ")]
+        self.assertEqual(len(nfs), 1)
+        self.assertTrue(nfs[0].endswith("111,662,892,2049,4045/tcp,udp  -"), nfs[0])
+        self.assertIn("6281:6283/tcp", [w for l in r.lines() if l.startswith("backup_vault") for w in l.split()])
+        self.assertTrue(r.lines()[0].startswith("NAME"))
+        self.assertFalse(self.svc("--no-header", "list").lines()[0].startswith("NAME"))
+
+        doc = self.svc("list", "--json").json()
+        vault = next(s for s in doc["services"] if s["name"] == "backup_vault")
+        self.assertEqual(vault["dst"], {"protocols": ["tcp"], "ports": [{"first": 6281, "last": 6283}],
+                                        "text": "6281:6283/tcp"})
+        afp = next(s for s in doc["services"] if s["name"] == "afp")
+        self.assertIsNone(afp["src"])
+        self.assertIsNone(afp["file"])
+        # What the tool prints is what it reads, in either range syntax.
+        for text in (vault["dst"]["text"], "6281-6283/tcp"):
+            c = self.svc("check", text, "--sources", "services", "--json").json()
+            self.assertEqual(holders(c), [("services", "backup_vault", 6281, 6283, ("tcp",))])
+
+    def test_show_explains_reserved_names_and_fails_on_unknown_ones(self):
+        r = self.svc("show", "kova-webdav")
+        self.assertEqual(r.status, 0, r.err)
+        self.assertIn("reserved port, not a service", r.out)
+        self.assertIn("5005/tcp", r.out)
+        doc = self.svc("show", "kova-syslog", "--json").json()
+        self.assertIsNone(doc["service"])
+        self.assertEqual({(h["ports"][0]["first"], tuple(h["protocols"]), h["setting"]) for h in doc["reserved"]},
+                         {(1514, ("tcp",), "syslogport"), (1514, ("udp",), "syslogport")})
+        r = self.svc("show", "no_such", "--json")
+        self.assertEqual(r.status, 3)
+        self.assertIn("no service named 'no_such'", r.json()["error"]["message"])
+        self.assertEqual(r.json()["error"]["status"], 3)
+
+
+class Ports(Sandbox):
+    def test_check_names_every_source_of_a_collision(self):
+        r = self.svc("check", "443,5005,6690/tcp", "--json")
+        self.assertEqual(r.status, 1, r.err)
+        doc = r.json()
+        self.assertTrue(doc["conflict"])
+        self.assertEqual(doc["colliding"], [{"first": p, "last": p} for p in (443, 5005, 6690)])
+        self.assertEqual(set(holders(doc)), {
+            ("forward", "web_frontend", 443, 443, ("tcp",)),
+            ("services", "web_frontend", 443, 443, ("tcp",)),
+            ("reserved", "webdav_http", 5005, 5005, ("tcp",)),
+            ("forward", "custom", 6690, 6690, ("tcp", "udp")),
+        })
+        self.assertNotIn("kova-webdav", r.out)  # reserved ports are not services
+        # Offline root: the in-use source is skipped, said once.
+        self.assertFalse(doc["in_use_known"])
+        self.assertEqual(r.err.count("offline"), 1, r.err)
+        self.assertEqual(len(doc["warnings"]), 1)
+        clean = self.svc("check", "41000:41010/udp", "--json")
+        self.assertEqual((clean.status, clean.json()["conflict"], clean.json()["holders"]), (0, False, []))
+
+    def test_ports_in_use_are_reported_whoever_holds_them(self):
+        self.live()
+        with socket.socket() as s:
+            s.bind(("127.0.0.1", 0))
+            s.listen()
+            port = s.getsockname()[1]
+            r = self.svc("who", "%d/tcp" % port, "--json")
+            self.assertEqual(r.status, 0, r.err)
+            (h,) = r.json()["holders"]
+            self.assertEqual((h["source"], h["pid"], h["state"], h["visible"]), ("in-use", os.getpid(), "LISTEN", True))
+            self.assertIn("%d\ttcp\t%d" % (port, os.getpid()),
+                          ["\t".join(l.split()[:3]) for l in self.svc("sockets", "--listening").lines()])
+            self.assertEqual(self.svc("check", "%d/tcp" % port).status, 1)
+            if os.geteuid() == 0:
+                for args in (("who", "%d/tcp" % port), ("check", "%d/tcp" % port)):
+                    r = self.svc(*args, "--json", user="nobody")
+                    self.assertIn(("in-use", None, False), [(h["source"], h["pid"], h["visible"])
+                                                            for h in r.json()["holders"]], r.out + r.err)
+                    self.assertNotEqual(r.status, 0 if args[0] == "check" else 1)
+                self.assertIn("not visible to this user", self.svc("who", str(port), user="nobody").out)
+        r = self.svc("who", "%d/tcp" % port)
+        self.assertEqual((r.status, r.lines()[-1]), (1, "Held by: nobody"))
+
+    def test_free_ports_pass_the_check_offline(self):
+        doc = self.svc("free", "--near", "5000", "--count", "3", "--json").json()
+        (run,) = doc["ports"]
+        self.assertEqual(run["last"] - run["first"], 2)
+        self.assertFalse(doc["in_use_known"])
+        self.assertEqual(self.svc("check", "%d:%d" % (run["first"], run["last"])).status, 0)
+
+
+class Changes(Sandbox):
+    def test_install_reports_collisions_and_strict_refuses_them(self):
+        src = self.sc("clash.sc", "clash", "445,41990/tcp")
+        r = self.svc("install", src)
+        self.assertEqual(r.status, 0, r.err)
+        self.assertIn("cifs", r.err)
+        self.assertTrue(os.path.exists(self.path(PKG + "/clash.sc")))
+        r = self.svc("install", "--strict", src, "--as", "strict.sc", "--json")
+        self.assertEqual(r.status, 1)
+        self.assertIn("--strict", r.json()["error"]["message"])
+        self.assertFalse(os.path.exists(self.path(PKG + "/strict.sc")))
+        ok = self.svc("update", "clash.sc", self.sc("ok.sc", "clash", "41990/tcp"), "--strict", "--json")
+        self.assertEqual((ok.status, ok.json()["conflict"]), (0, False), ok.err)
+
+    def test_missing_targets_are_treated_alike(self):
+        for args in (("remove", "nothing.sc"), ("remove-section", "nothing.sc", "x"),
+                     ("remove-section", "media_server.sc", "no_section")):
+            r = self.svc(*args, "--json")
+            self.assertEqual((r.status, r.json()["removed"]), (0, False), args)
+        r = self.svc("update", "nothing.sc", self.sc("n.sc", "n", "41000/tcp"), "--json")
+        self.assertEqual(r.status, 3)
+        err = r.json()["error"]
+        self.assertEqual(err["file"], self.path(PKG + "/nothing.sc"))
+        self.assertIn("kova-svc install", err["hint"])
+        self.assertEqual(r.err.count("\n"), 1)
+
+    def test_every_command_works_on_an_offline_root(self):
+        src = self.sc("new.sc", "new_svc", "41000/tcp")
+        steps = [("list",), ("show", "ftp"), ("who", "445"), ("sockets",), ("free",), ("validate", src),
+                 ("install", src), ("update", "new.sc", src), ("set-ports", "new.sc", "new_svc", "41001-41002/tcp"),
+                 ("remove-section", "new.sc", "new_svc"), ("install", src), ("remove", "new.sc")]
+        for step in steps:
+            r = self.svc(*step)
+            self.assertEqual(r.status, 0, "%s: %s" % (step, r.err))
+            self.assertLessEqual(r.err.count("offline"), 1, r.err)
+        self.assertTrue(os.path.isdir(self.path("tmp")))
+        self.assertEqual(os.listdir(self.path("tmp")), [])
+
+    def test_remove_section_without_firewall_tool_suggests_files_only(self):
+        self.live()
+        os.remove(self.path("usr/kova/bin/kovafirewall"))
+        r = self.svc("remove-section", "media_server.sc", "media_server")
+        self.assertError(r, 3, "--files-only", "kovafirewall")
+        self.assertIn("[media_server]", open(self.path(PKG + "/media_server.sc")).read())
+        r = self.svc("remove-section", "media_server.sc", "media_server", "--files-only")
+        self.assertEqual(r.status, 0, r.err)
+        self.assertNotIn("[media_server]", open(self.path(PKG + "/media_server.sc")).read())
+
+    def test_failed_follow_ups_are_warnings_and_reach_the_users_log(self):
+        self.live(firewall="exit 1")
+        log = self.path("user.log")
+        r = self.svc("set-ports", "media_server.sc", "media_server", "41001/tcp", "--json",
+                     env={"KOVA_LOG_FILE": log})
+        self.assertEqual(r.status, 0, r.err)
+        self.assertTrue(r.json()["changed"])
+        self.assertTrue(any("follow-up" in w and "kovafirewall" in w for w in r.json()["warnings"]), r.out)
+        self.assertIn("kovafirewall", r.err)
+        self.assertIn("kovafirewall --reload", open(log).read())
+
+    def test_concurrent_edits_of_one_file_take_turns(self):
+        self.live()
+        def edit(i):
+            return self.svc("set-ports", "media_server.sc", "media_server", "%d/tcp" % (42000 + i), "--no-reload")
+        with ThreadPoolExecutor(8) as pool:
+            runs = list(pool.map(edit, range(16)))
+        self.assertEqual([r.status for r in runs], [0] * 16, [r.err for r in runs if r.status])
+
+
+class Output(Sandbox):
+    def test_validate_prints_file_line_and_json_agrees(self):
+        f = self.path(PKG + "/broken_tool.sc")
+        r = self.svc("validate", f)
+        self.assertEqual(r.status, 1)
+        self.assertIn(f + ":5: [broken tool] error:", r.out)
+        self.assertIn(f + ":13: [broken_ports] error:", r.out)
+        self.assertIn(f + ":20: [broken_desc] error: missing key \"desc\"", r.out)
+        doc = self.svc("validate", f, "--json").json()
+        self.assertFalse(doc["accepted"])
+        self.assertIsNone(doc["version"])
+        self.assertIn((13, "broken_ports"), [(p["line"], p["section"]) for p in doc["problems"]])
+
+    def test_errors_name_the_file_and_show_library_codes_only_when_verbose(self):
+        missing = self.path("scratch/none.sc")
+        r = self.svc("validate", missing)
+        self.assertError(r, 3, missing)
+        self.assertNotIn(".cpp", r.err)
+        r = self.svc("--json", "check", "70000")
+        self.assertEqual((r.status, r.json()["error"]["status"]), (2, 2))
+        self.assertIn("not a valid port list", r.json()["error"]["message"])
+        os.chmod(self.path(PKG), 0o555)
+        src = self.sc("x.sc", "x", "41000/tcp")
+        for verbose, shown in ((), False), (("--verbose",), True):
+            r = self.svc("install", src, *verbose, user="nobody" if os.geteuid() == 0 else None)
+            self.assertError(r, 3, "cannot install " + src, self.path(PKG), "may write")
+            self.assertEqual(".cpp:" in r.err, shown, r.err)
+
+    def test_tables_fit_the_terminal(self):
+        pid, fd = pty.fork()
+        if pid == 0:
+            os.environ["COLUMNS"] = "60"
+            os.execv(SVC, [SVC, "--root", self.root, "list"])
+        out = b""
+        while True:
+            try:
+                chunk = os.read(fd, 65536)
+            except OSError:
+                break
+            if not chunk:
+                break
+            out += chunk
+        os.waitpid(pid, 0)
+        lines = out.decode().splitlines()
+        self.assertGreater(len(lines), 27)
+        self.assertLessEqual(max(len(l) for l in lines), 60)
+
+    def test_version_and_help(self):
+        r = subprocess.run([SVC, "-V"], capture_output=True, text=True)
+        self.assertRegex(r.stdout, r"^kova-svc \d")
+        text = subprocess.run([SVC, "who", "--help"], capture_output=True, text=True).stdout
+        self.assertIn("0 somebody declares or holds the port, 1 nobody does", text)
+
+
+if __name__ == "__main__":
+    unittest.main()

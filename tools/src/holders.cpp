@@ -1,0 +1,344 @@
+#include "holders.h"
+
+#include <algorithm>
+#include <cstring>
+#include <tuple>
+
+#include "args.h"
+#include "catalogue.h"
+#include "json.h"
+#include "session.h"
+#include "status.h"
+#include "table.h"
+
+namespace kovasvc {
+
+namespace {
+
+// The overlap of a run with the runs asked for.
+std::vector<PortRun> overlaps(const std::vector<PortRun> &asked, const PortRun &run) {
+    std::vector<PortRun> out;
+    for (const auto &a : asked) {
+        unsigned int first = std::max(a.first, run.first), last = std::min(a.last, run.last);
+        if (first <= last && first != 0) out.push_back({first, last});
+    }
+    return merged(out);
+}
+
+std::vector<PortRun> text_runs(const std::string &text) {
+    std::vector<PortRun> runs;
+    for (const auto &item : split_list(text)) {
+        PortRun r = item_run(item.c_str());
+        if (r.first != 0 || r.last != 0) runs.push_back(r);
+    }
+    return runs;
+}
+
+void add(std::vector<Holder> &out, const HolderQuery &q, const PortRun &declared, const Holder &like) {
+    for (const auto &run : overlaps(q.runs, declared)) {
+        Holder h = like;
+        h.run = run;
+        out.push_back(h);
+    }
+}
+
+void forward_rules(const HolderQuery &q, std::vector<Holder> &out) {
+    const char *path = KOVAPFRuleConfPathGet();
+    if (path == nullptr || KVLIBCFileExist(path) != 1) return;
+    SzListPtr names(KVLIBCSzListAlloc(1024));
+    if (!names) return;
+    KVLIB_SZLIST *raw = names.get();
+    if (KVLIBCFileEnumSection(path, &raw) < 0) return;
+    for (const auto &rule : list_items(raw)) {
+        KVLIB_SZHASH *keys = KVLIBCSzHashAlloc(1024);
+        if (keys == nullptr) continue;
+        int n = KVLIBCFileGetSection(path, rule.c_str(), &keys);
+        SzHashPtr owner(keys);
+        if (n <= 0) continue;
+        const char *service = KVLIBCSzHashGetValue(keys, "service_id");
+        if (service != nullptr && q.skip.count(service) != 0) continue;
+        const char *proto = KVLIBCSzHashGetValue(keys, "protocol name");
+        unsigned int flags = 0;
+        if (proto != nullptr) {
+            std::string p = proto;
+            std::transform(p.begin(), p.end(), p.begin(), ::tolower);
+            if (p.find("tcp") != std::string::npos) flags |= KOVA_PROTO_TCP;
+            if (p.find("udp") != std::string::npos) flags |= KOVA_PROTO_UDP;
+        }
+        for (const char *key : {"s_port", "r_port"}) {
+            const char *value = KVLIBCSzHashGetValue(keys, key);
+            if (value == nullptr) continue;
+            Holder like;
+            like.source = HolderSource::Forward;
+            like.protocols = flags != 0 ? flags : q.protocols;
+            like.name = service != nullptr ? service : rule;
+            like.file = path;
+            like.setting = "[" + rule + "] " + key;
+            for (const auto &run : text_runs(value)) add(out, q, run, like);
+        }
+    }
+}
+
+void services(const HolderQuery &q, std::vector<Holder> &out) {
+    Catalogue cat = Catalogue::load();
+    for (const auto &e : cat.entries()) {
+        const KOVA_FW_SERVICE &s = *e.service;
+        unsigned int shared = static_cast<unsigned int>(s.dstProtocol) & q.protocols;
+        if (q.skip.count(s.name) != 0 || shared == 0) continue;
+        Holder like;
+        like.source = HolderSource::Service;
+        like.protocols = shared;
+        like.name = s.name;
+        like.file = e.source.file;
+        like.setting = origin_name(e.source.origin);
+        for (const auto &run : item_runs(list_items(s.dstPorts))) add(out, q, run, like);
+    }
+}
+
+std::string setting(const std::string &path, const char *key) {
+    char buf[1024] = "";
+    if (KVLIBCFileGetKeyValue(path.c_str(), key, buf, sizeof buf, 0) <= 0) return "";
+    return buf;
+}
+
+void reserved(const HolderQuery &q, std::vector<Holder> &out) {
+    std::string path = session().path("/etc/kovainfo.conf");
+    struct Group {
+        const char *name, *key;
+    };
+    const Group groups[] = {{"ftp", "ftpport"},
+                            {"ftp", "ftplowport"},
+                            {"webdav_http", "WebDavPort"},
+                            {"webdavs_https", "secure_WebDavPort"},
+                            {"syslog_server", "syslogport"}};
+    for (const auto &g : groups) {
+        if (q.skip.count(g.name) != 0) continue;
+        std::string value = setting(path, g.key), key = g.key;
+        if (value.empty()) continue;
+        if (key == "ftplowport") {
+            std::string high = setting(path, "ftphighport");
+            if (high.empty()) continue;
+            value += "-" + high;
+            key = "ftplowport, ftphighport";
+        }
+        Holder like;
+        like.source = HolderSource::Reserved;
+        like.protocols = q.protocols;  // reserved whatever the protocol
+        like.name = g.name;
+        like.file = path;
+        like.setting = key;
+        for (const auto &run : text_runs(value)) add(out, q, run, like);
+    }
+    if (!q.system_ports) return;
+    ConfResultsPtr fixed(SysConfListFetch());
+    for (const auto &r : DListRecords<KOVA_CONF_PORT_CONFLICT_RESULT>(fixed.get())) {
+        if (r.serviceName == nullptr || (r.protocol & q.protocols) == 0 || r.port == 0) continue;
+        Holder like;
+        like.source = HolderSource::Reserved;
+        like.protocols = r.protocol;
+        like.name = r.serviceName;
+        std::string name = r.serviceName;
+        const char *key = name == "kova-syslog" ? "syslogport" : name == "kova-sms" ? "smsport" : nullptr;
+        like.setting = key != nullptr ? key : "a fixed port of the system";
+        if (key != nullptr) like.file = path;
+        add(out, q, {r.port, r.port}, like);
+    }
+}
+
+bool listening(unsigned int protocol, unsigned int state) {
+    return (protocol == KOVA_PROTO_TCP && state == 10) || protocol == KOVA_PROTO_UDP;
+}
+
+// Ports of the kernel's socket tables in the runs (TCP: listening), whoever owns them.
+bool ports_in_tables(const HolderQuery &q, unsigned int protocol, std::set<unsigned int> &ports) {
+    for (const auto &run : q.runs) {
+        std::vector<int32_t> found(run.last - run.first + 1, 0);
+        int count = static_cast<int>(found.size());
+        if (KOVANetGetPortUsedInRange(found.data(), &count, static_cast<int>(run.first), static_cast<int>(run.last),
+                                      protocol == KOVA_PROTO_TCP ? 1 : 0) < 0)
+            return false;
+        for (int i = 0; i < count && i < static_cast<int>(found.size()); ++i)
+            if (found[static_cast<size_t>(i)] != 0)
+                ports.insert(static_cast<unsigned int>(found[static_cast<size_t>(i)]));
+    }
+    return true;
+}
+
+bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
+    RuntimeResultsPtr inventory(RuntimeServiceListFetch());
+    if (!inventory) return false;
+    std::set<std::pair<unsigned int, unsigned int>> seen;  // port, protocol with a visible owner
+    for (const auto &r : DListRecords<KOVA_RUNTIME_PORT_CONFLICT_RESULT>(inventory.get())) {
+        if ((r.protocol & q.protocols) == 0 || (q.listening_only && !listening(r.protocol, r.state))) continue;
+        Holder like;
+        like.source = HolderSource::InUse;
+        like.protocols = r.protocol;
+        like.pid = r.pid;
+        like.program = r.program != nullptr ? r.program : "";
+        like.state = socket_state(r.protocol, r.state);
+        size_t before = out.size();
+        add(out, q, {r.port, r.port}, like);
+        if (out.size() != before) seen.insert({r.port, r.protocol});
+    }
+    for (unsigned int protocol : {KOVA_PROTO_TCP, KOVA_PROTO_UDP}) {
+        if ((protocol & q.protocols) == 0) continue;
+        std::set<unsigned int> ports;
+        if (!ports_in_tables(q, protocol, ports)) return false;
+        for (unsigned int port : ports) {
+            if (seen.count({port, protocol}) != 0) continue;
+            Holder h;
+            h.source = HolderSource::InUse;
+            h.run = {port, port};
+            h.protocols = protocol;
+            h.visible = false;
+            h.state = protocol == KOVA_PROTO_TCP ? "LISTEN" : "UNCONN";
+            out.push_back(h);
+        }
+    }
+    return true;
+}
+
+std::string detail(const Holder &h) {
+    switch (h.source) {
+        case HolderSource::Service:
+            return h.file.empty() ? h.setting : h.setting + " " + h.file;
+        case HolderSource::Reserved:
+        case HolderSource::Forward:
+            return h.file.empty() ? h.setting : h.setting + " in " + h.file;
+        case HolderSource::InUse:
+            if (!h.visible) return "owner not visible to this user (" + h.state + ")";
+            return "pid " + std::to_string(h.pid) + " " + (h.program.empty() ? "-" : h.program) + " (" + h.state + ")";
+    }
+    return "";
+}
+
+}  // namespace
+
+const char *source_name(HolderSource source) {
+    switch (source) {
+        case HolderSource::Forward:
+            return "forward";
+        case HolderSource::Service:
+            return "services";
+        case HolderSource::Reserved:
+            return "reserved";
+        case HolderSource::InUse:
+            return "in-use";
+    }
+    return "";
+}
+
+std::string socket_state(unsigned int protocol, unsigned int state) {
+    if (protocol == KOVA_PROTO_UDP && state == 7) return "UNCONN";
+    std::string name = KOVATCPStateToString(state);
+    if (name.rfind("TCP_", 0) == 0) name.erase(0, 4);
+    return name;
+}
+
+HolderReport find_holders(const HolderQuery &q) {
+    HolderReport report;
+    auto &h = report.holders;
+    if ((q.sources & KOVA_PORT_CHECK_PORT_FORWARD) != 0) forward_rules(q, h);
+    if ((q.sources & KOVA_PORT_CHECK_SERVICES) != 0) services(q, h);
+    if ((q.sources & KOVA_PORT_CHECK_RESERVED) != 0) reserved(q, h);
+    if ((q.sources & KOVA_PORT_CHECK_IN_USE) != 0) {
+        if (session().offline()) {
+            session().note_offline();
+            report.in_use_known = false;
+        } else if (!in_use(q, h)) {
+            warn("the ports in use could not be read (the socket tables under " + session().path("/proc") +
+                 "/net are missing or unreadable)");
+            report.in_use_known = false;
+        }
+    }
+    std::stable_sort(h.begin(), h.end(), [](const Holder &a, const Holder &b) {
+        return std::tie(a.run.first, a.run.last, a.source, a.name, a.pid) <
+               std::tie(b.run.first, b.run.last, b.source, b.name, b.pid);
+    });
+    // One line for the neighbouring ports of one declaration ("5000", "5001": 5000:5001).
+    std::vector<Holder> joined;
+    for (auto &x : h) {
+        auto same = [&](const Holder &y) {
+            return y.source == x.source && y.name == x.name && y.file == x.file && y.setting == x.setting &&
+                   y.protocols == x.protocols && y.pid == x.pid && y.program == x.program && y.state == x.state &&
+                   y.visible == x.visible && y.run.last + 1 >= x.run.first;
+        };
+        auto it = std::find_if(joined.rbegin(), joined.rend(), same);
+        if (it != joined.rend() && x.source != HolderSource::InUse)
+            it->run.last = std::max(it->run.last, x.run.last);
+        else
+            joined.push_back(std::move(x));
+    }
+    h = std::move(joined);
+    return report;
+}
+
+std::vector<Holder> reserved_ports_named(const std::string &name) {
+    HolderQuery q;
+    q.runs = {{1, 65535}};
+    q.skip = {};
+    q.system_ports = true;
+    std::vector<Holder> all, out;
+    reserved(q, all);
+    for (auto &h : all)
+        if (h.name == name) out.push_back(h);
+    return out;
+}
+
+void holder_json(Json &json, const Holder &h) {
+    auto text_or_null = [&](const std::string &s) {
+        if (s.empty())
+            json.null();
+        else
+            json.string(s);
+    };
+    {
+        bool process = h.source == HolderSource::InUse;
+        json.begin_object();
+        json.key("source").string(source_name(h.source));
+        json.key("name");
+        text_or_null(h.name);
+        json.key("ports");
+        runs_json(json, {h.run});
+        json.key("protocols");
+        protocols_json(json, h.protocols);
+        json.key("file");
+        text_or_null(h.file);
+        json.key("setting");
+        text_or_null(process ? "" : h.setting);
+        json.key("pid");
+        if (process && h.visible)
+            json.number(h.pid);
+        else
+            json.null();
+        json.key("program");
+        text_or_null(h.program);
+        json.key("state");
+        text_or_null(h.state);
+        json.key("visible").boolean(h.visible);
+        json.end_object();
+    }
+}
+
+void holders_json(Json &json, const HolderReport &report) {
+    json.key("holders").begin_array();
+    for (const auto &h : report.holders) holder_json(json, h);
+    json.end_array();
+    json.key("in_use_known").boolean(report.in_use_known);
+}
+
+void print_holders(std::ostream &out, const HolderReport &report) {
+    if (report.holders.empty()) {
+        out << "Held by: nobody" << (report.in_use_known ? "" : " (ports in use not checked)") << '\n';
+        return;
+    }
+    Table t({"PORTS", "PROTO", "SOURCE", "NAME", "DETAIL"});
+    t.flexible(4);
+    for (const auto &h : report.holders)
+        t.add({run_text(h.run), protocol_names(h.protocols), source_name(h.source), h.name.empty() ? "-" : h.name,
+               detail(h)});
+    t.print(out);
+    if (!report.in_use_known) out << "(ports in use not checked)\n";
+}
+
+}  // namespace kovasvc
