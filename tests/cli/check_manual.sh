@@ -10,7 +10,7 @@ if [ -n "$warnings" ]; then
     exit 1
 fi
 text=$(groff -t -man -Tutf8 "$page" 2>/dev/null | sed 's/.\x08//g')
-for cmd in list show check who sockets free validate install update remove remove-section set-ports; do
+for cmd in list show check who sockets free audit validate install update remove remove-section set-ports; do
     printf '%s\n' "$text" | grep -q "^       $cmd\b" || { echo "manual page lacks the command $cmd"; exit 1; }
 done
 for word in "EXIT STATUS" "JSON OUTPUT" "SEE ALSO" "HOLDER" "RANGE" "--strict" "--no-header" "--verbose" "-V"; do

@@ -202,6 +202,7 @@ class Changes(Sandbox):
     def test_every_command_works_on_an_offline_root(self):
         src = self.sc("new.sc", "new_svc", "41000/tcp")
         steps = [("list",), ("show", "ftp"), ("who", "445"), ("sockets",), ("free",), ("validate", src),
+                 ("check", "41000"),
                  ("install", src), ("update", "new.sc", src), ("set-ports", "new.sc", "new_svc", "41001-41002/tcp"),
                  ("remove-section", "new.sc", "new_svc"), ("install", src), ("remove", "new.sc")]
         for step in steps:
@@ -239,6 +240,37 @@ class Changes(Sandbox):
         with ThreadPoolExecutor(8) as pool:
             runs = list(pool.map(edit, range(16)))
         self.assertEqual([r.status for r in runs], [0] * 16, [r.err for r in runs if r.status])
+
+
+class Audit(Sandbox):
+    def test_audit_names_undeclared_listeners_not_declared_ones(self):
+        self.live()
+        with socket.socket() as undeclared, socket.socket() as declared:
+            for s in (undeclared, declared):
+                s.bind(("127.0.0.1", 0))
+                s.listen()
+            u, d = undeclared.getsockname()[1], declared.getsockname()[1]
+            self.write(PKG + "/mine.sc", "[mine]\ntitle=T\ndesc=D\ndst.ports=%d/tcp\n" % d)
+            text, r = self.svc("audit"), self.svc("audit", "--json")
+        self.assertEqual((text.status, r.status), (1, 1), text.err)
+        doc = r.json()
+        ours = [(l["port"], l["pid"], l["loopback_only"]) for l in doc["undeclared"] if l["pid"] == os.getpid()]
+        self.assertEqual(ours, [(u, os.getpid(), True)])
+        self.assertIn(("mine", d), [(l["service"], l["port"]) for l in doc["shared"]])
+        self.assertIn({"ports": [{"first": 3306, "last": 3306}], "protocols": ["tcp"],
+                       "services": ["mysql", "photo_gallery_db"]}, doc["double"])
+        self.assertNotIn("mine", [s["name"] for s in doc["silent"]])
+        self.assertIn("web_frontend", [s["name"] for s in doc["silent"]])
+        lines = text.lines()
+        self.assertTrue(any(l.split()[:4] == [str(u), "tcp", "loopback", str(os.getpid())] for l in lines), text.out)
+        self.assertFalse(any(l.split()[:2] == [str(d), "tcp"] and "mine" not in l for l in lines), text.out)
+
+    def test_audit_offline_looks_at_the_declared_side_only(self):
+        r = self.svc("audit", "--json")
+        doc = r.json()
+        self.assertEqual((r.status, doc["summary"]["silent"], doc["undeclared"]), (1, None, []))
+        self.assertEqual(len(doc["double"]), 2)
+        self.assertEqual(r.err.count("offline"), 1)
 
 
 class Output(Sandbox):

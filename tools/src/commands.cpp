@@ -42,6 +42,26 @@ Options:
 Exit status: 0 shown, 3 no service or reserved port has that name.
 )";
 
+const char kAuditHelp[] = R"(Joins what listens with what is declared. Undeclared listeners: listening TCP
+and bound UDP sockets whose port no service, reserved port or port-forwarding
+rule declares (ADDRESS "loopback" when bound to loopback only). Silent
+declarations: supported services none of whose ports has a listener. Double
+declarations: a port and protocol declared by two or more services. Shared
+ports: a port declared by a service and held by a process. On an offline root
+only the declared side is audited.
+
+Options:
+  --json   print {"summary": {"undeclared", "silent" (null offline), "double",
+           "shared"}, "undeclared": [LISTENER, ...], "silent": [{"name",
+           "dst": PORTS}], "double": [{"ports", "protocols", "services"}],
+           "shared": [LISTENER with "service"], "in_use_known", "warnings"}
+           LISTENER: {"port", "protocols", "loopback_only": bool or null,
+           "pid": N or null, "program", "visible": bool}
+
+Exit status: 0 no undeclared listener and no double declaration, 1 otherwise,
+3 the audit cannot run.
+)";
+
 const char kCheckHelp[] = R"(Runs the library's service-wide conflict check for a port list such as
 "80,443,8000:8010/tcp" (ranges as 8000:8010 or 8000-8010; without /PROTO: tcp
 and udp), prints the verdict and names every source of a collision: services
@@ -224,6 +244,7 @@ const std::vector<Command> &commands() {
          0,
          0,
          run_free},
+        {"audit", "audit", "what listens against what is declared", kAuditHelp, {}, 0, 0, run_audit},
         {"validate", "validate FILE", "check a .sc file without installing it", kValidateHelp, {}, 1, 1, run_validate},
         {"install", "install FILE [--system|--package] [--as NAME] [--strict]", "install a .sc file", kInstallHelp,
          with_location({{"--as", true}, {"--strict", false}}), 1, 1, run_install},

@@ -34,6 +34,7 @@ int run_who(const Args &args);
 int run_sockets(const Args &args);
 int run_free(const Args &args);
 int run_validate(const Args &args);
+int run_audit(const Args &args);
 int run_install(const Args &args);
 int run_update(const Args &args);
 int run_remove(const Args &args);
