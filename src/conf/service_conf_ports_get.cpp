@@ -16,21 +16,19 @@
 
 namespace kova::ports {
 
+Failure port_failure(std::string_view text, PortError error) {
+    const Failure f = KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
+    if (error != PortError::kEmpty)
+        KOVA_LOG("illegal ports number, port=%.*s, kovaerr=" KOVA_ERRFMT, static_cast<int>(text.size()), text.data(),
+                 KOVA_FAILURE_ARGS(f));
+    return f;
+}
+
 Result<uint32_t> checked_port(std::string_view text) {
     uint32_t value = 0;
-    switch (parse_port(text, value)) {
-        case PortError::kNone:
-            return value;
-        case PortError::kEmpty:
-            return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
-        case PortError::kNotDigits:
-        case PortError::kTooLarge:
-            break;
-    }
-    const Failure f = KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
-    KOVA_LOG("illegal ports number, port=%.*s, kovaerr=" KOVA_ERRFMT, static_cast<int>(text.size()), text.data(),
-             KOVA_FAILURE_ARGS(f));
-    return f;
+    const PortError error = parse_port(text, value);
+    if (error == PortError::kNone) return value;
+    return port_failure(text, error);
 }
 
 Result<int> protocol_of(std::string_view text) {

@@ -108,6 +108,8 @@ struct PortList {
 
 // A port number text as KOVAServiceConfPortsCheck takes it; an empty text fails without a log line.
 Result<uint32_t> checked_port(std::string_view text);
+// The failure (and log line) of a port number text that parse_port refused with `error`.
+Failure port_failure(std::string_view text, PortError error);
 // Protocol words as KVLIBServiceConfProtocolParse reads them: an empty text means both.
 Result<int> protocol_of(std::string_view text);
 // A whole port list text, as KOVAServiceConfPortsGet reads it.

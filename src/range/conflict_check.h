@@ -52,10 +52,41 @@ private:
     std::optional<std::vector<Span>> replaced_;
 };
 
+// ---- the port text comparison --------------------------------------------------------------
+
+// A port text cut into items once ("80,8000:8010" with joiner ':', "445,55900-55910" with '-'):
+// each item a span of checked ports, or the fault that stops a comparison when it reaches the
+// item (and is reported only then).
+class PortText {
+public:
+    struct Item {
+        Span span;
+        bool joined = false;  // written as a range
+        bool ok = true;
+        std::string_view bad;                              // the port text refused
+        ports::PortError error = ports::PortError::kNone;  // kNone when not ok: a range side is empty
+    };
+    PortText(std::string_view text, char joiner);
+    const std::vector<Item> &items() const { return items_; }
+    // The failure of an item that is not ok, logged as the port check logs it.
+    static Failure failure(const Item &item);
+
+private:
+    std::vector<Item> items_;
+};
+
+// Compares every item of the caller's text with the other text and adds each colliding piece:
+// true if any item collides.
+Result<bool> compare_texts(const PortText &ports, const PortText &other, ConflictList &list);
+// One port (last -1) or range of the caller against every item of the other text: true if an
+// entry was added.
+Result<bool> compare_with_text(int first, int last, const PortText &other, ConflictList &list);
+
 // One call of the service-wide check, its texts cut into words.
 struct Request {
-    std::string_view ports;     // the caller's port text
-    std::string_view protocol;  // the caller's protocol text
+    std::string_view ports;            // the caller's port text
+    std::optional<PortText> portText;  // the same cut into items, for the sources that compare texts
+    std::string_view protocol;         // the caller's protocol text
     std::vector<std::string_view> skipNames;
     std::vector<std::string_view> portItems;
     std::string lowered;  // the protocol text lower-cased, cut as the check's buffer cuts it
@@ -64,14 +95,6 @@ struct Request {
 
     bool has_proto_word(std::string_view word) const;
 };
-
-// ---- the port text comparison --------------------------------------------------------------
-
-// Compares every item of the caller's text ("80,8000:8010") with the other text
-// ("445,55900-55910") and adds each colliding piece: true if any item collides.
-Result<bool> compare_texts(std::string_view ports, std::string_view other, ConflictList &list);
-// One port (last -1) or range of the caller against every item of the other text: true if an entry was added.
-Result<bool> compare_with_text(int first, int last, std::string_view other, ConflictList &list);
 
 // ---- the sources, in the order the check runs them ------------------------------------------
 // Each returns whether it found a collision.

@@ -30,7 +30,7 @@ Result<bool> rule_file_conflict(const Request &req, ConflictList &list) {
         const char *routerPorts = rule->value("r_port");
         if (protocolName == nullptr || sourcePorts == nullptr || routerPorts == nullptr) return CHECK_FAILURE_KEEP;
         for (const char *other : {sourcePorts, routerPorts}) {
-            const Result<bool> r = compare_texts(req.ports, other, list);
+            const Result<bool> r = compare_texts(*req.portText, PortText(other, '-'), list);
             if (!r) return r.failure();
             found = found || *r;
         }
@@ -62,7 +62,7 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
         for (int i = 0; i < svc->dstPorts->nItem; ++i) {
             const char *item = KVLIBCSzListGet(svc->dstPorts, i);
             if (item == nullptr) return CHECK_FAILURE_KEEP;
-            const Result<bool> r = compare_texts(req.ports, item, list);
+            const Result<bool> r = compare_texts(*req.portText, PortText(item, '-'), list);
             if (!r) return r.failure();
             found = found || *r;
         }

@@ -8,80 +8,69 @@
 
 namespace kova::check {
 
-namespace {
-
-// The two ports of a range item, both checked; the smaller first.
-Result<Span> checked_range(const ports::Item &item) {
-    if (item.first.empty() || item.last.empty()) return CHECK_FAILURE_KEEP;
-    const Result<uint32_t> a = ports::checked_port(item.first);
-    if (!a) return a.failure();
-    const Result<uint32_t> b = ports::checked_port(item.last);
-    if (!b) return b.failure();
-    return Span{std::min(*a, *b), std::max(*a, *b)};
+PortText::PortText(std::string_view text, char joiner) {
+    ports::each_piece(text, ",", [&](std::string_view piece) {
+        const ports::Item cut = ports::split_item(ports::trim(piece), joiner);
+        Item &item = items_.emplace_back();
+        item.joined = cut.joined;
+        if (cut.joined && (cut.first.empty() || cut.last.empty())) {
+            item.ok = false;
+            return true;
+        }
+        uint32_t a = 0;
+        uint32_t b = 0;
+        if ((item.error = ports::parse_port(cut.first, a)) != ports::PortError::kNone) {
+            item.bad = cut.first;
+        } else if (cut.joined && (item.error = ports::parse_port(cut.last, b)) != ports::PortError::kNone) {
+            item.bad = cut.last;
+        }
+        item.ok = item.error == ports::PortError::kNone;
+        item.span = cut.joined ? Span{std::min(a, b), std::max(a, b)} : Span{a, a};
+        return true;
+    });
 }
 
-}  // namespace
+Failure PortText::failure(const Item &item) {
+    if (item.error == ports::PortError::kNone) return CHECK_FAILURE_KEEP;
+    return ports::port_failure(item.bad, item.error);
+}
 
-Result<bool> compare_with_text(int first, int last, std::string_view other, ConflictList &list) {
+Result<bool> compare_with_text(int first, int last, const PortText &other, ConflictList &list) {
     if (first < 0 || last < -1) return CHECK_FAILURE(KOVA_ERR_BAD_PARAMETER);
     const bool single = last == -1;
     if (!single && first > last) {
         CHECK_LOG("begin port %d larger than end port %d!" KOVA_ERRFMT, first, last, KOVA_ERRARGS);
         return CHECK_FAILURE_KEEP;
     }
-    const auto b = static_cast<uint32_t>(first);
-    const auto e = single ? b : static_cast<uint32_t>(last);
+    const Span mine{static_cast<uint32_t>(first), static_cast<uint32_t>(single ? first : last)};
     bool added = false;
-    Failure failed{};
-    const bool ok = ports::each_piece(ports::trim(other), ",", [&](std::string_view piece) {
-        const ports::Item item = ports::split_item(ports::trim(piece), '-');
-        Span theirs{};
-        if (item.joined) {
-            const Result<Span> r = checked_range(item);
-            if (!r) return failed = r.failure(), false;
-            theirs = *r;
-        } else {
-            const Result<uint32_t> q = ports::checked_port(item.first);
-            if (!q) return failed = q.failure(), false;
-            theirs = {*q, *q};
-        }
-        if (single || !item.joined) {
+    for (const PortText::Item &theirs : other.items()) {
+        if (!theirs.ok) return PortText::failure(theirs);
+        if (single || !theirs.joined) {
             // One port on one side: it is added when the other side holds it.
-            const Span &wide = single ? theirs : Span{b, e};
-            const uint32_t port = single ? b : theirs.first;
-            if (port < wide.first || port > wide.last) return true;
+            const Span &wide = single ? theirs.span : mine;
+            const uint32_t port = single ? mine.first : theirs.span.first;
+            if (port < wide.first || port > wide.last) continue;
             list.add(port, port);
         } else {
-            if (theirs.last < b || theirs.first > e) return true;
-            list.add(std::max(theirs.first, b), std::min(theirs.last, e));
+            if (theirs.span.last < mine.first || theirs.span.first > mine.last) continue;
+            list.add(std::max(theirs.span.first, mine.first), std::min(theirs.span.last, mine.last));
         }
         added = true;
-        return true;
-    });
-    if (!ok) return failed;
+    }
     return added;
 }
 
-Result<bool> compare_texts(std::string_view ports, std::string_view other, ConflictList &list) {
+Result<bool> compare_texts(const PortText &ports, const PortText &other, ConflictList &list) {
     bool found = false;
-    Failure failed{};
-    const bool ok = ports::each_piece(ports::trim(ports), ",", [&](std::string_view piece) {
-        const ports::Item item = ports::split_item(ports::trim(piece), ':');
-        Result<bool> r = false;
-        if (item.joined) {
-            const Result<Span> span = checked_range(item);
-            if (!span) return failed = span.failure(), false;
-            r = compare_with_text(static_cast<int>(span->first), static_cast<int>(span->last), other, list);
-        } else {
-            const Result<uint32_t> port = ports::checked_port(item.first);
-            if (!port) return failed = port.failure(), false;
-            r = compare_with_text(static_cast<int>(*port), -1, other, list);
-        }
-        if (!r) return failed = r.failure(), false;
+    for (const PortText::Item &item : ports.items()) {
+        if (!item.ok) return PortText::failure(item);
+        const auto first = static_cast<int>(item.span.first);
+        const Result<bool> r =
+            compare_with_text(first, item.joined ? static_cast<int>(item.span.last) : -1, other, list);
+        if (!r) return r.failure();
         found = found || *r;
-        return true;
-    });
-    if (!ok) return failed;
+    }
     return found;
 }
 
@@ -105,7 +94,7 @@ int PortsConflictWithText(const char *szPorts, const char *szOther, KOVA_SERVICE
     }
     return KOVA_GUARDED(-1, [&] {
         kova::check::ConflictList list(*ppConflictList);
-        return to_c(kova::check::compare_texts(szPorts, szOther, list), list, ppConflictList);
+        return to_c(kova::check::compare_texts({szPorts, ':'}, {szOther, '-'}, list), list, ppConflictList);
     });
 }
 
@@ -116,6 +105,6 @@ int PortConflictWithText(int firstPort, int lastPort, const char *szOther, KOVA_
     }
     return KOVA_GUARDED(-1, [&] {
         kova::check::ConflictList list(*ppConflictList);
-        return to_c(kova::check::compare_with_text(firstPort, lastPort, szOther, list), list, ppConflictList);
+        return to_c(kova::check::compare_with_text(firstPort, lastPort, {szOther, '-'}, list), list, ppConflictList);
     });
 }

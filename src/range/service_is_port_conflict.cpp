@@ -107,6 +107,8 @@ int port_conflict(const char *szSkipList, const char *szPorts, const char *szPro
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     req.protoWords = ports::words(req.lowered, " ,");
     req.skip.insert(req.skipNames.begin(), req.skipNames.end());
+    if ((checkFlags & (KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_SERVICES)) != 0)
+        req.portText.emplace(szPorts, ':');
 
     ConflictList list(*ppConflictList);
     const Result<int> r = check(req, checkFlags, list);
