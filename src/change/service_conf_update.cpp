@@ -4,6 +4,7 @@
 #include <string>
 
 #include "change/change_internal.h"
+#include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/root_path.h"
@@ -82,8 +83,13 @@ int KOVAServiceConfUpdateBaseName(const char *szBaseName, const char *szSourcePa
         KVLIB_SERVICE_CONF_UPDATE_NOTICE notice{};
         const int result =
             KOVAServiceConfUpdateBaseNameWithoutNotify(szBaseName, szSourcePath, location, ppConflictList, &notice);
-        // The old copy lives only for this call.
-        kova::change::TempFileGuard old_guard(notice.oldConfPath != nullptr ? notice.oldConfPath : "");
+        // The old copy lives only for this call (removed without allocating: memory may be out).
+        struct Unlink {
+            const char *path;
+            ~Unlink() {
+                if (path != nullptr) kova::sys().unlink(path);
+            }
+        } old_guard{notice.oldConfPath};
         if (result < 0) {
             KOVA_LOG("FAILED to install .sc");
             return -1;

@@ -1,91 +1,208 @@
-// Allocation failures in the changing operations: every run ends with the catalogue's files as
-// they were or as a clean call leaves them. A call that fails once leaves no backup behind; when
-// memory stays exhausted, or a successful call's clean-up runs out of it, a backup may stay
-// (outside the catalogue; the next backup replaces it).
+// The fault matrix of the changing operations: allocation failure (once and sticky) and I/O
+// failure through the door (each system call failing in turn, and reads cut to one byte) over
+// install, update, removal, section set, ports set, section port set and section removal.
+//
+// Every run returns 0 or -1 and ends with the catalogue's files as they were or as a clean call
+// leaves them, never in between. A failure injected once leaves no backup or temporary behind
+// when the call fails; a call that succeeds may leave one when only its clean-up failed, and so
+// may memory that stays exhausted (the next change replaces or removes it).
 #include <kovaserviceconf.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
-#include <string>
+#include <tuple>
 
+#include "failing_system.h"
 #include "fault_harness.h"
 
 namespace kova::fault {
 namespace {
 
 namespace fs = std::filesystem;
-using Tree = std::map<std::string, std::string>;
+using Tree = std::map<std::string, std::string>;  // file under the root -> content
+using kova::test::Call;
+using kova::test::FailingSystem;
+using kova::test::ScopedSystem;
 
-class ChangeFaultTest : public FaultTest {
+enum class Op { kInstall, kUpdate, kRemove, kSectionSet, kPortsSet, kSectionPortSet, kSectionRemove };
+enum class Inject { kAllocOnce, kAllocSticky, kIo };
+
+class ChangeFaultTest : public kova::test::RootTest, public ::testing::WithParamInterface<std::tuple<Op, Inject>> {
 protected:
     void SetUp() override {
-        FaultTest::SetUp();
-        if (IsSkipped()) return;
-        mkdir("/tmp");
+        if (inject() != Inject::kIo && !available()) GTEST_SKIP() << "no allocation failure injection under ASan";
+        RootTest::SetUp();
+        prime_c_library();
+        write("/etc/kovainfo.conf", "ftpport=\"21\"\nsyslogport=\"514\"\n");
+        write("/etc/nfs/kova_nfs_conf", "nfs_custom_port_enable=\"no\"\n");
+        for (const char *t : {"tcp", "tcp6", "udp", "udp6"}) write(std::string("/proc/net/") + t, "  sl  local\n");
         script("/usr/kova/bin/kovafirewall", "exit 0");
-        write("/usr/kova/etc/firewall.d/rules", "pkg\n");
+        script("/usr/kova/sbin/kovaroutertool", "exit 0");
+        new_source_ = path("/source/new.sc");
+        app_source_ = path("/source/app.sc");
+        write("/source/new.sc", "[new]\ntitle=\"N\"\ndesc=\"N\"\ndst.ports=\"62000/tcp\"\n");
+        write("/source/app.sc", "[app]\ntitle=\"U\"\ndesc=\"U\"\ndst.ports=\"62001/tcp\"\n");
+        write("/usr/kova/etc/services.d/other.sc", "[other]\ntitle=\"O\"\ndesc=\"O\"\ndst.ports=\"61005/tcp\"\n");
+        write("/usr/local/etc/services.d/app.sc",
+              "[global]\nv=2\n\n[app]\ntitle=\"T\"\ndesc=\"D\"\ndst.ports=\"61000/tcp\"\n\n[b]\ntitle=\"B\"\n"
+              "desc=\"B\"\ndst.ports=\"2/udp\"\n");
+        write("/usr/kova/etc/firewall.d/rules", "app\n");
+        mkdir("/tmp");
+        std::strcpy(section_.name, "app");
+        std::strcpy(section_.title.text, "T2");
+        std::strcpy(section_.desc.text, "D2");
+        section_.dstPort = &port_;
     }
-    // Every file under the trees a change touches, backups and temporaries included.
+    Inject inject() const { return std::get<1>(GetParam()); }
+
+    int run_op() {
+        switch (std::get<0>(GetParam())) {
+            case Op::kInstall:
+                return KOVAServiceConfInstall(new_source_.c_str(), KOVA_CONF_LOCATION_PACKAGE);
+            case Op::kUpdate:
+                return KOVAServiceConfUpdateBaseName("app.sc", app_source_.c_str(), KOVA_CONF_LOCATION_PACKAGE,
+                                                     nullptr);
+            case Op::kRemove:
+                return KOVAServiceConfRemove(&(req_ = request(3, 0x04, "")));
+            case Op::kSectionSet:
+                return KVLIBServiceConfSectionSet(&(req_ = request(1, 0x06, "app")), &section_);
+            case Op::kPortsSet:
+                return KVLIBServiceConfPortsSet(&(req_ = request(1, 0x06, "app")), &port_);
+            case Op::kSectionPortSet:
+                return KOVAServiceConfSectionPortSet(KOVA_CONF_LOCATION_PACKAGE, "app.sc", "app", &port_);
+            case Op::kSectionRemove:
+                return KVLIBServiceConfSectionRemove(&(req_ = request(3, 0x05, "app")));
+        }
+        return -2;
+    }
+
+    // Every file under the trees a change touches, backups and temporaries included; and only
+    // the live ones.
     Tree all() const {
         Tree t;
         for (const char *dir : {"/usr/kova/etc", "/usr/local/etc", "/tmp"}) {
             std::error_code ec;
-            for (auto it = fs::recursive_directory_iterator(path(dir), ec); !ec && it != fs::end(it); it.increment(ec))
-                if (!it->is_directory())
-                    t[it->path().string().substr(root().size())] = read(it->path().string().substr(root().size()));
+            for (auto it = fs::recursive_directory_iterator(path(dir), ec); !ec && it != fs::end(it);
+                 it.increment(ec)) {
+                const std::string rel = it->path().string().substr(root().size());
+                if (!it->is_directory()) t[rel] = read(rel);
+            }
         }
         return t;
     }
-    // The live files: no backups, no temporaries.
-    Tree tree() const {
-        Tree t = all();
-        std::erase_if(t, [](const auto &f) {
-            return f.first.find(".tmp.") != std::string::npos || f.first.starts_with("/tmp/");
-        });
+    Tree live() const { return live_of(all()); }
+    static Tree live_of(Tree t) {
+        std::erase_if(t, [](const auto &f) { return f.first.find(".tmp.") != std::string::npos || f.first[1] == 't'; });
         return t;
     }
-    // Runs `op` through the harness; each run starts from `before` and must end in it or in the
-    // tree that a clean call leaves.
-    void expect_old_or_new(const std::string &name, const std::function<int()> &op) {
-        const Tree before = all();
-        ASSERT_EQ(op(), 0) << name;
-        const Tree after = tree();
-        ASSERT_NE(before, after) << name;
-        int rc = 0;
-        expect_robust(name, {[&] { restore(before); }, [&] { rc = op(); },
-                             [&](bool) {
-                                 const Tree now = tree();
-                                 EXPECT_TRUE(rc == 0 || rc == -1) << rc;
-                                 EXPECT_TRUE(now == before || now == after) << testing::PrintToString(now);
-                                 if (rc != 0 && !sticky()) {
-                                     EXPECT_EQ(all(), now);
-                                 }
-                                 return rc == 0;
-                             },
-                             [] {}, [] {}});
-    }
-    void restore(const Tree &t) const {
+    void put_back(const Tree &t) const {
         std::error_code ec;
-        for (const char *dir :
-             {"/usr/kova/etc/services.d", "/usr/local/etc/services.d", "/usr/kova/etc/firewall.d", "/tmp"})
-            fs::remove_all(path(dir), ec);
+        for (const char *dir : {"/usr/kova/etc", "/usr/local/etc", "/tmp"}) fs::remove_all(path(dir), ec);
         mkdir("/tmp");
         for (const auto &[rel, text] : t) write(rel, text);
     }
-    static KVLIB_SERVICE_CONF_REQUEST request(uint32_t scope, const char *file, const char *section) {
-        KVLIB_SERVICE_CONF_REQUEST r{1, 1, 3, scope, {}, {}, KOVA_CONF_LOCATION_PACKAGE};
-        std::strncpy(r.fileName, file, sizeof r.fileName - 1);
-        std::strncpy(r.sectionName, section, sizeof r.sectionName - 1);
+
+    // One run's outcome against the states before and after a clean call.
+    void check_run(int rc, bool once, const std::string &what) const {
+        const Tree now = live();
+        EXPECT_TRUE(rc == 0 || rc == -1) << what << ": " << rc;
+        EXPECT_TRUE(now == live_of(before_) || now == after_) << what << ": " << testing::PrintToString(now);
+        if (rc != 0 && once) {
+            EXPECT_EQ(all(), now) << what << ": left behind";
+        }
+    }
+
+    static KVLIB_SERVICE_CONF_REQUEST request(uint32_t action, uint32_t scope, const char *section) {
+        KVLIB_SERVICE_CONF_REQUEST r{1, 1, action, scope, {}, {}, KOVA_CONF_LOCATION_PACKAGE};
+        std::strcpy(r.fileName, "app.sc");
+        std::strcpy(r.sectionName, section);
         return r;
     }
-};
-KOVA_FAULT_MODES(ChangeFaultTest);
 
-TEST_P(ChangeFaultTest, SectionRemoval) {
-    const auto req = request(0x05, "pkg.sc", "pkg");
-    expect_old_or_new("KVLIBServiceConfSectionRemove", [&] { return KVLIBServiceConfSectionRemove(&req); });
+    Tree before_, after_;
+    std::string new_source_, app_source_;
+    KVLIB_SERVICE_CONF_REQUEST req_{};
+    KOVA_SERVICE_CONF_PORT port_{1, 0, KOVA_PROTO_TCP, 61001, 0, nullptr};
+    KOVA_SERVICE_CONF_SECTION section_{};
+};
+
+// The errno a call of each kind fails with.
+int error_for(const std::string &call) {
+    if (call == "read") return EIO;
+    if (call == "write") return ENOSPC;
+    if (call == "open" || call == "access" || call == "stat") return EACCES;
+    if (call == "list_dir") return ENOENT;
+    return EIO;
 }
+
+TEST_P(ChangeFaultTest, OldOrNewFilesNeverHalf) {
+    before_ = all();
+    ASSERT_EQ(run_op(), 0);
+    after_ = live();
+    ASSERT_NE(after_, live_of(before_));
+    if (inject() != Inject::kIo) {
+        int rc = 0;
+        expect_robust("change",
+                      {[&] { put_back(before_); }, [&] { rc = run_op(); },
+                       [&](bool) {
+                           check_run(rc, inject() == Inject::kAllocOnce, "allocation");
+                           return rc == 0;
+                       },
+                       [] {}, [] {}},
+                      inject() == Inject::kAllocSticky ? Mode::kSticky : Mode::kOnce);
+        return;
+    }
+    FailingSystem sys;
+    put_back(before_);
+    sys.short_reads(true);
+    {
+        const ScopedSystem in_place(sys);
+        EXPECT_EQ(run_op(), 0) << "with one-byte reads";
+    }
+    EXPECT_EQ(live(), after_);
+    sys.short_reads(false);
+    long failures = 0;
+    for (long n = 1; !HasFailure(); ++n) {
+        put_back(before_);
+        int rc = 0;
+        sys.arm(n, EIO);
+        {
+            const ScopedSystem in_place(sys);
+            rc = run_op();
+        }
+        if (sys.failures() == 0) {
+            EXPECT_EQ(rc, 0);
+            break;
+        }
+        // The same call again, failing with the errno of its kind.
+        put_back(before_);
+        sys.arm(n, error_for(sys.failed_call()));
+        {
+            const ScopedSystem in_place(sys);
+            rc = run_op();
+        }
+        failures += rc != 0;
+        check_run(rc, true, sys.failed_call() + " #" + std::to_string(n));
+    }
+    EXPECT_GT(failures, 0) << "no injected failure made it fail";
+}
+
+std::string name_of(const ::testing::TestParamInfo<std::tuple<Op, Inject>> &info) {
+    static const char *const ops[] = {"Install",  "Update",         "Remove",       "SectionSet",
+                                      "PortsSet", "SectionPortSet", "SectionRemove"};
+    static const char *const injects[] = {"AllocOnce", "AllocSticky", "Io"};
+    return std::string(ops[static_cast<int>(std::get<0>(info.param))]) +
+           injects[static_cast<int>(std::get<1>(info.param))];
+}
+
+INSTANTIATE_TEST_SUITE_P(Matrix, ChangeFaultTest,
+                         ::testing::Combine(::testing::Values(Op::kInstall, Op::kUpdate, Op::kRemove, Op::kSectionSet,
+                                                              Op::kPortsSet, Op::kSectionPortSet, Op::kSectionRemove),
+                                            ::testing::Values(Inject::kAllocOnce, Inject::kAllocSticky, Inject::kIo)),
+                         name_of);
 
 }  // namespace
 }  // namespace kova::fault

@@ -137,14 +137,17 @@ std::string mode_name(const ::testing::TestParamInfo<Mode> &info) {
     return info.param == Mode::kSticky ? "Sticky" : "Once";
 }
 
-void FaultTest::SetUp() {
-    if (!available()) GTEST_SKIP() << "allocation failure injection is off under AddressSanitizer";
-    kova::test::RootTest::SetUp();
-    // The C library's one-time set-ups that the log path triggers.
+void prime_c_library() {
     tzset();
     const time_t now = time(nullptr);
     struct tm parts;
     localtime_r(&now, &parts);
+}
+
+void FaultTest::SetUp() {
+    if (!available()) GTEST_SKIP() << "allocation failure injection is off under AddressSanitizer";
+    kova::test::RootTest::SetUp();
+    prime_c_library();
     write_small_root();
 }
 

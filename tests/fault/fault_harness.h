@@ -46,6 +46,10 @@ Outcome exhaust(const std::string &name, const Case &c, Mode mode);
 // Runs the loop in the test's mode and expects no leak.
 void expect_robust(const std::string &name, const Case &c, Mode mode);
 
+// Runs the C library's one-time set-ups that the log path triggers, so that they are not taken
+// for leaks of the first run.
+void prime_c_library();
+
 // A temporary root with a small catalogue (settings, one system and one package .sc file, a
 // socket table); every test runs once per mode.
 class FaultTest : public kova::test::RootTest, public ::testing::WithParamInterface<Mode> {
@@ -57,7 +61,6 @@ protected:
 };
 
 std::string mode_name(const ::testing::TestParamInfo<Mode> &info);
-
 
 #define KOVA_FAULT_MODES(suite) \
     INSTANTIATE_TEST_SUITE_P(Modes, suite, ::testing::Values(Mode::kOnce, Mode::kSticky), mode_name)

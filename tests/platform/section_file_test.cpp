@@ -138,17 +138,15 @@ TEST_F(PlatformSectionFile, ARepeatedKeyIsWrittenWhereReadersLook) {
 
 TEST_F(PlatformSectionFile, BadTextIsRefusedAndNothingIsWritten) {
     write("/etc/test/file.sc", kSample);
-    for (const char *bad : {"a\nb", "a\rb"}) {
-        KVLIBCErrSetEx(0, "", 0);
-        EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "web-ui", "title", bad), -1);
-        EXPECT_EQ(KVLIBCErrGet(), static_cast<unsigned>(KOVA_ERR_BAD_PARAMETER));
-        EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "web-ui", bad, "v"), -1);
-        EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), bad, "k", "v"), -1);
-        KVLIB_SZHASH *h = hash({"ok", "1", "title", bad});
-        EXPECT_EQ(KVLIBCFileSetSection(file().c_str(), "web-ui", nullptr, h, 0), -1);
-        EXPECT_EQ(KVLIBCFileAddSection(file().c_str(), "other", h, 0), -1);
-        KVLIBCSzHashFree(h);
-    }
+    KVLIBCErrSetEx(0, "", 0);
+    EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "web-ui", "title", "a\nb"), -1);
+    EXPECT_EQ(KVLIBCErrGet(), static_cast<unsigned>(KOVA_ERR_BAD_PARAMETER));
+    EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "web-ui", "a\rb", "v"), -1);
+    EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "a\nb", "k", "v"), -1);
+    KVLIB_SZHASH *h = hash({"ok", "1", "title", "a\rb"});
+    EXPECT_EQ(KVLIBCFileSetSection(file().c_str(), "web-ui", nullptr, h, 0), -1);
+    EXPECT_EQ(KVLIBCFileAddSection(file().c_str(), "other", h, 0), -1);
+    KVLIBCSzHashFree(h);
     EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "web-ui", "a=b", "v"), -1);
     EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "x]y", "k", "v"), -1);
     EXPECT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "", "k", "v"), -1);
@@ -223,7 +221,7 @@ TEST_F(PlatformSectionFile, ManySectionsInLinearTime) {
 
 using PlatformKeyValueFile = kova::test::RootTest;
 
-TEST_F(PlatformKeyValueFile, GetCheckReadLinesExistAndTouch) {
+TEST_F(PlatformKeyValueFile, GetCheckAndReadLines) {
     write("/etc/kovainfo.conf", "# info\nftpport=\"21\"\nempty=\"\"\nbare = 2121 \nlong=\"0123456789abcdefXYZ\"\n");
     const std::string conf = path("/etc/kovainfo.conf"), missing = path("/etc/none.conf");
     struct Case {
@@ -244,22 +242,15 @@ TEST_F(PlatformKeyValueFile, GetCheckReadLinesExistAndTouch) {
     EXPECT_EQ(KVLIBCFileCheckKeyValue(missing.c_str(), "ftpport", "21", 0), 0);
 
     write("/proc/net/tcp", "header\r\nline one\n\nlast");
-    const std::string table = path("/proc/net/tcp"), absent = path("/proc/net/udp");
     KVLIB_SZLIST *list = KVLIBCSzListAlloc(4);
-    ASSERT_EQ(KVLIBCFileReadLines(table.c_str(), &list), 0);
+    ASSERT_EQ(KVLIBCFileReadLines(path("/proc/net/tcp").c_str(), &list), 0);
     V lines;
     for (int i = 0; i < list->nItem; ++i) lines.emplace_back(KVLIBCSzListGet(list, i));
     EXPECT_EQ(lines, (V{"header", "line one", "", "last"}));
     KVLIBCErrSetEx(0, "", 0);
-    EXPECT_LT(KVLIBCFileReadLines(absent.c_str(), &list), 0);
-    EXPECT_EQ(KVLIBCErrGet(), static_cast<unsigned>(KOVA_ERR_FILE_OPEN));
+    EXPECT_LT(KVLIBCFileReadLines(path("/proc/net/udp").c_str(), &list), 0);
+    EXPECT_EQ(KVLIBCErrGet(), static_cast<unsigned>(KOVA_ERR_FILE_OPEN));  // the socket reader looks at it
     KVLIBCSzListFree(list);
-
-    EXPECT_EQ(KVLIBCFileExist(table.c_str()) + KVLIBCFileExist(absent.c_str()), 1);
-    ASSERT_EQ(KVLIBCFileTouch(absent.c_str()), 0);
-    ASSERT_EQ(KVLIBCFileTouch(table.c_str()), 0);
-    EXPECT_EQ(read("/proc/net/udp") + "|" + read("/proc/net/tcp"), "|header\r\nline one\n\nlast");
-    EXPECT_LT(KVLIBCFileTouch(path("/no/such/dir/file").c_str()), 0);
 }
 
 }  // namespace
