@@ -44,12 +44,28 @@ bool terminated(const char (&text)[N]) {
     return strnlen(text, N) < N;
 }
 
-// A plain file name: not empty, no "/", not "." or "..". Names that are not plain could
-// reach outside the directory that a request names.
+// A path or name that a command could take for an option (a leading "-"), or that holds a
+// control character (a line break would split a log line; others make files unusable).
+inline bool is_hostile_name(const char *name) {
+    if (name == nullptr || *name == '-') return true;
+    for (const char *p = name; *p != '\0'; ++p)
+        if (static_cast<unsigned char>(*p) < 0x20 || *p == 0x7F) return true;
+    return false;
+}
+
+// A plain file name: not empty, no "/", not "." or "..", not hostile. Names that are not plain
+// could reach outside the directory that a request names, or reach a command as an option.
 inline bool is_plain_file_name(const char *name) {
-    if (name == nullptr || *name == '\0') return false;
+    if (name == nullptr || *name == '\0' || is_hostile_name(name)) return false;
     if (std::strchr(name, '/') != nullptr) return false;
     return std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
+}
+
+// Every port of the list, and every range's end, is a port number (at most 65535).
+inline bool ports_in_range(const KOVA_SERVICE_CONF_PORT *ports) {
+    for (const KOVA_SERVICE_CONF_PORT *p = ports; p != nullptr; p = p->next)
+        if (p->beginPort > 65535 || (p->type == 1 && p->endPort > 65535)) return false;
+    return true;
 }
 
 inline bool has_line_break(std::string_view text) {

@@ -13,7 +13,8 @@ namespace {
 constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
 
 int ports_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_CONF_PORT *pPorts) {
-    if (pRequest == nullptr || pPorts == nullptr || !kova::change::edit_request_ok(*pRequest)) {
+    if (pRequest == nullptr || pPorts == nullptr || !kova::change::ports_in_range(pPorts) ||
+        !kova::change::edit_request_ok(*pRequest)) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }

@@ -61,8 +61,9 @@ bool port_text(const KOVA_SERVICE_CONF_PORT *pPorts, CatText &text) {
 
 int section_port_set(unsigned int location, const char *szFileName, const char *szSectionName,
                      const KOVA_SERVICE_CONF_PORT *pPorts) {
-    if (szSectionName == nullptr || pPorts == nullptr || !kova::change::is_plain_file_name(szFileName) ||
-        *szSectionName == '\0' || kova::change::has_line_break(szSectionName)) {
+    if (szSectionName == nullptr || pPorts == nullptr || !kova::change::ports_in_range(pPorts) ||
+        !kova::change::is_plain_file_name(szFileName) || *szSectionName == '\0' ||
+        kova::change::has_line_break(szSectionName)) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }

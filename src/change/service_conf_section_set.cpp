@@ -79,6 +79,7 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
     }
     const std::string name = field(pSection->name);
     if (name.empty() || kova::change::has_line_break(name) || pSection->dstPort == nullptr ||
+        !kova::change::ports_in_range(pSection->dstPort) || !kova::change::ports_in_range(pSection->srcPort) ||
         field(pSection->desc.text).empty() || field(pSection->title.text).empty()) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;

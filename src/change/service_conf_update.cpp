@@ -33,7 +33,7 @@ int KOVAServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
                                                KOVA_SERVICE_CONF_PORT **ppConflictList,
                                                KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
     return KOVA_GUARDED(-1, [&] {
-        if (szBaseName == nullptr || szSourcePath == nullptr || pNotice == nullptr ||
+        if (szBaseName == nullptr || kova::change::is_hostile_name(szSourcePath) || pNotice == nullptr ||
             !kova::change::is_plain_file_name(szBaseName)) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             return -1;

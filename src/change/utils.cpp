@@ -65,7 +65,7 @@ int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigne
                        KOVA_SERVICE_CONF_PORT **ppConflictList) {
     return KOVA_GUARDED(-1, [&] {
         // A base name that is not a plain file name could place the file outside services.d.
-        if (szSourcePath == nullptr || !kova::change::is_plain_file_name(szBaseName)) {
+        if (kova::change::is_hostile_name(szSourcePath) || !kova::change::is_plain_file_name(szBaseName)) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             return -1;
         }

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,25 +17,214 @@
 namespace kova {
 namespace {
 
-// "%m" is the system log's placeholder for the text of errno; replace it before formatting so
-// that the log file gets the same text as the system log.
-std::string expand_errno(const char *fmt, int saved_errno) {
-    std::string out;
-    for (const char *p = fmt; *p != '\0'; ++p) {
-        if (p[0] == '%' && p[1] == '%') {
-            out += "%%";
+// Where a line is formatted: a growing text, or a fixed buffer when memory has run out.
+struct TextOut {
+    std::string &text;
+    void put(const char *p, size_t n) { text.append(p, n); }
+};
+
+struct FixedOut {
+    char *buf;
+    size_t cap;  // bytes, the terminating NUL included
+    size_t len = 0;
+    void put(const char *p, size_t n) noexcept {
+        if (len + 1 >= cap) return;
+        const size_t room = cap - 1 - len;
+        std::memcpy(buf + len, p, n < room ? n : room);
+        len += n < room ? n : room;
+        buf[len] = '\0';
+    }
+};
+
+// A text argument as it goes into a line: control characters become escapes, so that a value
+// can neither break a line nor forge one.
+template <class Out>
+void put_escaped(Out &out, const char *p, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        const auto c = static_cast<unsigned char>(p[i]);
+        if (c >= 0x20 && c != 0x7F) {
+            size_t run = 1;
+            while (i + run < n && static_cast<unsigned char>(p[i + run]) >= 0x20 && p[i + run] != 0x7F) ++run;
+            out.put(p + i, run);
+            i += run - 1;
+        } else if (c == '\n') {
+            out.put("\\n", 2);
+        } else if (c == '\r') {
+            out.put("\\r", 2);
+        } else if (c == '\t') {
+            out.put("\\t", 2);
+        } else {
+            char hex[5];
+            std::snprintf(hex, sizeof hex, "\\x%02X", c);
+            out.put(hex, 4);
+        }
+    }
+}
+
+template <class Out>
+void put_padded(Out &out, const char *p, size_t n, int width, bool left) {
+    static constexpr char kSpaces[] = "                ";
+    auto pad = [&] {
+        for (int k = width - static_cast<int>(n); k > 0; k -= 16) out.put(kSpaces, k < 16 ? k : 16);
+    };
+    if (!left) pad();
+    put_escaped(out, p, n);
+    if (left) pad();
+}
+
+enum class Length { kNone, kChar, kShort, kLong, kLongLong, kSize, kMax, kPtrdiff, kLongDouble };
+
+// printf formatting of `fmt` ("%m" is the text of `saved_errno`): the format's own text as it is,
+// the values of %s and %c escaped.
+template <class Out>
+void format_line(Out &out, const char *fmt, va_list ap, int saved_errno) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const char *p = fmt;
+    while (*p != '\0') {
+        if (*p != '%') {
+            const char *next = std::strchr(p, '%');
+            const size_t n = next != nullptr ? static_cast<size_t>(next - p) : std::strlen(p);
+            out.put(p, n);
+            p += n;
+            continue;
+        }
+        const char *start = p++;
+        if (*p == '%' || *p == 'm') {
+            const char *text = *p == '%' ? "%" : std::strerror(saved_errno);
+            out.put(text, std::strlen(text));
             ++p;
-        } else if (p[0] == '%' && p[1] == 'm') {
-            for (const char *e = strerror(saved_errno); *e != '\0'; ++e) {
-                if (*e == '%') out += '%';
-                out += *e;
+            continue;
+        }
+        // The conversion, rebuilt with the values of any '*' written in.
+        char spec[64] = "%";
+        size_t spec_len = 1;
+        auto add = [&](const char *text, size_t n) {
+            for (size_t k = 0; k < n && spec_len + 1 < sizeof spec; ++k) spec[spec_len++] = text[k];
+            spec[spec_len] = '\0';
+        };
+        bool left = false;
+        for (; *p != '\0' && std::strchr("-+ #0", *p) != nullptr; ++p) {
+            left = left || *p == '-';
+            add(p, 1);
+        }
+        int width = 0;
+        if (*p == '*') {
+            width = va_arg(ap, int);
+            if (width < 0) {
+                left = true;
+                width = -width;
             }
             ++p;
         } else {
-            out += *p;
+            for (; *p >= '0' && *p <= '9'; ++p) width = width * 10 + (*p - '0');
         }
+        int precision = -1;
+        if (*p == '.') {
+            ++p;
+            if (*p == '*') {
+                precision = va_arg(ap, int);
+                ++p;
+            } else {
+                for (precision = 0; *p >= '0' && *p <= '9'; ++p) precision = precision * 10 + (*p - '0');
+            }
+        }
+        Length length = Length::kNone;
+        const char *length_start = p;
+        if (p[0] == 'h' && p[1] == 'h')
+            length = Length::kChar, p += 2;
+        else if (p[0] == 'l' && p[1] == 'l')
+            length = Length::kLongLong, p += 2;
+        else if (*p == 'h')
+            length = Length::kShort, ++p;
+        else if (*p == 'l')
+            length = Length::kLong, ++p;
+        else if (*p == 'z')
+            length = Length::kSize, ++p;
+        else if (*p == 'j')
+            length = Length::kMax, ++p;
+        else if (*p == 't')
+            length = Length::kPtrdiff, ++p;
+        else if (*p == 'L')
+            length = Length::kLongDouble, ++p;
+        const char conv = *p;
+        if (conv == '\0') {
+            out.put(start, std::strlen(start));
+            break;
+        }
+        ++p;
+        if (conv == 's' || conv == 'c') {
+            char ch = 0;
+            const char *text = &ch;
+            size_t n = 1;
+            if (conv == 'c') {
+                ch = static_cast<char>(va_arg(ap, int));
+            } else {
+                text = va_arg(ap, const char *);
+                if (text == nullptr) text = "(null)";
+                n = precision >= 0 ? strnlen(text, static_cast<size_t>(precision)) : std::strlen(text);
+            }
+            put_padded(out, text, n, width, left);
+            continue;
+        }
+        char number[32];
+        if (width > 0) add(number, static_cast<size_t>(std::snprintf(number, sizeof number, "%d", width)));
+        if (precision >= 0) add(number, static_cast<size_t>(std::snprintf(number, sizeof number, ".%d", precision)));
+        add(length_start, static_cast<size_t>(p - length_start));
+        char buf[128];
+        int n = 0;
+        switch (conv) {
+            case 'd':
+            case 'i':
+                if (length == Length::kLong)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, long));
+                else if (length == Length::kLongLong)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, long long));
+                else if (length == Length::kSize || length == Length::kPtrdiff)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, ptrdiff_t));
+                else if (length == Length::kMax)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, intmax_t));
+                else
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, int));
+                break;
+            case 'o':
+            case 'u':
+            case 'x':
+            case 'X':
+                if (length == Length::kLong)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, unsigned long));
+                else if (length == Length::kLongLong)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, unsigned long long));
+                else if (length == Length::kSize || length == Length::kPtrdiff)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, size_t));
+                else if (length == Length::kMax)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, uintmax_t));
+                else
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, unsigned int));
+                break;
+            case 'p':
+                n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, void *));
+                break;
+            case 'e':
+            case 'E':
+            case 'f':
+            case 'F':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
+                if (length == Length::kLongDouble)
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, long double));
+                else
+                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, double));
+                break;
+            default:  // not a conversion: the text as written
+                out.put(start, static_cast<size_t>(p - start));
+                continue;
+        }
+        if (n > 0) out.put(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
     }
-    return out;
+#pragma GCC diagnostic pop
 }
 
 void send(const char *msg, size_t size) noexcept;
@@ -44,38 +235,26 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
     const int saved_errno = errno;
     va_list ap;
     va_start(ap, fmt);
-    va_list ap2;
-    va_copy(ap2, ap);
-    // The fallback formats from a list of its own: the normal path may have consumed both of
-    // its lists when memory runs out.
+    // The fallback formats from a list of its own: the normal path may have consumed its list
+    // when memory runs out.
     va_list fallback;
     va_copy(fallback, ap);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
     try {
         std::string msg = std::string(module) + ":" + std::to_string(line) + " ";
-        std::string body_fmt = std::strstr(fmt, "%m") != nullptr ? expand_errno(fmt, saved_errno) : std::string(fmt);
-        int body_len = std::vsnprintf(nullptr, 0, body_fmt.c_str(), ap);
-        if (body_len > 0) {
-            std::string body(static_cast<size_t>(body_len) + 1, '\0');
-            std::vsnprintf(body.data(), body.size(), body_fmt.c_str(), ap2);
-            body.resize(static_cast<size_t>(body_len));
-            msg += body;
-        }
+        TextOut out{msg};
+        format_line(out, fmt, ap, saved_errno);
         send(msg.c_str(), msg.size());
     } catch (...) {
-        // Out of memory: a fixed buffer; the C library's "%m" gives the text of errno.
+        // Out of memory: a fixed buffer, the line cut to its size.
         char buf[1024];
-        int n = std::snprintf(buf, sizeof buf, "%s:%d ", module, line);
-        if (n > 0 && static_cast<size_t>(n) < sizeof buf) {
-            errno = saved_errno;
-            std::vsnprintf(buf + n, sizeof buf - static_cast<size_t>(n), fmt, fallback);
-        }
-        send(buf, std::strlen(buf));
+        FixedOut out{buf, sizeof buf};
+        buf[0] = '\0';
+        const int n = std::snprintf(buf, sizeof buf, "%s:%d ", module, line);
+        if (n > 0) out.len = static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1;
+        format_line(out, fmt, fallback, saved_errno);
+        send(buf, out.len);
     }
-#pragma GCC diagnostic pop
     va_end(fallback);
-    va_end(ap2);
     va_end(ap);
     errno = saved_errno;
 }

@@ -114,6 +114,17 @@ TEST_F(EditTest, ConflictsLineBreaksAndBadRequestsChangeNothing) {
         EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
     }
     EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "app.sc", "app\rx", &dst), -1);
+    auto too_big = port(1, KOVA_PROTO_TCP, 61001, 70000), after = port(1, KOVA_PROTO_TCP, 70000, 0, nullptr);
+    dst.next = &after;
+    for (const KOVA_SERVICE_CONF_PORT *ports : {&too_big, &dst}) {
+        section.dstPort = const_cast<KOVA_SERVICE_CONF_PORT *>(ports);
+        poison_error();
+        EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "app.sc", "app", ports), -1);
+        EXPECT_EQ(KVLIBServiceConfPortsSet(&req, ports), -1);
+        EXPECT_EQ(KVLIBServiceConfSectionSet(&req, &section), -1);
+        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    }
+    EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "-app.sc", "app", &dst), -1);
     EXPECT_FALSE(exists("/usr/local/etc/services.d/fresh.sc"));
     EXPECT_EQ(text(), original);
     EXPECT_EQ(calls("router").size() + calls("firewall").size() + leftovers().size(), 0u);

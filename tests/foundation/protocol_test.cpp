@@ -30,6 +30,11 @@ TEST_F(ProtocolTest, ToUPortLogsOnlyWhenNoNumberLeads) {
     EXPECT_EQ(ToUPort("abc"), 0);
     EXPECT_EQ(log_normalized(), Lines{"port_conflict_helper.cpp:N Failed on parse port: abc"});
     EXPECT_EQ(KVLIBCErrGet(), 0xEEEEu);
+    // A value cannot break a line or forge another: its control characters are escaped.
+    clear_log();
+    EXPECT_EQ(ToUPort("x\nsvc.cpp:1 forged\r\t\x01"), 0);
+    EXPECT_EQ(log_normalized(),
+              Lines{"port_conflict_helper.cpp:N Failed on parse port: x\\nsvc.cpp:N forged\\r\\t\\x01"});
 }
 
 TEST_F(ProtocolTest, TableAccessorsLeaveOutputsAloneOnFailure) {
