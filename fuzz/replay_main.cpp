@@ -1,12 +1,10 @@
 // Replays inputs through a harness without a fuzzing engine, so that the harnesses build with
 // any compiler and run as regression tests: every argument is a file, or a directory whose
 // regular files are replayed in name order. A harness that finds a broken invariant aborts.
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -16,41 +14,22 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int *argc, char ***argv);
 
-namespace {
-
-bool is_directory(const std::string &path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-bool is_regular(const std::string &path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
-
-void collect(const std::string &arg, std::vector<std::string> &files) {
-    if (!is_directory(arg)) {
-        files.push_back(arg);
-        return;
-    }
-    std::vector<std::string> found;
-    if (DIR *dir = ::opendir(arg.c_str())) {
-        while (const dirent *entry = ::readdir(dir)) {
-            const std::string path = arg + "/" + entry->d_name;
-            if (entry->d_name[0] != '.' && is_regular(path)) found.push_back(path);
-        }
-        ::closedir(dir);
-    }
-    std::sort(found.begin(), found.end());
-    files.insert(files.end(), found.begin(), found.end());
-}
-
-}  // namespace
-
 int main(int argc, char **argv) {
+    namespace fs = std::filesystem;
     if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
     std::vector<std::string> files;
-    for (int i = 1; i < argc; ++i) collect(argv[i], files);
+    for (int i = 1; i < argc; ++i) {
+        std::error_code ec;
+        if (!fs::is_directory(argv[i], ec)) {
+            files.push_back(argv[i]);
+            continue;
+        }
+        std::vector<std::string> found;
+        for (const auto &entry : fs::directory_iterator(argv[i], ec))
+            if (entry.path().filename().string()[0] != '.' && entry.is_regular_file(ec)) found.push_back(entry.path());
+        std::sort(found.begin(), found.end());
+        files.insert(files.end(), found.begin(), found.end());
+    }
     if (files.empty()) {
         std::fprintf(stderr, "usage: %s FILE|DIR...: no input to replay\n", argv[0]);
         return 2;

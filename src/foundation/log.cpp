@@ -231,7 +231,16 @@ void send(const char *msg, size_t size) noexcept;
 
 }  // namespace
 
+namespace {
+thread_local unsigned long lines_sent = 0;
+}  // namespace
+
+unsigned long lines_logged() noexcept {
+    return lines_sent;
+}
+
 void log_line(const char *module, int line, const char *fmt, ...) noexcept {
+    ++lines_sent;
     const int saved_errno = errno;
     va_list ap;
     va_start(ap, fmt);

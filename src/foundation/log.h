@@ -12,6 +12,9 @@ namespace kova {
 // into a fixed buffer instead, cut to its size.
 void log_line(const char *module, int line, const char *fmt, ...) noexcept KOVA_PRINTF(3, 4);
 
+// How many lines this thread has logged so far: a caller can tell whether a step was silent.
+unsigned long lines_logged() noexcept;
+
 }  // namespace kova
 
 #define KOVA_LOG(fmt, ...) ::kova::log_line(__FILE_NAME__, __LINE__, fmt __VA_OPT__(, ) __VA_ARGS__)

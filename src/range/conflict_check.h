@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "firewall/firewall_service_enum.h"
 #include "foundation/log.h"
 #include "foundation/ports.h"
 #include "foundation/raii.h"
@@ -82,6 +83,19 @@ Result<bool> compare_texts(const PortText &ports, const PortText &other, Conflic
 // entry was added.
 Result<bool> compare_with_text(int first, int last, const PortText &other, ConflictList &list);
 
+// The firewall catalogue for the sources of one call (and for every section of a file check).
+// It is built once when building it is silent (no log line, the error state untouched): another
+// build could only give the same. Otherwise each source builds its own, as each source always
+// has, so that everything the build says is said again.
+class CatalogueSource {
+public:
+    Result<const fw::Catalogue *> get();
+
+private:
+    std::optional<fw::Catalogue> kept_;
+    std::optional<fw::Catalogue> last_;
+};
+
 // One call of the service-wide check, its texts cut into words.
 struct Request {
     std::string_view ports;            // the caller's port text
@@ -92,6 +106,7 @@ struct Request {
     std::string lowered;  // the protocol text lower-cased, cut as the check's buffer cuts it
     std::vector<std::string_view> protoWords;
     std::unordered_set<std::string_view> skip;
+    CatalogueSource *catalogues = nullptr;
 
     bool has_proto_word(std::string_view word) const;
 };

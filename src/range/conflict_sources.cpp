@@ -39,12 +39,12 @@ Result<bool> rule_file_conflict(const Request &req, ConflictList &list) {
 }
 
 Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
-    Result<fw::Catalogue> catalogue = fw::build_catalogue();
+    const Result<const fw::Catalogue *> catalogue = req.catalogues->get();
     if (!catalogue) {
         CHECK_LOG("Failed to enumerate services" KOVA_ERRFMT, KOVA_FAILURE_ARGS(catalogue.failure()));
         return catalogue.failure();
     }
-    if (catalogue->count == 0 || catalogue->head == nullptr) return false;
+    if ((*catalogue)->count == 0 || (*catalogue)->head == nullptr) return false;
 
     // A protocol text that does not parse (the parser logs it) matches no service; the check
     // goes on with the error state the parser leaves.
@@ -55,7 +55,7 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
         set_error(parsed.failure());
     }
     bool found = false;
-    for (const KOVA_FW_SERVICE *svc = catalogue->head.get(); svc != nullptr; svc = svc->next) {
+    for (const KOVA_FW_SERVICE *svc = (*catalogue)->head.get(); svc != nullptr; svc = svc->next) {
         if (req.skip.count(std::string_view(svc->name, strnlen(svc->name, sizeof svc->name))) != 0) continue;
         if ((svc->dstProtocol & flags) == 0) continue;
         if (svc->dstPorts == nullptr) continue;

@@ -108,7 +108,7 @@ struct Protocol {
 }  // namespace
 
 Result<bool> in_use_conflict(const Request &req) {
-    Result<fw::Catalogue> catalogue = fw::build_catalogue();
+    const Result<const fw::Catalogue *> catalogue = req.catalogues->get();
     if (!catalogue) {
         const Failure f = CHECK_FAILURE(KOVA_ERR_FW_ENUM);
         CHECK_LOG("Failed to enumerate services" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
@@ -135,12 +135,12 @@ Result<bool> in_use_conflict(const Request &req) {
         for (Protocol &p : protocols) {
             if (!p.wanted) continue;
             if (!p.skipped) {
-                if (catalogue->head == nullptr) {
+                if ((*catalogue)->head == nullptr) {
                     const Failure f = CHECK_FAILURE(KOVA_ERR_BAD_PARAMETER);
                     CHECK_LOG("Invalid Argument!!" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
                     return f;
                 }
-                p.skipped = skipped_ports(req, catalogue->head.get(), p.bit);
+                p.skipped = skipped_ports(req, (*catalogue)->head.get(), p.bit);
             }
             const Result<bool> r = p.used.any_in(first, last, *p.skipped);
             if (!r) return r.failure();

@@ -50,6 +50,22 @@ void ConflictList::apply(KOVA_SERVICE_CONF_PORT **ppList) const {
     }
 }
 
+Result<const fw::Catalogue *> CatalogueSource::get() {
+    if (kept_) return &*kept_;
+    const unsigned long lines = lines_logged();
+    const unsigned code = KVLIBCErrGet();
+    const std::string file = KVLIBCErrorGetFile() != nullptr ? KVLIBCErrorGetFile() : "";
+    const int line = KVLIBCErrorGetLine();
+    Result<fw::Catalogue> built = fw::build_catalogue();
+    if (!built) return built.failure();
+    const char *now = KVLIBCErrorGetFile();
+    const bool silent = lines == lines_logged() && code == KVLIBCErrGet() && line == KVLIBCErrorGetLine() &&
+                        file == (now != nullptr ? now : "");
+    std::optional<fw::Catalogue> &slot = silent ? kept_ : last_;
+    slot = std::move(*built);
+    return &*slot;
+}
+
 bool Request::has_proto_word(std::string_view word) const {
     return std::find(protoWords.begin(), protoWords.end(), word) != protoWords.end();
 }
@@ -90,7 +106,7 @@ Result<int> check(const Request &req, int checkFlags, ConflictList &list) {
 
 // The exported check, for the file check too.
 int port_conflict(const char *szSkipList, const char *szPorts, const char *szProtocol, int checkFlags,
-                  KOVA_SERVICE_CONF_PORT **ppConflictList) {
+                  KOVA_SERVICE_CONF_PORT **ppConflictList, CatalogueSource &catalogues) {
     if (szSkipList == nullptr || szPorts == nullptr || szProtocol == nullptr || ppConflictList == nullptr ||
         checkFlags < 1 || checkFlags > 31) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
@@ -107,6 +123,7 @@ int port_conflict(const char *szSkipList, const char *szPorts, const char *szPro
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     req.protoWords = ports::words(req.lowered, " ,");
     req.skip.insert(req.skipNames.begin(), req.skipNames.end());
+    req.catalogues = &catalogues;
     if ((checkFlags & (KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_SERVICES)) != 0)
         req.portText.emplace(szPorts, ':');
 
@@ -122,6 +139,7 @@ int port_conflict(const char *szSkipList, const char *szPorts, const char *szPro
 
 int conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictList) {
     if (szPath == nullptr) return 0;
+    CatalogueSource catalogues;
     // The file is read once; its sections are taken as the platform's reader lists them.
     Result<conf::ScFile> file = conf::read_sc_file(szPath);
     if (!file) {
@@ -148,7 +166,7 @@ int conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictLi
         const std::string portText(ports::trim(parts.ports));
         const std::string protocol(ports::trim(parts.protocol));
         const int rc = port_conflict(name.c_str(), portText.c_str(), parts.has_protocol ? protocol.c_str() : nullptr,
-                                     kFileCheckFlags, ppConflictList);
+                                     kFileCheckFlags, ppConflictList, catalogues);
         if (rc < 0) {
             KOVA_LOG("KVLIBIsPortConflict FAILED=%d, port=%s, protocol=%s kovaerr=" KOVA_ERRFMT, rc, portText.c_str(),
                      protocol.c_str(), KOVA_ERRARGS);
@@ -169,8 +187,10 @@ extern "C" {
 
 int KVLIBIsPortConflict(const char *szSkipList, const char *szPorts, const char *szProtocol, int checkFlags,
                         KOVA_SERVICE_CONF_PORT **ppConflictList) {
-    return KOVA_GUARDED(
-        -1, [&] { return kova::check::port_conflict(szSkipList, szPorts, szProtocol, checkFlags, ppConflictList); });
+    return KOVA_GUARDED(-1, [&] {
+        kova::check::CatalogueSource catalogues;
+        return kova::check::port_conflict(szSkipList, szPorts, szProtocol, checkFlags, ppConflictList, catalogues);
+    });
 }
 
 int KVLIBIsConfPortConflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictList) {

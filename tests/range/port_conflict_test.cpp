@@ -256,6 +256,21 @@ TEST_F(PortConflictTest, SourcesRunInOrderAndTheFirstThreeToTheirEnd) {
     EXPECT_EQ(entries(), (Entries{one(139), one(139)}));
 }
 
+// A catalogue build that logs is made again by each source that needs it, lines and all.
+TEST_F(PortConflictTest, ACatalogueBuildThatLogsIsRepeatedPerSource) {
+    write("/usr/local/etc/services.d/bad.sc", "[bad]\ntitle=t\n");
+    KOVA_FW_SERVICE *raw = nullptr;
+    ASSERT_GT(KOVAFwServiceEnum(&raw), 0);
+    KOVAFwServiceFree(raw);
+    const Lines once = log_normalized();
+    ASSERT_FALSE(once.empty());
+    Lines twice = once;
+    twice.insert(twice.end(), once.begin(), once.end());
+    clear_log();
+    EXPECT_EQ(check("", "9", "tcp", kServices | kInUse), 0);
+    EXPECT_EQ(log_normalized(), twice);
+}
+
 TEST_F(PortConflictTest, ConfFileSections) {
     EXPECT_EQ(check_file("[svc]\ntitle=t\ndesc=d\ndst.ports=445/tcp\n"), 1);
     EXPECT_EQ(mine(), Lines{kMe + "szTmpString=445/tcp conflict"});
