@@ -6,6 +6,7 @@ set -eu
 build=$1
 prefix=$2
 src=$3
+extra=${4:-}
 rm -rf "$prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 svc="$prefix/bin/kova-svc"
@@ -31,7 +32,8 @@ int main(void) {
 }
 C
 # shellcheck disable=SC2046
-cc -std=c99 -Wall -Werror -o "$prefix/app" "$prefix/app.c" \
+# shellcheck disable=SC2086
+cc -std=c99 -Wall -Werror $extra -o "$prefix/app" "$prefix/app.c" \
     $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs kovaserviceconf)
 LD_LIBRARY_PATH="$libdir" KOVA_ROOT="$prefix" "$prefix/app" | grep -q '^22 1 '
 
