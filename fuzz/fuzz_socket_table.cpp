@@ -1,7 +1,8 @@
-// Kernel socket tables as a hostile file: the bytes become /proc/net/tcp (and the other tables)
-// under a private root and go through ParseToRawSocketInfo and RawSocketInfoListFetch. The
-// records must be exactly what the table's scanf format reads from each line, in file order,
-// without duplicates.
+// Kernel socket tables built from the input: each entry is a socket line as the kernel writes
+// it (with varying spaces, digit case, address lengths and line endings), the same line cut
+// short, a header or a line of garbage. The model knows from the construction which sockets a
+// table holds; the tables go under a private root through ParseToRawSocketInfo and
+// RawSocketInfoListFetch, which must give exactly those, in table order, without duplicates.
 #include <kovaserviceconf.h>
 
 #include <cstdint>
@@ -16,7 +17,7 @@ namespace {
 using namespace kova::fuzz;
 
 constexpr const char *kHeader =
-    "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
+    "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode";
 
 struct Socket {
     uint16_t port;
@@ -37,29 +38,93 @@ std::string show(const std::vector<Socket> &list) {
     return out.empty() ? "(none)" : out;
 }
 
-// The lines as the platform reads them ("\n" ends a line, a "\r" before it belongs to the
-// ending, a text ends at its first NUL), scanned with the table's format.
-void model_table(const std::string &bytes, uint16_t protocol, std::vector<Socket> &out) {
-    size_t pos = 0;
-    while (pos < bytes.size()) {
-        const size_t nl = bytes.find('\n', pos);
-        const size_t end = nl == std::string::npos ? bytes.size() : nl;
-        const size_t content_end = end > pos && bytes[end - 1] == '\r' ? end - 1 : end;
-        const std::string line = bytes.substr(pos, content_end - pos);
-        pos = nl == std::string::npos ? bytes.size() : nl + 1;
+class Input {
+public:
+    Input(const uint8_t *data, size_t size) : p_(data), n_(size) {}
+    bool empty() const { return n_ == 0; }
+    uint8_t byte() {
+        if (n_ == 0) return 0;
+        --n_;
+        return *p_++;
+    }
+    uint64_t number(int bytes) {
+        uint64_t v = 0;
+        for (int i = 0; i < bytes; ++i) v = v << 8 | byte();
+        return v;
+    }
 
-        unsigned short port = 0;
-        unsigned int state = 0;
-        unsigned long inode = 0;
-        if (std::sscanf(line.c_str(),
-                        "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X %*X:%*X %*X %*d %*d %lu ", &port,
-                        &state, &inode) < 3)
-            continue;
-        const Socket s{port, state, inode, protocol};
+private:
+    const uint8_t *p_;
+    size_t n_;
+};
+
+std::string hex(uint64_t value, int digits, bool upper) {
+    std::string out(static_cast<size_t>(digits), '0');
+    for (int i = digits - 1; i >= 0; --i, value >>= 4)
+        out[static_cast<size_t>(i)] = (upper ? "0123456789ABCDEF" : "0123456789abcdef")[value & 15];
+    return out;
+}
+
+// One socket line; `inode_at` is where the inode's digits begin.
+std::string kernel_line(Input &in, const Socket &s, size_t &inode_at) {
+    const uint8_t style = in.byte();
+    const bool upper = (style & 1) != 0;
+    const int address = (style & 2) != 0 ? 32 : 8;  // IPv6 or IPv4
+    const std::string gap(1 + (style >> 2 & 3), ' ');
+    std::string line = std::string(style >> 4 & 3, ' ') + std::to_string(in.byte()) + ":" + gap;
+    line += hex(in.number(8), address, upper) + ":" + hex(s.port, 4, upper) + gap;
+    line += hex(in.number(8), address, upper) + ":" + hex(in.number(2), 4, upper) + gap;
+    line += hex(s.state, 2, upper) + gap + hex(in.number(4), 8, upper) + ":" + hex(in.number(4), 8, upper) + gap;
+    line += hex(in.byte(), 2, upper) + ":" + hex(in.number(4), 8, upper) + gap + hex(in.number(4), 8, upper) + gap;
+    line += std::to_string(in.number(2)) + gap + std::to_string(in.byte()) + gap;
+    inode_at = line.size();
+    line += std::to_string(s.inode);
+    if ((style & 0x40) != 0) line += " 1 0000000000000000 100 0 0 10 0";
+    return line;
+}
+
+// A table from the input, and the sockets it holds in order (duplicates included).
+std::string build_table(Input &in, uint16_t protocol, std::vector<Socket> &sockets) {
+    std::string table;
+    for (int entries = in.byte() % 24; entries > 0 && !in.empty(); --entries) {
+        const uint8_t kind = in.byte();
+        std::string line;
+        if (kind % 8 < 5 || kind % 8 == 7) {  // a socket line, whole or cut short
+            Socket s{static_cast<uint16_t>(in.number(2)), in.byte(), in.number(kind & 0x80 ? 8 : 3), protocol};
+            size_t inode_at = 0;
+            line = kernel_line(in, s, inode_at);
+            if (kind % 8 == 7) {
+                line.resize(in.number(2) % (line.size() + 1));
+                if (line.size() <= inode_at) {
+                    s.protocol = 0;  // cut before its inode: not a socket
+                } else {
+                    const std::string digits = line.substr(inode_at);
+                    s.inode = std::stoull(digits.substr(0, digits.find(' ')));
+                }
+            }
+            if (s.protocol != 0) sockets.push_back(s);
+        } else if (kind % 8 == 5) {
+            line = kHeader;
+        } else {  // garbage: a letter first, then anything but a line end
+            line = std::string(1, static_cast<char>('g' + in.byte() % 20));
+            for (int k = in.byte() % 40; k > 0; --k) {
+                const char c = static_cast<char>(in.byte());
+                if (c != '\n' && c != '\0') line += c;
+            }
+        }
+        table += line + ((kind & 0x40) != 0 ? "\r\n" : "\n");
+    }
+    return table;
+}
+
+std::vector<Socket> distinct(const std::vector<Socket> &sockets) {
+    std::vector<Socket> out;
+    for (const Socket &s : sockets) {
         bool seen = false;
         for (const Socket &o : out) seen = seen || o == s;
         if (!seen) out.push_back(s);
     }
+    return out;
 }
 
 void *copy_socket(const void *p) {
@@ -85,42 +150,40 @@ std::vector<Socket> records(const KVLIB_DLIST *list) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 65536) return 0;
-    const std::string bytes(reinterpret_cast<const char *>(data), size);
+    Input in(data, size);
+    std::vector<Socket> tcp, udp6;
+    const std::string tcp_table = build_table(in, KOVA_PROTO_TCP, tcp);
+    const std::string udp6_table = build_table(in, KOVA_PROTO_UDP, udp6);
+    const std::vector<Socket> expected = distinct(tcp);
     const std::string path = under_root("/proc/net/tcp");
-    write_file("/proc/net/tcp", bytes);
-
-    std::vector<Socket> expected;
-    model_table(bytes, KOVA_PROTO_TCP, expected);
+    write_file("/proc/net/tcp", tcp_table);
 
     KVLIB_DLIST *list = KVLIBCDListAlloc(copy_socket, free_socket);
     FUZZ_CHECK(list != nullptr);
     FUZZ_CHECK(ParseToRawSocketInfo(path.c_str(), KOVA_PROTO_TCP, list) == 0);
     std::vector<Socket> got = records(list);
     FUZZ_CHECKF(got == expected, "parsed %s, expected %s", show(got).c_str(), show(expected).c_str());
-
     // A second pass over the same table adds nothing: every line is a duplicate now.
     FUZZ_CHECK(ParseToRawSocketInfo(path.c_str(), KOVA_PROTO_TCP, list) == 0);
     FUZZ_CHECK(records(list) == expected);
     KVLIBCDListFree(list);
 
     // All four tables: TCP (IPv4, then IPv6) before UDP, duplicates dropped per protocol.
-    write_file("/proc/net/tcp6", kHeader);
-    write_file("/proc/net/udp", kHeader);
-    write_file("/proc/net/udp6", bytes);
+    write_file("/proc/net/tcp6", tcp_table);
+    write_file("/proc/net/udp", "");
+    write_file("/proc/net/udp6", udp6_table);
     std::vector<Socket> all = expected;
-    model_table(bytes, KOVA_PROTO_UDP, all);
+    const std::vector<Socket> udp = distinct(udp6);
+    all.insert(all.end(), udp.begin(), udp.end());
     list = RawSocketInfoListFetch(KOVA_PROTO_BOTH);
     FUZZ_CHECK(list != nullptr);
     got = records(list);
     KVLIBCDListFree(list);
     FUZZ_CHECKF(got == all, "fetched %s, expected %s", show(got).c_str(), show(all).c_str());
-
-    // One protocol only.
     list = RawSocketInfoListFetch(KOVA_PROTO_UDP);
     FUZZ_CHECK(list != nullptr);
     got = records(list);
     KVLIBCDListFree(list);
-    FUZZ_CHECKF(got == std::vector<Socket>(all.begin() + static_cast<long>(expected.size()), all.end()), "UDP fetch %s",
-                show(got).c_str());
+    FUZZ_CHECKF(got == udp, "UDP fetch %s, expected %s", show(got).c_str(), show(udp).c_str());
     return 0;
 }

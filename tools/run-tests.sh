@@ -12,6 +12,10 @@ need_packages "cmake:command -v cmake" "make:command -v make" "gcc:command -v cc
     "libgmock-dev:test -f /usr/include/gmock/gmock.h" \
     "libbenchmark-dev:test -f /usr/include/benchmark/benchmark.h"
 
+# Renders the audit page in one test; that test skips, saying so, where Chromium cannot be had.
+need_packages "chromium:command -v chromium" "fonts-dejavu-core:test -d /usr/share/fonts/truetype/dejavu" ||
+    echo "chromium could not be installed: the audit page is parsed but not rendered"
+
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== plain build"

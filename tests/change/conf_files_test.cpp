@@ -234,37 +234,5 @@ TEST_F(SectionRemoveTest, BadRequestsAndAFailedBackupChangeNothing) {
     EXPECT_TRUE(leftovers().empty());
 }
 
-// An install with a conflict, an update with its event and a section removal on examples/root.
-TEST_F(ChangeTest, ExampleRoot) {
-    fs::copy(std::string(KOVA_SOURCE_DIR) + "/examples/root", root(),
-             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
-    auto daemon = relay_daemon();
-    const std::string torrent = path("/pkg/torrent.sc"), gallery = path("/pkg/photo_gallery.sc");
-    write("/pkg/torrent.sc", sc("torrent", "8005/tcp"));  // in the download manager's 8000:8010
-    KOVA_SERVICE_CONF_PORT *conflicts = nullptr;
-    EXPECT_EQ(KOVAServiceConfInstallBaseName("torrent.sc", torrent.c_str(), 2, &conflicts), 1);
-    ASSERT_NE(conflicts, nullptr);
-    EXPECT_EQ(conflicts->beginPort + conflicts->endPort, 8005u + 8005u);
-    KOVAServiceConfPortsFree(conflicts);
-    EXPECT_TRUE(exists("/usr/local/etc/services.d/torrent.sc"));
-    EXPECT_EQ(log_of("utils.cpp"),
-              Lines{"utils.cpp:N " + torrent + " conf file port conflict with existed conf file setting"});
-    const std::string old = read("/usr/local/etc/services.d/photo_gallery.sc");
-    write("/pkg/photo_gallery.sc", "[global]\nversion=\"3\"\n\n" + sc("photo_gallery", "8500,8443/tcp"));
-    EXPECT_EQ(KOVAServiceConfUpdateBaseName("photo_gallery.sc", gallery.c_str(), 2, nullptr), 0);
-    EXPECT_EQ(events(), (Events{{"port_config/update",
-                                 {{"OLD_PORT_CONFIG_CONTENT", old},
-                                  {"NEW_PORT_CONFIG_CONTENT", read("/pkg/photo_gallery.sc")},
-                                  {"NOTIFY_PF", "1"},
-                                  {"NOTIFY_FW", "1"}}}}));
-    const std::string frontend = read("/usr/kova/etc/services.d/web_frontend.sc");
-    const auto admin = request(2, 1, 3, 0x05, "web_frontend.sc", "web_admin", 1);
-    EXPECT_EQ(KVLIBServiceConfSectionRemove(&admin), 0);
-    EXPECT_EQ(read("/usr/kova/etc/services.d/web_frontend.sc"), frontend.substr(0, frontend.find("[web_admin]")));
-    EXPECT_EQ(calls("firewall"), (Lines{"--remove-serv-rec web_admin", "--reload"}));
-    EXPECT_EQ(daemon->stop(), 2);  // the update's notice and the restart
-    EXPECT_TRUE(leftovers().empty());
-}
-
 }  // namespace
 }  // namespace kova::test

@@ -5,6 +5,7 @@ Every JSON document is read with Python's json module, not with the tool's own c
 Environment: KOVA_SVC (the tool), KOVA_SOURCE_DIR (the checkout), KOVA_TEST_TMPDIR (where the
 sandbox roots go).
 """
+import html.parser
 import json
 import os
 import pty
@@ -155,6 +156,10 @@ class Ports(Sandbox):
             self.assertIn("%d\ttcp\t%d" % (port, os.getpid()),
                           ["\t".join(l.split()[:3]) for l in self.svc("sockets", "--listening").lines()])
             self.assertEqual(self.svc("check", "%d/tcp" % port).status, 1)
+            # A service does not collide with itself while it runs.
+            self.write(PKG + "/own.sc", "[own]\ntitle=T\ndesc=D\ndst.ports=%d/tcp\n" % port)
+            self.assertEqual(self.svc("check", "%d/tcp" % port, "--skip", "own").status, 0)
+            os.remove(self.path(PKG + "/own.sc"))
             if os.geteuid() == 0:
                 for args in (("who", "%d/tcp" % port), ("check", "%d/tcp" % port)):
                     r = self.svc(*args, "--json", user="nobody")
@@ -264,6 +269,54 @@ class Audit(Sandbox):
         lines = text.lines()
         self.assertTrue(any(l.split()[:4] == [str(u), "tcp", "loopback", str(os.getpid())] for l in lines), text.out)
         self.assertFalse(any(l.split()[:2] == [str(d), "tcp"] and "mine" not in l for l in lines), text.out)
+
+    def test_audit_page_is_self_contained_and_renders(self):
+        self.live()
+        page = self.path("audit.html")
+        with socket.socket() as s:
+            s.bind(("127.0.0.1", 0))
+            s.listen()
+            port = s.getsockname()[1]
+            self.assertEqual(self.svc("audit", "--html", page).status, 1)
+
+        class Page(html.parser.HTMLParser):
+            def __init__(self):
+                super().__init__()
+                self.tags, self.text, self.outside = [], [], []
+
+            def handle_starttag(self, tag, attrs):
+                self.tags.append(tag)
+                self.outside += [v for k, v in attrs if k in ("src", "href") and v]
+
+            def handle_data(self, data):
+                self.text.append(data)
+
+        p = Page()
+        p.feed(open(page).read())
+        p.close()
+        text = " ".join(p.text)
+        self.assertIn("svg", p.tags)
+        self.assertGreater(p.tags.count("rect"), 20)
+        self.assertEqual([t for t in p.tags if t in ("script", "link", "img", "iframe", "object")], [])
+        self.assertEqual(p.outside, [])
+        self.assertNotIn("url(", open(page).read())
+        self.assertIn("%d/tcp undeclared" % port, text)
+        self.assertIn("3306/tcp mysql, photo_gallery_db", text)
+
+        chromium = shutil.which("chromium")
+        if chromium is None:
+            self.skipTest("chromium is not installed: the page was parsed but not rendered")
+        png = self.path("audit.png")
+        subprocess.run([chromium, "--headless", "--no-sandbox", "--disable-gpu", "--window-size=1300,1400",
+                        "--screenshot=" + png, "file://" + page], capture_output=True, timeout=120)
+        with open(png, "rb") as f:
+            data = f.read()
+        self.assertEqual(data[:8], b"\x89PNG\r\n\x1a\n")
+        # Not blank: a page of text, tables and a map compresses far worse than an empty one.
+        self.assertGreater(len(data), 30000)
+        dumped = subprocess.run([chromium, "--headless", "--no-sandbox", "--disable-gpu", "--dump-dom",
+                                 "file://" + page], capture_output=True, text=True, timeout=120).stdout
+        self.assertIn("%d/tcp undeclared" % port, dumped)
 
     def test_audit_offline_looks_at_the_declared_side_only(self):
         r = self.svc("audit", "--json")

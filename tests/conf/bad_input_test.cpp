@@ -3,6 +3,7 @@
 
 #include <chrono>
 
+#include "conf/sc_reader.h"
 #include "conf_test_util.h"
 
 namespace {
@@ -60,6 +61,24 @@ TEST_F(BadInputTest, OddFilesBytesHugeLinesAndRepeats) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));  // one pass, not one per section
     EXPECT_EQ(section_names(confs_->sections).size(), 20000u);
     EXPECT_EQ(confs_->sections->name + std::to_string(confs_->version), "s199993");
+}
+
+// The reader as the rule-file readers use it: every key of a section, in first-appearance order
+// with its last value, the first section of a name, names cut at a NUL byte.
+TEST(ScReader, KeysInOrderLastValueFirstSectionOfAName) {
+    const kova::conf::ScFile file = kova::conf::parse_sc_text(
+        "k=before\n[rule]\nservice_id = 7\nprotocol name=\"tcp\"\nservice_id=8\n\n[rule]\nlater=1\n[a\0b]\nx=1\n"
+        "[empty]\n; k=v\n"s);
+    EXPECT_EQ(file.names(), (std::vector<std::string>{"rule", "a", "empty"}));
+    const kova::conf::ScSection *rule = file.find("rule");
+    ASSERT_NE(rule, nullptr);
+    EXPECT_EQ(rule->entries(),
+              (std::vector<std::pair<std::string, std::string>>{{"service_id", "8"}, {"protocol name", "tcp"}}));
+    EXPECT_EQ(rule->key_count(), 2);
+    EXPECT_EQ(rule->value("later"), nullptr);
+    EXPECT_EQ(file.find("a"), nullptr);  // the section is "a\0b"
+    EXPECT_EQ(file.find("empty")->key_count(), 0);
+    EXPECT_FALSE(kova::conf::read_sc_file("/nonexistent/kova/missing.sc").ok());
 }
 
 }  // namespace

@@ -10,11 +10,6 @@ const char *call_name(Call call) {
     return names[static_cast<unsigned>(call)];
 }
 
-void FailingSystem::only(std::initializer_list<Call> kinds) {
-    kinds_ = 0;
-    for (Call kind : kinds) kinds_ |= 1u << static_cast<unsigned>(kind);
-}
-
 void FailingSystem::arm(long nth, int error, bool sticky) {
     nth_ = nth;
     error_ = error;
@@ -25,7 +20,6 @@ void FailingSystem::arm(long nth, int error, bool sticky) {
 }
 
 bool FailingSystem::fails(Call call) {
-    if ((kinds_ & (1u << static_cast<unsigned>(call))) == 0) return false;
     ++calls_;
     if (nth_ <= 0 || calls_ < nth_ || (calls_ > nth_ && !sticky_)) return false;
     if (failed_++ == 0) failed_call_ = call_name(call);
@@ -33,17 +27,31 @@ bool FailingSystem::fails(Call call) {
     return true;
 }
 
-int FailingSystem::open(const char *path, int flags, mode_t mode) {
-    return fails(Call::kOpen) ? -1 : System::open(path, flags, mode);
-}
+// Each call: the failure, or the plain system's call.
+#define KOVA_FAIL_OR_CALL(type, name, kind, params, args)  \
+    type FailingSystem::name params {                      \
+        return fails(Call::kind) ? -1 : System::name args; \
+    }
+
+KOVA_FAIL_OR_CALL(int, open, kOpen, (const char *path, int flags, mode_t mode), (path, flags, mode))
+KOVA_FAIL_OR_CALL(ssize_t, write, kWrite, (int fd, const void *buf, size_t size), (fd, buf, size))
+KOVA_FAIL_OR_CALL(off_t, lseek, kLseek, (int fd, off_t offset, int whence), (fd, offset, whence))
+KOVA_FAIL_OR_CALL(int, fstat, kFstat, (int fd, struct stat *st), (fd, st))
+KOVA_FAIL_OR_CALL(int, stat, kStat, (const char *path, struct stat *st), (path, st))
+KOVA_FAIL_OR_CALL(int, access, kAccess, (const char *path, int mode), (path, mode))
+KOVA_FAIL_OR_CALL(int, unlink, kUnlink, (const char *path), (path))
+KOVA_FAIL_OR_CALL(int, rename, kRename, (const char *from, const char *to), (from, to))
+KOVA_FAIL_OR_CALL(int, mkdir, kMkdir, (const char *path, mode_t mode), (path, mode))
+KOVA_FAIL_OR_CALL(ssize_t, readlink, kReadlink, (const char *path, char *buf, size_t size), (path, buf, size))
+KOVA_FAIL_OR_CALL(int, list_dir, kListDir, (const char *path, std::vector<std::string> &names), (path, names))
+KOVA_FAIL_OR_CALL(int, run, kRun, (const char *program, const char *a1, const char *a2, const char *a3, const char *a4),
+                  (program, a1, a2, a3, a4))
+KOVA_FAIL_OR_CALL(int, run_with, kRun, (const char *program, int options, const char *a1, const char *a2),
+                  (program, options, a1, a2))
 
 ssize_t FailingSystem::read(int fd, void *buf, size_t size) {
     if (fails(Call::kRead)) return -1;
     return System::read(fd, buf, short_reads_ && size > 1 ? 1 : size);
-}
-
-ssize_t FailingSystem::write(int fd, const void *buf, size_t size) {
-    return fails(Call::kWrite) ? -1 : System::write(fd, buf, size);
 }
 
 int FailingSystem::close(int fd) {
@@ -52,50 +60,6 @@ int FailingSystem::close(int fd) {
     const int rc = System::close(fd);
     if (failing) errno = error_;
     return failing ? -1 : rc;
-}
-
-off_t FailingSystem::lseek(int fd, off_t offset, int whence) {
-    return fails(Call::kLseek) ? -1 : System::lseek(fd, offset, whence);
-}
-
-int FailingSystem::fstat(int fd, struct stat *st) {
-    return fails(Call::kFstat) ? -1 : System::fstat(fd, st);
-}
-
-int FailingSystem::stat(const char *path, struct stat *st) {
-    return fails(Call::kStat) ? -1 : System::stat(path, st);
-}
-
-int FailingSystem::access(const char *path, int mode) {
-    return fails(Call::kAccess) ? -1 : System::access(path, mode);
-}
-
-int FailingSystem::unlink(const char *path) {
-    return fails(Call::kUnlink) ? -1 : System::unlink(path);
-}
-
-int FailingSystem::rename(const char *from, const char *to) {
-    return fails(Call::kRename) ? -1 : System::rename(from, to);
-}
-
-int FailingSystem::mkdir(const char *path, mode_t mode) {
-    return fails(Call::kMkdir) ? -1 : System::mkdir(path, mode);
-}
-
-ssize_t FailingSystem::readlink(const char *path, char *buf, size_t size) {
-    return fails(Call::kReadlink) ? -1 : System::readlink(path, buf, size);
-}
-
-int FailingSystem::list_dir(const char *path, std::vector<std::string> &names) {
-    return fails(Call::kListDir) ? -1 : System::list_dir(path, names);
-}
-
-int FailingSystem::run(const char *program, const char *arg1, const char *arg2, const char *arg3, const char *arg4) {
-    return fails(Call::kRun) ? -1 : System::run(program, arg1, arg2, arg3, arg4);
-}
-
-int FailingSystem::run_with(const char *program, int options, const char *arg1, const char *arg2) {
-    return fails(Call::kRun) ? -1 : System::run_with(program, options, arg1, arg2);
 }
 
 }  // namespace kova::test

@@ -3,7 +3,6 @@
 // Reads can be cut to one byte at a time. ScopedSystem puts it in place for one scope.
 #pragma once
 
-#include <initializer_list>
 #include <string>
 
 #include "foundation/door.h"
@@ -31,12 +30,8 @@ const char *call_name(Call call);
 
 class FailingSystem : public kova::System {
 public:
-    // Counts only the calls of these kinds (all kinds when never called).
-    void only(std::initializer_list<Call> kinds);
     void arm(long nth, int error, bool sticky = false);
-    void disarm() { nth_ = 0; }
     void short_reads(bool on) { short_reads_ = on; }
-    long calls() const { return calls_; }      // counted calls since arm()
     long failures() const { return failed_; }  // calls failed since arm()
     // The kind of the call that failed first since arm().
     std::string failed_call() const { return failed_call_; }
@@ -60,7 +55,6 @@ public:
 private:
     bool fails(Call call);  // counts the call; true (errno set) when it is to fail
 
-    unsigned kinds_ = ~0u;
     long nth_ = 0;
     int error_ = 0;
     bool sticky_ = false;

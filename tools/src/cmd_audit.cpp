@@ -6,6 +6,7 @@
 #include <set>
 #include <sstream>
 
+#include "audit.h"
 #include "catalogue.h"
 #include "commands.h"
 #include "holders.h"
@@ -17,50 +18,49 @@
 
 namespace kovasvc {
 
+LocalAddresses::LocalAddresses() {
+    read("tcp", KOVA_PROTO_TCP, "0A");
+    read("tcp6", KOVA_PROTO_TCP, "0A");
+    read("udp", KOVA_PROTO_UDP, "07");
+    read("udp6", KOVA_PROTO_UDP, "07");
+}
+
+const bool *LocalAddresses::loopback_only(unsigned int port, unsigned int protocol) const {
+    auto it = only_.find({port, protocol});
+    return it == only_.end() ? nullptr : &it->second;
+}
+
+void LocalAddresses::read(const char *table, unsigned int protocol, const char *state) {
+    std::ifstream in(session().path("/proc/net/") + table);
+    std::string line;
+    std::getline(in, line);  // header
+    while (std::getline(in, line)) {
+        std::istringstream words(line);
+        std::string slot, local, remote, st;
+        if (!(words >> slot >> local >> remote >> st) || st != state) continue;
+        size_t colon = local.find(':');
+        if (colon == std::string::npos) continue;
+        unsigned int port = static_cast<unsigned int>(std::stoul(local.substr(colon + 1), nullptr, 16));
+        std::string addr = local.substr(0, colon);
+        bool loopback =
+            (addr.size() == 8 && addr.substr(6) == "7F") || addr == "00000000000000000000000001000000" ||
+            (addr.size() == 32 && addr.substr(0, 24) == "0000000000000000FFFF0000" && addr.substr(30) == "7F");
+        auto [it, fresh] = only_.emplace(std::make_pair(port, protocol), loopback);
+        if (!fresh) it->second = it->second && loopback;
+    }
+}
+
+std::string program_text(const Holder &h) {
+    if (!h.visible) return "(not visible to this user)";
+    return h.program.empty() ? "-" : h.program;
+}
+
 namespace {
 
 constexpr unsigned int kPorts = 65536;
 
 // Whether every listening socket of a port and protocol is bound to a loopback address, read
 // from the same socket tables as the library's inventory.
-class LocalAddresses {
-public:
-    LocalAddresses() {
-        read("tcp", KOVA_PROTO_TCP, "0A");
-        read("tcp6", KOVA_PROTO_TCP, "0A");
-        read("udp", KOVA_PROTO_UDP, "07");
-        read("udp6", KOVA_PROTO_UDP, "07");
-    }
-    // null: not known (the socket is not in the tables any more).
-    const bool *loopback_only(unsigned int port, unsigned int protocol) const {
-        auto it = only_.find({port, protocol});
-        return it == only_.end() ? nullptr : &it->second;
-    }
-
-private:
-    void read(const char *table, unsigned int protocol, const char *state) {
-        std::ifstream in(session().path("/proc/net/") + table);
-        std::string line;
-        std::getline(in, line);  // header
-        while (std::getline(in, line)) {
-            std::istringstream words(line);
-            std::string slot, local, remote, st;
-            if (!(words >> slot >> local >> remote >> st) || st != state) continue;
-            size_t colon = local.find(':');
-            if (colon == std::string::npos) continue;
-            unsigned int port = static_cast<unsigned int>(std::stoul(local.substr(colon + 1), nullptr, 16));
-            std::string addr = local.substr(0, colon);
-            bool loopback =
-                (addr.size() == 8 && addr.substr(6) == "7F") || addr == "00000000000000000000000001000000" ||
-                (addr.size() == 32 && addr.substr(0, 24) == "0000000000000000FFFF0000" && addr.substr(30) == "7F");
-            auto [it, fresh] = only_.emplace(std::make_pair(port, protocol), loopback);
-            if (!fresh) it->second = it->second && loopback;
-        }
-    }
-    std::map<std::pair<unsigned int, unsigned int>, bool> only_;
-};
-
-// Which declarations cover each port, per protocol.
 class Declared {
 public:
     void add(const Holder &h, size_t index) {
@@ -79,31 +79,6 @@ private:
     }
     std::vector<std::vector<size_t>> tcp_, udp_;
 };
-
-struct Double {
-    PortRun run;
-    unsigned int protocol;
-    std::vector<std::string> services;
-};
-
-struct Shared {
-    const Holder *listener;
-    std::string service;
-};
-
-struct Audit {
-    std::vector<Holder> declared;  // services, reserved ports, forwarding rules
-    HolderReport listening;
-    std::vector<const Holder *> undeclared;
-    std::vector<const CatalogueEntry *> silent;
-    std::vector<Double> doubles;
-    std::vector<Shared> shared;
-};
-
-std::string program_text(const Holder &h) {
-    if (!h.visible) return "(not visible to this user)";
-    return h.program.empty() ? "-" : h.program;
-}
 
 void find_doubles(Audit &a, Declared &declared) {
     for (unsigned int protocol : {KOVA_PROTO_TCP, KOVA_PROTO_UDP}) {
@@ -125,12 +100,15 @@ void find_doubles(Audit &a, Declared &declared) {
                      [](const Double &x, const Double &y) { return x.run.first < y.run.first; });
 }
 
+}  // namespace
+
 Audit run_audit(const Catalogue &cat) {
     Audit a;
     HolderQuery q;
     q.runs = {{1, kPorts - 1}};
     q.sources = KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_SERVICES | KOVA_PORT_CHECK_RESERVED;
     q.system_ports = true;
+    q.catalogue = &cat;
     a.declared = find_holders(q).holders;
     Declared declared;
     for (size_t i = 0; i < a.declared.size(); ++i) declared.add(a.declared[i], i);
@@ -171,6 +149,8 @@ Audit run_audit(const Catalogue &cat) {
     return a;
 }
 
+namespace {
+
 void print_section(const std::string &title, size_t count) {
     std::cout << '\n' << title << ": " << (count == 0 ? "none" : std::to_string(count)) << '\n';
 }
@@ -181,6 +161,11 @@ int run_audit(const Args &args) {
     Catalogue cat = Catalogue::load();
     Audit a = run_audit(cat);
     LocalAddresses addresses;
+    if (auto page = args.value("--html")) {
+        std::ofstream out(*page);
+        write_audit_html(out, a, addresses);
+        if (!out.flush()) throw Failure("cannot write " + *page, *page, "check the directory and the free space");
+    }
     auto services_ports = [](const CatalogueEntry &e) {
         return ports_with_protocol(sorted_items(e.service->dstPorts),
                                    static_cast<unsigned int>(e.service->dstProtocol));

@@ -45,6 +45,8 @@ Collisions name_collisions(const std::string &file, int result, const ConflictLi
     HolderQuery q;
     q.runs = c.runs;
     q.sources = KOVA_PORT_CHECK_SERVICES | KOVA_PORT_CHECK_RESERVED;
+    if (!session().offline()) q.sources |= KOVA_PORT_CHECK_IN_USE;
+    q.listening_only = true;
     q.skip = section_names(file);
     c.named = find_holders(q);
     return c;
@@ -56,7 +58,10 @@ std::string collision_text(const Collisions &c) {
     std::string names;
     for (const auto &h : c.named.holders)
         names += (names.empty() ? "" : ", ") + run_text(h.run) + "/" + protocol_names(h.protocols) + " " +
-                 source_name(h.source) + " " + h.name;
+                 source_name(h.source) + " " +
+                 (h.source != HolderSource::InUse ? h.name
+                  : h.visible                     ? "pid " + std::to_string(h.pid)
+                                                  : "owner not visible to this user");
     return names.empty() ? text : text + " (" + names + ")";
 }
 

@@ -51,6 +51,8 @@ ports: a port declared by a service and held by a process. On an offline root
 only the declared side is audited.
 
 Options:
+  --html FILE   also write the audit as one self-contained HTML page: the
+                summary, a map of the port space 0-65535 and the tables
   --json   print {"summary": {"undeclared", "silent" (null offline), "double",
            "shared"}, "undeclared": [LISTENER, ...], "silent": [{"name",
            "dst": PORTS}], "double": [{"ports", "protocols", "services"}],
@@ -244,7 +246,14 @@ const std::vector<Command> &commands() {
          0,
          0,
          run_free},
-        {"audit", "audit", "what listens against what is declared", kAuditHelp, {}, 0, 0, run_audit},
+        {"audit",
+         "audit [--html FILE]",
+         "what listens against what is declared",
+         kAuditHelp,
+         {{"--html", true}},
+         0,
+         0,
+         run_audit},
         {"validate", "validate FILE", "check a .sc file without installing it", kValidateHelp, {}, 1, 1, run_validate},
         {"install", "install FILE [--system|--package] [--as NAME] [--strict]", "install a .sc file", kInstallHelp,
          with_location({{"--as", true}, {"--strict", false}}), 1, 1, run_install},

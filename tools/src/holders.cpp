@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <optional>
 #include <tuple>
 
 #include "args.h"
@@ -80,7 +82,9 @@ void forward_rules(const HolderQuery &q, std::vector<Holder> &out) {
 }
 
 void services(const HolderQuery &q, std::vector<Holder> &out) {
-    Catalogue cat = Catalogue::load();
+    std::optional<Catalogue> own;
+    if (q.catalogue == nullptr) own.emplace(Catalogue::load());
+    const Catalogue &cat = q.catalogue != nullptr ? *q.catalogue : *own;
     for (const auto &e : cat.entries()) {
         const KOVA_FW_SERVICE &s = *e.service;
         unsigned int shared = static_cast<unsigned int>(s.dstProtocol) & q.protocols;
@@ -198,6 +202,23 @@ bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
     return true;
 }
 
+// Ports in use by the skipped services do not count, as in the check: a service does not
+// collide with itself while it runs.
+void drop_skipped_in_use(const HolderQuery &q, std::vector<Holder> &holders) {
+    if (q.skip.empty()) return;
+    HolderQuery mine = q;
+    mine.skip.clear();
+    std::vector<Holder> declared;
+    services(mine, declared);
+    std::erase_if(holders, [&](const Holder &h) {
+        if (h.source != HolderSource::InUse) return false;
+        return std::any_of(declared.begin(), declared.end(), [&](const Holder &d) {
+            return q.skip.count(d.name) != 0 && (d.protocols & h.protocols) != 0 && d.run.first <= h.run.first &&
+                   h.run.last <= d.run.last;
+        });
+    });
+}
+
 std::string detail(const Holder &h) {
     switch (h.source) {
         case HolderSource::Service:
@@ -245,7 +266,9 @@ HolderReport find_holders(const HolderQuery &q) {
         if (session().offline()) {
             session().note_offline();
             report.in_use_known = false;
-        } else if (!in_use(q, h)) {
+        } else if (in_use(q, h)) {
+            drop_skipped_in_use(q, h);
+        } else {
             warn("the ports in use could not be read (the socket tables under " + session().path("/proc") +
                  "/net are missing or unreadable)");
             report.in_use_known = false;
@@ -257,17 +280,18 @@ HolderReport find_holders(const HolderQuery &q) {
     });
     // One line for the neighbouring ports of one declaration ("5000", "5001": 5000:5001).
     std::vector<Holder> joined;
+    std::map<std::tuple<HolderSource, std::string, std::string, std::string, unsigned int>, size_t> last;
     for (auto &x : h) {
-        auto same = [&](const Holder &y) {
-            return y.source == x.source && y.name == x.name && y.file == x.file && y.setting == x.setting &&
-                   y.protocols == x.protocols && y.pid == x.pid && y.program == x.program && y.state == x.state &&
-                   y.visible == x.visible && y.run.last + 1 >= x.run.first;
-        };
-        auto it = std::find_if(joined.rbegin(), joined.rend(), same);
-        if (it != joined.rend() && x.source != HolderSource::InUse)
-            it->run.last = std::max(it->run.last, x.run.last);
-        else
-            joined.push_back(std::move(x));
+        if (x.source != HolderSource::InUse) {
+            auto key = std::make_tuple(x.source, x.name, x.file, x.setting, x.protocols);
+            auto it = last.find(key);
+            if (it != last.end() && joined[it->second].run.last + 1 >= x.run.first) {
+                joined[it->second].run.last = std::max(joined[it->second].run.last, x.run.last);
+                continue;
+            }
+            last[key] = joined.size();
+        }
+        joined.push_back(std::move(x));
     }
     h = std::move(joined);
     return report;

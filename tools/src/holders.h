@@ -13,6 +13,7 @@
 namespace kovasvc {
 
 class Json;
+class Catalogue;
 
 enum class HolderSource { Forward, Service, Reserved, InUse };
 
@@ -37,8 +38,9 @@ struct HolderQuery {
     unsigned int protocols = KOVA_PROTO_BOTH;
     int sources = 0;  // KOVA_PORT_CHECK_* flags
     std::set<std::string> skip;
-    bool system_ports = false;    // also the system's fixed ports (kova-webdav, kova-syslog, ...)
-    bool listening_only = false;  // in-use: listening TCP and bound UDP sockets, as the check counts
+    bool system_ports = false;             // also the system's fixed ports (kova-webdav, kova-syslog, ...)
+    bool listening_only = false;           // in-use: listening TCP and bound UDP sockets, as the check counts
+    const Catalogue *catalogue = nullptr;  // one already built, else the services source builds it
 };
 
 struct HolderReport {
