@@ -184,24 +184,12 @@ int run_audit(const Args &args) {
         json.key("shared").number(static_cast<int64_t>(a.shared.size()));
         json.end_object();
         auto listener = [&](const Holder &l) {
-            json.key("port").number(l.run.first).key("protocols");
-            protocols_json(json, l.protocols);
+            socket_json(json, l);
             json.key("loopback_only");
             if (const bool *lo = addresses.loopback_only(l.run.first, l.protocols))
                 json.boolean(*lo);
             else
                 json.null();
-            json.key("pid");
-            if (l.visible)
-                json.number(l.pid);
-            else
-                json.null();
-            json.key("program");
-            if (l.program.empty())
-                json.null();
-            else
-                json.string(l.program);
-            json.key("visible").boolean(l.visible);
         };
         json.key("undeclared").begin_array();
         for (const auto *l : a.undeclared) {

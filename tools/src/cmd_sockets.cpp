@@ -22,19 +22,9 @@ int run_sockets(const Args &args) {
         Json json(std::cout);
         json.begin_object().key("sockets").begin_array();
         for (const auto &h : report.holders) {
-            json.begin_object().key("port").number(h.run.first).key("protocols");
-            protocols_json(json, h.protocols);
-            json.key("pid");
-            if (h.visible)
-                json.number(h.pid);
-            else
-                json.null();
-            json.key("program");
-            if (h.program.empty())
-                json.null();
-            else
-                json.string(h.program);
-            json.key("state").string(h.state).key("visible").boolean(h.visible).end_object();
+            json.begin_object();
+            socket_json(json, h);
+            json.end_object();
         }
         json.end_array().key("in_use_known").boolean(report.in_use_known);
         warnings_json(json);

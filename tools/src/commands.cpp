@@ -57,8 +57,8 @@ Options:
            "shared"}, "undeclared": [LISTENER, ...], "silent": [{"name",
            "dst": PORTS}], "double": [{"ports", "protocols", "services"}],
            "shared": [LISTENER with "service"], "in_use_known", "warnings"}
-           LISTENER: {"port", "protocols", "loopback_only": bool or null,
-           "pid": N or null, "program", "visible": bool}
+           LISTENER: {"port", "protocols", "pid": N or null, "program",
+           "state", "visible": bool, "loopback_only": bool or null}
 
 Exit status: 0 no undeclared listener and no double declaration, 1 otherwise,
 3 the audit cannot run.

@@ -344,6 +344,22 @@ void holder_json(Json &json, const Holder &h) {
     }
 }
 
+void socket_json(Json &json, const Holder &h) {
+    json.key("port").number(h.run.first).key("protocols");
+    protocols_json(json, h.protocols);
+    json.key("pid");
+    if (h.visible)
+        json.number(h.pid);
+    else
+        json.null();
+    json.key("program");
+    if (h.program.empty())
+        json.null();
+    else
+        json.string(h.program);
+    json.key("state").string(h.state).key("visible").boolean(h.visible);
+}
+
 void holders_json(Json &json, const HolderReport &report) {
     json.key("holders").begin_array();
     for (const auto &h : report.holders) holder_json(json, h);

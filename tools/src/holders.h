@@ -52,6 +52,9 @@ HolderReport find_holders(const HolderQuery &query);
 
 // One HOLDER object.
 void holder_json(Json &json, const Holder &holder);
+// The members of a socket record: "port", "protocols", "pid" (null when not visible),
+// "program" (null when unknown), "state", "visible".
+void socket_json(Json &json, const Holder &socket);
 // "holders": [HOLDER, ...] and "in_use_known": bool members.
 void holders_json(Json &json, const HolderReport &report);
 // A table: PORTS PROTO SOURCE NAME DETAIL, or a line saying nobody.
