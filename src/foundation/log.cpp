@@ -170,38 +170,50 @@ void format_line(Out &out, const char *fmt, va_list ap, int saved_errno) {
         char number[32];
         if (width > 0) add(number, static_cast<size_t>(std::snprintf(number, sizeof number, "%d", width)));
         if (precision >= 0) add(number, static_cast<size_t>(std::snprintf(number, sizeof number, ".%d", precision)));
-        add(length_start, static_cast<size_t>(p - length_start));
         char buf[128];
         int n = 0;
+        if (std::strchr("diouxX", conv) != nullptr) {
+            // Integers go through the widest type: the value read as its length says it was
+            // passed (cut to a char or short as printf cuts it), printed with "j".
+            uintmax_t u = 0;
+            intmax_t s = 0;
+            switch (length) {
+                case Length::kLong:
+                    u = va_arg(ap, unsigned long);
+                    s = static_cast<long>(u);
+                    break;
+                case Length::kLongLong:
+                    u = va_arg(ap, unsigned long long);
+                    s = static_cast<long long>(u);
+                    break;
+                case Length::kSize:
+                case Length::kPtrdiff:
+                    u = va_arg(ap, size_t);
+                    s = static_cast<ptrdiff_t>(u);
+                    break;
+                case Length::kMax:
+                    u = va_arg(ap, uintmax_t);
+                    s = static_cast<intmax_t>(u);
+                    break;
+                default: {
+                    const unsigned int v = va_arg(ap, unsigned int);
+                    u = length == Length::kChar    ? static_cast<unsigned char>(v)
+                        : length == Length::kShort ? static_cast<unsigned short>(v)
+                                                   : v;
+                    s = length == Length::kChar    ? static_cast<signed char>(v)
+                        : length == Length::kShort ? static_cast<short>(v)
+                                                   : static_cast<int>(v);
+                }
+            }
+            const char tail[3] = {'j', conv, '\0'};
+            add(tail, 2);
+            n = conv == 'd' || conv == 'i' ? std::snprintf(buf, sizeof buf, spec, s)
+                                           : std::snprintf(buf, sizeof buf, spec, u);
+            if (n > 0) out.put(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
+            continue;
+        }
+        add(length_start, static_cast<size_t>(p - length_start));
         switch (conv) {
-            case 'd':
-            case 'i':
-                if (length == Length::kLong)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, long));
-                else if (length == Length::kLongLong)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, long long));
-                else if (length == Length::kSize || length == Length::kPtrdiff)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, ptrdiff_t));
-                else if (length == Length::kMax)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, intmax_t));
-                else
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, int));
-                break;
-            case 'o':
-            case 'u':
-            case 'x':
-            case 'X':
-                if (length == Length::kLong)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, unsigned long));
-                else if (length == Length::kLongLong)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, unsigned long long));
-                else if (length == Length::kSize || length == Length::kPtrdiff)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, size_t));
-                else if (length == Length::kMax)
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, uintmax_t));
-                else
-                    n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, unsigned int));
-                break;
             case 'p':
                 n = std::snprintf(buf, sizeof buf, spec, va_arg(ap, void *));
                 break;
