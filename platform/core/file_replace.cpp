@@ -141,7 +141,8 @@ bool temp_place(const std::string &path, TempPlace &place) {
         errno = EXDEV;
         return false;
     }
-    place.prefix = "." + base_of(path) + "." + std::to_string(own.st_ino) + ".";
+    place.prefix.assign(1, '.');
+    place.prefix.append(base_of(path)).append(1, '.').append(std::to_string(own.st_ino)).append(1, '.');
     return true;
 }
 

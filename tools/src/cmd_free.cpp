@@ -92,7 +92,10 @@ std::optional<unsigned int> first_run(const BusyPorts &busy, unsigned int near, 
 
 std::string port_list_text(const std::vector<unsigned int> &ports) {
     std::string text;
-    for (unsigned int p : ports) text += (text.empty() ? "" : ",") + std::to_string(p);
+    for (unsigned int p : ports) {
+        if (!text.empty()) text.push_back(',');
+        text.append(std::to_string(p));
+    }
     return text;
 }
 

@@ -17,7 +17,10 @@ std::string run_text(const PortRun &run) {
 
 std::string runs_text(const std::vector<PortRun> &runs) {
     std::string text;
-    for (const auto &r : runs) text += (text.empty() ? "" : ",") + run_text(r);
+    for (const auto &r : runs) {
+        if (!text.empty()) text.push_back(',');
+        text.append(run_text(r));
+    }
     return text;
 }
 
@@ -51,7 +54,9 @@ void port_list_json(Json &json, unsigned int flags, const std::vector<PortRun> &
     protocols_json(json, flags);
     json.key("ports");
     runs_json(json, runs);
-    json.key("text").string(runs_text(runs) + (flags != 0 ? "/" + protocol_names(flags) : ""));
+    std::string text = runs_text(runs);
+    if (flags != 0) text.append(1, '/').append(protocol_names(flags));
+    json.key("text").string(text);
     json.end_object();
 }
 
