@@ -1,14 +1,12 @@
 #include "fuzz_support.h"
 
-#include <ftw.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #ifndef KOVA_FUZZ_TMPDIR
@@ -41,41 +39,20 @@ std::string cut(std::string_view s, size_t capacity) {
 // ---- the private root ----------------------------------------------------------------------
 
 namespace {
-
 std::string g_root;
-
-int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
-    return ::remove(path) == 0 ? 0 : 0;
-}
-
 void remove_root() {
-    if (!g_root.empty()) ::nftw(g_root.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
+    std::error_code ec;
+    if (!g_root.empty()) std::filesystem::remove_all(g_root, ec);
 }
-
-void mkdir_p(const std::string &path) {
-    for (size_t pos = 1; pos <= path.size(); ++pos) {
-        if (pos == path.size() || path[pos] == '/') {
-            const std::string part = path.substr(0, pos);
-            if (::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) {
-                std::fprintf(stderr, "cannot create %s\n", part.c_str());
-                std::abort();
-            }
-        }
-    }
-}
-
 }  // namespace
 
 const std::string &root() {
     if (g_root.empty()) {
         const char *base = std::getenv("KOVA_FUZZ_TMPDIR");
-        std::string dir = base != nullptr && *base != '\0' ? base : KOVA_FUZZ_TMPDIR;
-        mkdir_p(dir);
-        std::string tmpl = dir + "/fuzzroot.XXXXXX";
-        if (::mkdtemp(tmpl.data()) == nullptr) {
-            std::fprintf(stderr, "cannot create a temporary root under %s\n", dir.c_str());
-            std::abort();
-        }
+        std::string tmpl = std::string(base != nullptr && *base != '\0' ? base : KOVA_FUZZ_TMPDIR);
+        std::filesystem::create_directories(tmpl);
+        tmpl += "/fuzzroot.XXXXXX";
+        FUZZ_CHECKF(::mkdtemp(tmpl.data()) != nullptr, "cannot create %s", tmpl.c_str());
         g_root = tmpl;
         ::setenv("KOVA_ROOT", g_root.c_str(), 1);
         ::unsetenv("KOVA_LOG_FILE");
@@ -88,13 +65,9 @@ std::string under_root(std::string_view rel) {
     return root() + std::string(rel);
 }
 
-void make_dirs(std::string_view rel) {
-    mkdir_p(under_root(rel));
-}
-
 void write_file(std::string_view rel, std::string_view content) {
     const std::string path = under_root(rel);
-    mkdir_p(path.substr(0, path.rfind('/')));
+    std::filesystem::create_directories(path.substr(0, path.rfind('/')));
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(content.data(), static_cast<std::streamsize>(content.size()));
     out.close();

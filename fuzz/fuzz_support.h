@@ -52,7 +52,6 @@ const std::string &root();
 std::string under_root(std::string_view rel);
 // Writes a file under the root, creating its directories.
 void write_file(std::string_view rel, std::string_view content);
-void make_dirs(std::string_view rel);
 
 // ---- the port list syntax as a model -------------------------------------------------------
 
