@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "root_path.h"
+#include "kova_root.h"
 
 // The text belongs to the calling thread and stays valid until its next call.
 extern "C" const char *KOVAPFRuleConfPathGet(void) {

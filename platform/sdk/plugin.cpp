@@ -17,7 +17,7 @@
 
 #include "core/plat_log.h"
 #include "core/spawn.h"
-#include "root_path.h"
+#include "kova_root.h"
 
 struct KVLIB_PLUGIN {
     std::string category;

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "core/plat_log.h"
-#include "root_path.h"
+#include "kova_root.h"
 
 namespace {
 

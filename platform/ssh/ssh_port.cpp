@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "core/plat_log.h"
-#include "root_path.h"
+#include "kova_root.h"
 
 namespace {
 

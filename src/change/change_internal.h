@@ -18,7 +18,7 @@
 #include "foundation/door.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
-#include "foundation/root_path.h"
+#include "kova_root.h"
 
 // Removes a file or a directory tree ("/bin/rm -rf"); 0 also when there is nothing to remove.
 int RemovePath(const char *szPath);

@@ -8,7 +8,7 @@
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
-#include "foundation/root_path.h"
+#include "kova_root.h"
 
 namespace {
 

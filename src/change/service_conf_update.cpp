@@ -7,7 +7,7 @@
 #include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "foundation/root_path.h"
+#include "kova_root.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
-#include "root_path.h"
+#include "kova_root.h"
 
 namespace {
 

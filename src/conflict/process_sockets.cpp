@@ -4,7 +4,7 @@
 #include <new>
 
 #include "conflict/runtime_inventory.h"
-#include "root_path.h"
+#include "kova_root.h"
 
 namespace kova::conflict {
 

@@ -13,7 +13,7 @@
 #include "foundation/log.h"
 #include "foundation/ports.h"
 #include "foundation/raii.h"
-#include "foundation/root_path.h"
+#include "kova_root.h"
 #include "firewall/port_texts.h"
 
 namespace {

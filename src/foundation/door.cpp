@@ -13,7 +13,7 @@
 #include <cstring>
 #include <new>
 
-#include "root_path.h"
+#include "kova_root.h"
 
 namespace kova {
 

@@ -1,6 +1,6 @@
 // The service-wide check's source 0x08: ports that the system settings reserve for a few system
 // services, read from the system information file.
-#include "foundation/root_path.h"
+#include "kova_root.h"
 #include "range/conflict_check.h"
 #include "range/port_range_internal.h"
 

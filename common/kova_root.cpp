@@ -1,4 +1,4 @@
-#include "root_path.h"
+#include "kova_root.h"
 
 #include <cstdlib>
 
