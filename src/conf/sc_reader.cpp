@@ -6,7 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <unordered_set>
+#include <cstring>
+#include <unordered_map>
 
 #include "foundation/door.h"
 #include "section_lexer.h"
@@ -15,85 +16,179 @@ namespace kova::conf {
 
 namespace {
 
+constexpr size_t kNone = static_cast<size_t>(-1);
+
+// The names seen so far, by position: searched in place while they are few, through a hash
+// once there are many, so that a file of many sections or a section of many keys reads in
+// linear time without a hash for every small one.
+class SeenNames {
+public:
+    void clear() {
+        names_.clear();
+        hash_.clear();
+    }
+    // The position of `name` when it was seen; else adds it and returns kNone.
+    size_t find_or_add(std::string_view name) {
+        if (names_.size() < kLinear) {
+            for (size_t i = 0; i < names_.size(); ++i)
+                if (names_[i] == name) return i;
+        } else {
+            if (hash_.empty())
+                for (size_t i = 0; i < names_.size(); ++i) hash_.emplace(names_[i], i);
+            const auto [it, added] = hash_.try_emplace(name, names_.size());
+            if (!added) return it->second;
+        }
+        names_.push_back(name);
+        return kNone;
+    }
+
+private:
+    static constexpr size_t kLinear = 16;
+    std::vector<std::string_view> names_;
+    std::unordered_map<std::string_view, size_t> hash_;
+};
+
 // A text as the platform's C-string containers keep it: up to the first NUL byte.
 std::string_view c_text(std::string_view s) {
     return s.substr(0, std::min(s.size(), s.find('\0')));
-}
-
-// The whole content of a regular file; false when it cannot be opened or read, or is not a
-// regular file.
-bool read_regular_file(const char *path, std::string &text) {
-    System &sys = kova::sys();
-    const FileHandle file(sys, sys.open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0));
-    const int fd = file.get();
-    if (fd < 0) return false;
-    struct stat st;
-    if (sys.fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
-    text.reserve(static_cast<size_t>(st.st_size));
-    char buf[64 * 1024];
-    for (;;) {
-        const ssize_t n = sys.read(fd, buf, sizeof buf);
-        if (n == 0) return true;
-        if (n > 0) {
-            text.append(buf, static_cast<size_t>(n));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
 }
 
 }  // namespace
 
 class ScParser {
 public:
-    static ScFile parse(std::string_view text) {
-        ScFile file;
+    // Parses the file's buffer, `size` bytes followed by room for a NUL.
+    static void parse(ScFile &file, size_t size) {
+        reserve(file, size);
+        char *const text = file.text_.get();
+        text[size] = '\0';
+        file.sections_.clear();
+        file.keys_.clear();
+        file.next_find_ = 0;
+        // Ends a name or value where it lies: the byte after it is not read again.
+        auto terminate = [text](std::string_view piece) {
+            text[static_cast<size_t>(piece.data() - text) + piece.size()] = '\0';
+            return piece.data();
+        };
+        SeenNames sections;
+        SeenNames keys;       // C-text names of the current section's keys
+        SeenNames full_keys;  // their full names (NUL bytes included), as the platform counts them
         ScSection *current = nullptr;
-        std::unordered_set<std::string_view> keys;  // full names of the current section's keys
-        kova::ini::for_each_line(text, [&](const kova::ini::Line &line) {
+        kova::ini::for_each_line(std::string_view(text, size), [&](const kova::ini::Line &line) {
             if (line.kind == kova::ini::Kind::kSection) {
-                auto [it, inserted] = file.sections_.try_emplace(std::string(line.name));
-                current = inserted ? &it->second : nullptr;  // a later section of a name is never read
-                if (inserted) file.names_.emplace_back(c_text(line.name));
                 keys.clear();
+                full_keys.clear();
+                current = nullptr;  // a later section of a name is never read
+                if (sections.find_or_add(line.name) != kNone) return true;
+                current = &file.sections_.emplace_back();
+                current->full_name_ = line.name;
+                current->name_ = terminate(line.name);
+                current->first_ = current->end_ = static_cast<uint32_t>(file.keys_.size());
             } else if (line.kind == kova::ini::Kind::kKey && current != nullptr && !line.name.empty()) {
-                if (keys.insert(line.name).second) ++current->key_count_;
-                set(*current, std::string(c_text(line.name)), c_text(line.value));
+                if (full_keys.find_or_add(line.name) == kNone) ++current->key_count_;
+                const std::string_view name = c_text(line.name);
+                const char *value = terminate(line.value);
+                const size_t at = keys.find_or_add(name);
+                if (at != kNone) {
+                    file.keys_[current->first_ + at].value = value;
+                } else {
+                    file.keys_.push_back({name, value});
+                    current->end_ = static_cast<uint32_t>(file.keys_.size());
+                }
             }
             return true;
         });
-        return file;
+        for (ScSection &section : file.sections_) section.keys_ = file.keys_.data();
     }
 
-private:
-    static void set(ScSection &section, std::string key, std::string_view value) {
-        auto [it, inserted] = section.index_.try_emplace(key, section.entries_.size());
-        if (inserted) {
-            section.entries_.emplace_back(std::move(key), value);
-        } else {
-            section.entries_[it->second].second.assign(value);
-        }
+    // Room for `size` bytes and a NUL; what the buffer held is kept.
+    static void reserve(ScFile &file, size_t size) {
+        if (size + 1 <= file.capacity_) return;
+        const size_t capacity = std::max(size + 1, 2 * file.capacity_);
+        std::unique_ptr<char[]> text = std::make_unique_for_overwrite<char[]>(capacity);
+        if (file.text_) std::memcpy(text.get(), file.text_.get(), file.capacity_);
+        file.text_ = std::move(text);
+        file.capacity_ = capacity;
     }
+
+    static char *buffer(ScFile &file) { return file.text_.get(); }
+    static size_t capacity(const ScFile &file) { return file.capacity_; }
 };
 
+namespace {
+
+// Reads the whole content of a regular file into the buffer; its size, or kNone when it cannot
+// be opened or read, or is not a regular file.
+size_t read_regular_file(const char *path, ScFile &file) {
+    System &sys = kova::sys();
+    const FileHandle handle(sys, sys.open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0));
+    const int fd = handle.get();
+    if (fd < 0) return kNone;
+    struct stat st;
+    if (sys.fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return kNone;
+    // One byte beyond the size it has now, so that the read that finds its end needs no room.
+    ScParser::reserve(file, static_cast<size_t>(st.st_size) + 1);
+    size_t size = 0;
+    for (;;) {
+        if (size + 1 >= ScParser::capacity(file)) ScParser::reserve(file, size + 4096);
+        const ssize_t n = sys.read(fd, ScParser::buffer(file) + size, ScParser::capacity(file) - 1 - size);
+        if (n == 0) return size;
+        if (n > 0) {
+            size += static_cast<size_t>(n);
+        } else if (errno != EINTR) {
+            return kNone;
+        }
+    }
+}
+
+}  // namespace
+
 const char *ScSection::value(std::string_view key) const {
-    const auto it = index_.find(std::string(key));
-    return it == index_.end() ? nullptr : entries_[it->second].second.c_str();
+    for (uint32_t i = first_; i < end_; ++i)
+        if (keys_[i].name == key) return keys_[i].value;
+    return nullptr;
+}
+
+std::vector<std::string> ScFile::names() const {
+    std::vector<std::string> names;
+    names.reserve(sections_.size());
+    for (const ScSection &section : sections_) names.emplace_back(section.name());
+    return names;
 }
 
 const ScSection *ScFile::find(std::string_view name) const {
-    const auto it = sections_.find(std::string(name));
-    return it == sections_.end() ? nullptr : &it->second;
+    size_t at = next_find_;
+    if (at >= sections_.size() || sections_[at].full_name_ != name) {
+        at = 0;
+        while (at < sections_.size() && sections_[at].full_name_ != name) ++at;
+        if (at == sections_.size()) return nullptr;
+    }
+    next_find_ = at + 1;
+    return &sections_[at];
 }
 
 ScFile parse_sc_text(std::string_view text) {
-    return ScParser::parse(text);
+    ScFile file;
+    ScParser::reserve(file, text.size());
+    std::memcpy(ScParser::buffer(file), text.data(), text.size());
+    ScParser::parse(file, text.size());
+    return file;
+}
+
+Result<void> read_sc_file(const char *path, ScFile &file) {
+    const size_t size = read_regular_file(path, file);
+    if (size == kNone) {
+        ScParser::parse(file, 0);
+        return KOVA_FAILURE(KOVA_ERR_FILE_OPEN);
+    }
+    ScParser::parse(file, size);
+    return {};
 }
 
 Result<ScFile> read_sc_file(const char *path) {
-    std::string text;
-    if (!read_regular_file(path, text)) return KOVA_FAILURE(KOVA_ERR_FILE_OPEN);
-    return ScParser::parse(text);
+    ScFile file;
+    if (Result<void> read = read_sc_file(path, file); !read) return read.failure();
+    return file;
 }
 
 }  // namespace kova::conf

@@ -2,51 +2,74 @@
 // everything the library takes from it, with the results the platform's sectioned-file reads
 // (KVLIBCFileEnumSection, KVLIBCFileGetSection) would give:
 //
-//   - the section names in enumeration order: file order, a name repeated later listed once,
-//     each name up to its first NUL byte;
-//   - per name, the keys of the first section of that name, in the order they first appear,
-//     each with the value of its last line (without one pair of surrounding quotes), and the
-//     number of distinct keys as the platform's section read counts them.
+//   - the sections in enumeration order: file order, a name repeated later listed once, each
+//     name up to its first NUL byte;
+//   - per section, the keys of the first section of that name, each with the value of its last
+//     line (without one pair of surrounding quotes), and the number of distinct keys as the
+//     platform's section read counts them.
 //
-// The line syntax is common/section_lexer.h, the one the platform's layer uses.
+// The file's bytes are kept in one buffer; names and values point into it (each terminated
+// there), so a read allocates the buffer and two flat arrays, and a ScFile reused for the next
+// file allocates nothing more once it is large enough. The line syntax is
+// common/section_lexer.h, the one the platform's layer uses.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "foundation/result.h"
 
 namespace kova::conf {
 
+struct ScKey {
+    std::string_view name;  // up to its first NUL byte
+    const char *value;      // terminated
+};
+
 class ScSection {
 public:
+    // The name up to its first NUL byte.
+    const char *name() const { return name_; }
     // Distinct keys read (the platform's count); below 1 means the section has no key line.
     int key_count() const { return key_count_; }
     // The value of `key`, or null when the section lacks it.
     const char *value(std::string_view key) const;
-    // Keys and values in the order the keys first appear.
-    const std::vector<std::pair<std::string, std::string>> &entries() const { return entries_; }
 
 private:
     friend class ScParser;
+    friend class ScFile;
+    std::string_view full_name_;  // NUL bytes included
+    const char *name_ = "";
     int key_count_ = 0;
-    std::vector<std::pair<std::string, std::string>> entries_;
-    std::unordered_map<std::string, size_t> index_;  // key -> position in entries_
+    uint32_t first_ = 0;  // keys in the file's key array
+    uint32_t end_ = 0;
+    const ScKey *keys_ = nullptr;  // set once the file is parsed
 };
 
 class ScFile {
 public:
-    const std::vector<std::string> &names() const { return names_; }
-    // The section that a read of `name` finds (the first of that name), or null.
+    ScFile() = default;
+    ScFile(ScFile &&) = default;  // the buffer and arrays move with their addresses
+    ScFile &operator=(ScFile &&) = default;
+
+    // The sections in enumeration order.
+    const std::vector<ScSection> &sections() const { return sections_; }
+    // Their names, in that order.
+    std::vector<std::string> names() const;
+    // The section that a read of `name` finds (the first of that name), or null. Looking the
+    // names up in enumeration order costs one comparison each.
     const ScSection *find(std::string_view name) const;
 
 private:
     friend class ScParser;
-    std::vector<std::string> names_;
-    std::unordered_map<std::string, ScSection> sections_;  // by full name (NUL bytes included)
+    std::unique_ptr<char[]> text_;  // the file's bytes and a terminating NUL
+    size_t capacity_ = 0;
+    std::vector<ScSection> sections_;
+    std::vector<ScKey> keys_;
+    mutable size_t next_find_ = 0;
 };
 
 // Parses text already in memory.
@@ -55,5 +78,7 @@ ScFile parse_sc_text(std::string_view text);
 // Reads and parses the file. Fails with 0x0900 when it is missing, not a regular file (a
 // directory, or a device or pipe that could block or never end) or cannot be read.
 Result<ScFile> read_sc_file(const char *path);
+// The same into `file`, whose storage is reused.
+Result<void> read_sc_file(const char *path, ScFile &file);
 
 }  // namespace kova::conf

@@ -18,53 +18,68 @@ namespace {
 
 constexpr size_t kPathMax = 4096;  // paths are formed as in a 4096-byte buffer
 
-// Parses every entry of one services.d directory in front of `list`; the number parsed, or -1
-// when the directory cannot be scanned.
-int enum_dir(const kova::Door &door, std::string_view fixed_dir, kova::ConfPtr &list) {
+// Every entry of one services.d directory to `visitor`; the number it took, or -1 when the
+// directory cannot be scanned.
+int each_in_dir(const kova::Door &door, std::string_view fixed_dir, int location, kova::conf::FileVisitor &visitor) {
     const std::string dir = door.path(fixed_dir);
     std::vector<std::string> entries;
     if (door->list_dir(dir.c_str(), entries) != 0) {
         KOVA_SET_ERR(KOVA_ERR_SCAN_DIR);
         return -1;
     }
-    int parsed = 0;
+    int taken = 0;
     std::string path;
     for (const std::string &name : entries) {
         path.assign(dir).append("/").append(name);
         if (path.size() > kPathMax - 1) path.resize(kPathMax - 1);
-        kova::ConfPtr conf = kova::conf::read_conf(path.c_str());
-        if (!conf) continue;
-        conf->next = list.release();
-        list = std::move(conf);
-        ++parsed;
+        if (visitor.file(path.c_str(), location)) ++taken;
     }
-    return parsed;
+    return taken;
 }
 
 // The records of the selected directories, linked in front of *ppConfList only once all are
 // read: running out of memory on the way leaves the caller's list as it was.
 int conf_enum(KOVA_SERVICE_CONF **ppConfList, int locations) {
-    const kova::Door door;
-    kova::ConfPtr list;
-    int count = 0;
-    if ((locations & KOVA_CONF_LOCATION_SYSTEM) != 0) {
-        const int n = enum_dir(door, kova::paths::kSystemServicesDir, list);
-        if (n >= 0) count = n;
-    }
-    if ((locations & KOVA_CONF_LOCATION_PACKAGE) != 0) {
-        const int n = enum_dir(door, kova::paths::kPackageServicesDir, list);
-        if (n > 0) count += n;
-    }
-    if (list) {
-        KOVA_SERVICE_CONF *last = list.get();
+    struct Files final : kova::conf::FileVisitor {
+        kova::ConfPtr list;
+        kova::conf::ScFile scratch;
+        bool file(const char *path, int) override {
+            kova::ConfPtr conf = kova::conf::read_conf(path, scratch);
+            if (!conf) return false;
+            conf->next = list.release();
+            list = std::move(conf);
+            return true;
+        }
+    } files;
+    const int count = kova::conf::each_conf_file(locations, files);
+    if (files.list) {
+        KOVA_SERVICE_CONF *last = files.list.get();
         while (last->next != nullptr) last = last->next;
         last->next = *ppConfList;
-        *ppConfList = list.release();
+        *ppConfList = files.list.release();
     }
     return count;
 }
 
 }  // namespace
+
+namespace kova::conf {
+
+int each_conf_file(int locations, FileVisitor &visitor) {
+    const Door door;
+    int count = 0;
+    if ((locations & KOVA_CONF_LOCATION_SYSTEM) != 0) {
+        const int n = each_in_dir(door, paths::kSystemServicesDir, KOVA_CONF_LOCATION_SYSTEM, visitor);
+        if (n >= 0) count = n;
+    }
+    if ((locations & KOVA_CONF_LOCATION_PACKAGE) != 0) {
+        const int n = each_in_dir(door, paths::kPackageServicesDir, KOVA_CONF_LOCATION_PACKAGE, visitor);
+        if (n > 0) count += n;
+    }
+    return count;
+}
+
+}  // namespace kova::conf
 
 extern "C" {
 

@@ -3,7 +3,8 @@
 #include <kovaserviceconf.h>
 
 #include <cstdlib>
-#include <string>
+#include <cstring>
+#include <vector>
 
 #include "conf/conf_internal.h"
 #include "foundation/guard.h"
@@ -12,11 +13,11 @@
 
 namespace {
 
-using kova::conf::ScFile;
 using kova::conf::ScSection;
 
-bool valid_section_name(const std::string &name) {
-    for (const char c : name) {
+bool valid_section_name(const char *name) {
+    for (; *name != '\0'; ++name) {
+        const char c = *name;
         const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
                         c == '.' || c == '_';
         if (!ok) return false;
@@ -24,11 +25,11 @@ bool valid_section_name(const std::string &name) {
     return true;
 }
 
-void log_bad_section_name(const char *path, const std::string &name) {
+void log_bad_section_name(const char *path, const char *name) {
     KOVA_LOG(
         "Section name format error (File: %s, Section Name: [%s])! It can not be empty, and just can composed of a~z, "
         "0~9, `-`, '_', kovaerr=" KOVA_ERRFMT,
-        path, name.c_str(), KOVA_ERRARGS);
+        path, name, KOVA_ERRARGS);
 }
 
 void read_global(const char *path, const ScSection *global, KOVA_SERVICE_CONF &conf) {
@@ -49,34 +50,28 @@ void read_global(const char *path, const ScSection *global, KOVA_SERVICE_CONF &c
 
 namespace kova::conf {
 
-ConfPtr read_conf(const char *path) {
-    ConfPtr conf(calloc_record<KOVA_SERVICE_CONF>());
-    if (!conf) {
-        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-        KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return nullptr;
-    }
-
-    Result<ScFile> read = read_sc_file(path);
+bool walk_conf(const char *path, ScFile &file, KOVA_SERVICE_CONF &global, SectionVisitor &visitor) {
+    const Result<void> read = read_sc_file(path, file);
     if (!read) set_error(read.failure());
-    const int count = read ? static_cast<int>(read->names().size()) : -1;
+    const std::vector<ScSection> &sections = file.sections();
+    const int count = read ? static_cast<int>(sections.size()) : -1;
     if (count < 1) {
         KOVA_LOG("Failed to KVLIBCFileEnumSection %s(ret: %d) or 0 section, kovaerr=" KOVA_ERRFMT, path, count,
                  KOVA_ERRARGS);
-        return nullptr;
+        return false;
     }
-    const ScFile &file = *read;
-    if (count == 1 && file.names().front() == "global") {
+    if (count == 1 && std::strcmp(sections.front().name(), "global") == 0) {
         KOVA_LOG(
             "Configure file format error! (file: %s) Only [global] section, you should add at least one service "
             "section in the file. kovaerr=" KOVA_ERRFMT,
             path, KOVA_ERRARGS);
-        return nullptr;
+        return false;
     }
 
     int parsed = 0;
-    for (const std::string &name : file.names()) {
-        if (name.empty()) {
+    for (const ScSection &section : sections) {
+        const char *name = section.name();
+        if (*name == '\0') {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             log_bad_section_name(path, name);
             continue;
@@ -85,23 +80,41 @@ ConfPtr read_conf(const char *path) {
             log_bad_section_name(path, name);
             continue;
         }
-        const ScSection *section = file.find(name);
-        if (name == "global") {
-            read_global(path, section, *conf);
+        // A name cut at a NUL byte finds no section: the platform's read of it fails.
+        const ScSection *keys = file.find(name);
+        if (std::strcmp(name, "global") == 0) {
+            read_global(path, keys, global);
             continue;
         }
-        SectionPtr parsed_section =
-            section_from(path, name.c_str(), section != nullptr ? section->key_count() : 0, section);
-        if (!parsed_section) continue;
-        parsed_section->next = conf->sections;
-        conf->sections = parsed_section.release();
-        ++parsed;
+        if (visitor.section(path, name, keys)) ++parsed;
     }
     if (parsed == 0) {
         KOVA_LOG("Get service section fail. (file: %s), kovaerr=" KOVA_ERRFMT, path, KOVA_ERRARGS);
+        return false;
+    }
+    return true;
+}
+
+ConfPtr read_conf(const char *path, ScFile &scratch) {
+    ConfPtr conf(calloc_record<KOVA_SERVICE_CONF>());
+    if (!conf) {
+        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
         return nullptr;
     }
-
+    // Each section in front of the ones before.
+    struct Sections final : SectionVisitor {
+        KOVA_SERVICE_CONF &conf;
+        explicit Sections(KOVA_SERVICE_CONF &c) : conf(c) {}
+        bool section(const char *path, const char *name, const ScSection *keys) override {
+            SectionPtr parsed = section_from(path, name, keys != nullptr ? keys->key_count() : 0, keys);
+            if (!parsed) return false;
+            parsed->next = conf.sections;
+            conf.sections = parsed.release();
+            return true;
+        }
+    } sections(*conf);
+    if (!walk_conf(path, scratch, *conf, sections)) return nullptr;
     return conf;
 }
 
@@ -115,7 +128,8 @@ int KOVAServiceConfGet(const char *szPath, KOVA_SERVICE_CONF **ppConfList) {
         return -1;
     }
     return KOVA_GUARDED(-1, [&] {
-        kova::ConfPtr conf = kova::conf::read_conf(szPath);
+        kova::conf::ScFile scratch;
+        kova::ConfPtr conf = kova::conf::read_conf(szPath, scratch);
         if (!conf) return -1;
         conf->next = *ppConfList;
         *ppConfList = conf.release();

@@ -42,12 +42,12 @@ Result<int> protocol_of(std::string_view text) {
     return f;
 }
 
-Result<PortList> parse_port_list(std::string_view text) {
+Result<void> parse_port_list(std::string_view text, PortList &list) {
     const PortListText parts = split_port_list(text);
     const Result<int> flags = protocol_of(parts.has_protocol ? trim(parts.protocol) : std::string_view());
     if (!flags) return flags.failure();
-    PortList list;
     list.protocol = static_cast<uint32_t>(*flags);
+    list.entries.clear();
     Failure failed{};
     const bool ok = each_piece(trim(parts.ports), ",", [&](std::string_view piece) {
         const Item item = split_item(trim(piece), ':');
@@ -64,6 +64,12 @@ Result<PortList> parse_port_list(std::string_view text) {
         return true;
     });
     if (!ok) return failed;
+    return {};
+}
+
+Result<PortList> parse_port_list(std::string_view text) {
+    PortList list;
+    if (Result<void> parsed = parse_port_list(text, list); !parsed) return parsed.failure();
     return list;
 }
 
@@ -105,15 +111,10 @@ int parse_protocol(char *szProtocol) {
     return *flags;
 }
 
-PortsPtr parse_port_list(const char *text, unsigned int direction) {
-    Result<ports::PortList> list = ports::parse_port_list(text);
-    if (!list) {
-        set_error(list.failure());
-        return nullptr;
-    }
+PortsPtr port_entries(const ports::PortList &list, unsigned int direction) {
     // Each entry goes in front of the ones before: the list reads backwards.
     PortsPtr head;
-    for (const ports::PortEntry &e : list->entries) {
+    for (const ports::PortEntry &e : list.entries) {
         PortsPtr entry(calloc_record<KOVA_SERVICE_CONF_PORT>());
         if (!entry) {
             KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
@@ -121,7 +122,7 @@ PortsPtr parse_port_list(const char *text, unsigned int direction) {
             return nullptr;
         }
         entry->direction = direction;
-        entry->protocol = list->protocol;
+        entry->protocol = list.protocol;
         entry->type = e.range ? 1 : 0;
         entry->beginPort = e.begin;
         entry->endPort = e.end;
@@ -129,6 +130,15 @@ PortsPtr parse_port_list(const char *text, unsigned int direction) {
         head = std::move(entry);
     }
     return head;
+}
+
+PortsPtr parse_port_list(const char *text, unsigned int direction) {
+    Result<ports::PortList> list = ports::parse_port_list(text);
+    if (!list) {
+        set_error(list.failure());
+        return nullptr;
+    }
+    return port_entries(*list, direction);
 }
 
 }  // namespace kova::conf

@@ -57,63 +57,86 @@ int port_forward_flag(const char *value) {
     return std::strcmp(lowered, "yes") == 0 ? 1 : 0;
 }
 
+void log_port_error(const char *path, const char *name, const char *target) {
+    KOVA_LOG("Service get port error, filepath: %s, section name: %s, target: %s, kovaerr=" KOVA_ERRFMT, path, name,
+             target, KOVA_ERRARGS);
+}
+
 }  // namespace
 
 namespace kova::conf {
 
-SectionPtr section_from(const char *path, const char *name, int records, const ScSection *keys) {
+bool check_section(const char *path, const char *name, int records, const ScSection *keys, SectionFields &out) {
     auto value = [keys](const char *key) { return keys != nullptr ? keys->value(key) : nullptr; };
+    if (records < 1) {
+        KOVA_LOG("Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
+                 path, name, records, KOVA_ERRARGS);
+        return false;
+    }
+
+    if (const char *titleKey = value("title_key"); titleKey != nullptr && *titleKey != '\0')
+        service_string_get(titleKey, out.title);
+    const char *title = value("title");
+    if (title == nullptr) {
+        KOVA_LOG("Get key \"title\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name,
+                 KOVA_ERRARGS);
+        return false;
+    }
+    copy_field(out.title->text, title);
+
+    if (const char *descKey = value("desc_key"); descKey != nullptr && *descKey != '\0')
+        service_string_get(descKey, out.desc);
+    if (const char *extra = value("desc_extra"); extra != nullptr) copy_field(out.desc->extraText, extra);
+    const char *desc = value("desc");
+    if (desc == nullptr) {
+        KOVA_LOG("Get key \"desc\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name, KOVA_ERRARGS);
+        return false;
+    }
+    copy_field(out.desc->text, desc);
+
+    out.portForward = port_forward_flag(value("port_forward"));
+
+    const char *src = value("src.ports");
+    out.has_src = src != nullptr;
+    if (src != nullptr) {
+        if (Result<void> parsed = ports::parse_port_list(src, out.src); !parsed) {
+            set_error(parsed.failure());
+            log_port_error(path, name, "srcPort");
+            return false;
+        }
+    }
+    const char *dst = value("dst.ports");
+    Result<void> parsed = dst != nullptr ? ports::parse_port_list(dst, out.dst) : Result<void>(KOVA_FAILURE_KEEP);
+    if (!parsed) {
+        set_error(parsed.failure());
+        log_port_error(path, name, "dstPort");
+        return false;
+    }
+    return true;
+}
+
+SectionPtr section_from(const char *path, const char *name, int records, const ScSection *keys) {
     SectionPtr section(calloc_record<KOVA_SERVICE_CONF_SECTION>());
     if (!section) {
         KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
         KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
         return nullptr;
     }
-    if (records < 1) {
-        KOVA_LOG("Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
-                 path, name, records, KOVA_ERRARGS);
-        return nullptr;
-    }
+    SectionFields fields;
+    fields.title = &section->title;
+    fields.desc = &section->desc;
+    if (!check_section(path, name, records, keys, fields)) return nullptr;
     copy_field(section->name, name);
-
-    if (const char *titleKey = value("title_key"); titleKey != nullptr && *titleKey != '\0')
-        service_string_get(titleKey, &section->title);
-    const char *title = value("title");
-    if (title == nullptr) {
-        KOVA_LOG("Get key \"title\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name,
-                 KOVA_ERRARGS);
+    section->portForward = fields.portForward;
+    // Out of memory for the entries fails the section as a bad list would.
+    if (fields.has_src && (section->srcPort = port_entries(fields.src, 0).release()) == nullptr) {
+        log_port_error(path, name, "srcPort");
         return nullptr;
     }
-    copy_field(section->title.text, title);
-
-    if (const char *descKey = value("desc_key"); descKey != nullptr && *descKey != '\0')
-        service_string_get(descKey, &section->desc);
-    if (const char *extra = value("desc_extra"); extra != nullptr) copy_field(section->desc.extraText, extra);
-    const char *desc = value("desc");
-    if (desc == nullptr) {
-        KOVA_LOG("Get key \"desc\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name, KOVA_ERRARGS);
+    if ((section->dstPort = port_entries(fields.dst, 1).release()) == nullptr) {
+        log_port_error(path, name, "dstPort");
         return nullptr;
     }
-    copy_field(section->desc.text, desc);
-
-    section->portForward = port_forward_flag(value("port_forward"));
-
-    if (const char *src = value("src.ports"); src != nullptr) {
-        section->srcPort = parse_port_list(src, 0).release();
-        if (section->srcPort == nullptr) {
-            KOVA_LOG("Service get port error, filepath: %s, section name: %s, target: srcPort, kovaerr=" KOVA_ERRFMT,
-                     path, name, KOVA_ERRARGS);
-            return nullptr;
-        }
-    }
-    const char *dst = value("dst.ports");
-    if (dst != nullptr) section->dstPort = parse_port_list(dst, 1).release();
-    if (section->dstPort == nullptr) {
-        KOVA_LOG("Service get port error, filepath: %s, section name: %s, target: dstPort, kovaerr=" KOVA_ERRFMT, path,
-                 name, KOVA_ERRARGS);
-        return nullptr;
-    }
-
     return section;
 }
 

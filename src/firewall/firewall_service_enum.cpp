@@ -2,12 +2,14 @@
 // one for every service section of every .sc file, each linked in front of the ones before.
 #include "firewall/firewall_service_enum.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <unordered_map>
 
+#include "conf/conf_internal.h"
 #include "firewall/port_texts.h"
 #include "foundation/ports.h"
 #include "foundation/guard.h"
@@ -41,38 +43,31 @@ int ports_text_to_list(const char *text, KVLIB_SZLIST **ppList) {
     return 0;
 }
 
-int port_entries_to_list(const KOVA_SERVICE_CONF_PORT *ports, int32_t *pProtocol, KVLIB_SZLIST **ppList) {
-    if (pProtocol == nullptr || ppList == nullptr) {
-        KOVA_LOG("Bad parameters, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+KVLIB_SZLIST *port_entries_to_list(const ports::PortList &list, int32_t &protocol) {
+    SzListPtr texts(KVLIBCSzListAlloc(128));
+    if (!texts) return nullptr;
+    // The reader lists the entries backwards: so do their texts.
+    for (auto e = list.entries.rbegin(); e != list.entries.rend(); ++e) {
+        char text[32];
+        char *end = std::to_chars(text, text + 12, static_cast<int32_t>(e->begin)).ptr;
+        if (e->range) {
+            *end++ = '-';
+            end = std::to_chars(end, end + 12, static_cast<int32_t>(e->end)).ptr;
+        }
+        *end = '\0';
+        KVLIB_SZLIST *raw = texts.release();
+        const int ret = KVLIBCSzListPush(&raw, text);
+        texts.reset(raw);
+        if (ret < 0) return nullptr;
     }
-    if (ports == nullptr) return -1;
-    Texts texts;
-    int32_t protocol = 0;
-    for (const KOVA_SERVICE_CONF_PORT *p = ports; p != nullptr; p = p->next) {
-        protocol = KOVAProtocolMapping(static_cast<int>(p->protocol));
-        if (p->type > 1) continue;
-        std::string &text = texts.emplace_back();
-        kova::ports::append_port(text, p->beginPort);
-        if (p->type == 0) continue;
-        text += '-';
-        kova::ports::append_port(text, p->endPort);
-    }
-    KVLIB_SZLIST *list = to_list(texts);
-    if (list == nullptr) {
-        KOVA_LOG("Failed to allocate for ports number, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
-    }
-    *pProtocol = protocol;
-    *ppList = list;
-    return 0;
+    if (!list.entries.empty()) protocol = ports::firewall_protocol(static_cast<int>(list.protocol));
+    return texts.release();
 }
 
 }  // namespace kova::fw
 
 namespace {
 
-using kova::fw::port_entries_to_list;
 using kova::fw::ports_text_to_list;
 
 // The localisation key of a table string; its texts stay empty.
@@ -80,12 +75,6 @@ void copy_string_key(KOVA_SERVICE_STRING &dst, const KOVA_SERVICE_STRING &src) {
     kova::copy_field(dst.prefix, src.prefix);
     kova::copy_field(dst.section, src.section);
     kova::copy_field(dst.key, src.key);
-}
-
-void copy_string(KOVA_SERVICE_STRING &dst, const KOVA_SERVICE_STRING &src) {
-    copy_string_key(dst, src);
-    kova::copy_field(dst.text, src.text);
-    kova::copy_field(dst.extraText, src.extraText);
 }
 
 // Builds the list front to back: every record added becomes the new head.
@@ -168,65 +157,101 @@ private:
     std::unordered_map<std::string, int> results_;
 };
 
-void add_section(Builder &catalogue, const KOVA_SERVICE_CONF_SECTION &section, int supported) {
-    kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
-    if (!record) {
-        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-        KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return;
-    }
-    kova::copy_field(record->name, section.name);
-    record->supported = supported;
-    record->portForward = section.portForward;
-    copy_string_key(record->title, section.title);
-    kova::copy_field(record->title.text, section.title.text);
-    copy_string(record->desc, section.desc);
-    if (section.srcPort != nullptr &&
-        port_entries_to_list(section.srcPort, &record->srcProtocol, &record->srcPorts) != 0) {
-        KOVA_LOG("Failed to parse section [%s] src ports for firewall services, kovaerr=" KOVA_ERRFMT, section.name,
-                 KOVA_ERRARGS);
-        return;
-    }
-    if (port_entries_to_list(section.dstPort, &record->dstProtocol, &record->dstPorts) != 0) {
-        KOVA_LOG("Failed to parse section [%s] dst ports for firewall services, kovaerr=" KOVA_ERRFMT, section.name,
-                 KOVA_ERRARGS);
-        return;
-    }
-    catalogue.add(std::move(record));
-}
+// The records of the .sc sections, made as each file is read, in the order the catalogue lists
+// them: system files before package files, files by name, sections in file order.
+class ScRecords final : kova::conf::FileVisitor, kova::conf::SectionVisitor {
+public:
+    ScRecords(const std::string &defaults, kova::fw::Origins *origins) : support_(defaults), origins_(origins) {}
+    ScRecords(const ScRecords &) = delete;
+    ScRecords &operator=(const ScRecords &) = delete;
+    ~ScRecords() { kova::FwServicePtr owned(head_); }
 
-void add_conf_sections(Builder &catalogue, const std::string &defaults) {
-    KOVA_SERVICE_CONF *raw = nullptr;
-    const int files = KOVAServiceConfEnum(&raw, KOVA_CONF_LOCATION_SYSTEM | KOVA_CONF_LOCATION_PACKAGE);
-    kova::ConfPtr confs(raw);
-    if (files <= 0) return;
-    if (!confs) {
-        KOVA_LOG("Bad parameters, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return;
+    void read_all() { kova::conf::each_conf_file(KOVA_CONF_LOCATION_SYSTEM | KOVA_CONF_LOCATION_PACKAGE, *this); }
+    int count() const { return count_; }
+    // The records, ahead of `rest`.
+    KOVA_FW_SERVICE *release(KOVA_FW_SERVICE *rest) {
+        *tail_ = rest;
+        KOVA_FW_SERVICE *head = head_;
+        head_ = nullptr;
+        tail_ = &head_;
+        return head;
     }
-    SupportKeys support(defaults);
-    for (const KOVA_SERVICE_CONF *conf = confs.get(); conf != nullptr; conf = conf->next) {
-        if (conf->sections == nullptr) continue;
-        const int supported = support.supported(conf->supportKey);
-        for (const KOVA_SERVICE_CONF_SECTION *s = conf->sections; s != nullptr; s = s->next) {
-            add_section(catalogue, *s, supported);
+
+private:
+    bool file(const char *path, int location) override {
+        KOVA_FW_SERVICE **first = tail_;
+        KOVA_SERVICE_CONF global{};
+        if (!kova::conf::walk_conf(path, scratch_, global, *this)) return false;
+        if (*first == nullptr) return true;
+        // The support key is known once the whole file is read.
+        const int supported = support_.supported(global.supportKey);
+        for (KOVA_FW_SERVICE *s = *first; s != nullptr; s = s->next) s->supported = supported;
+        if (origins_ != nullptr) {
+            const auto file = static_cast<uint32_t>(origins_->files.size());
+            origins_->files.push_back({location, path, global.supportKey});
+            for (KOVA_FW_SERVICE *s = *first; s != nullptr; s = s->next) origins_->file_of.push_back(file);
         }
+        return true;
     }
-}
+
+    bool section(const char *path, const char *name, const kova::conf::ScSection *keys) override {
+        kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
+        if (!record) {
+            KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+            KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+            return false;
+        }
+        fields_.title = &record->title;
+        fields_.desc = &record->desc;
+        if (!kova::conf::check_section(path, name, keys != nullptr ? keys->key_count() : 0, keys, fields_))
+            return false;
+        kova::copy_field(record->name, name);
+        record->portForward = fields_.portForward;
+        if (fields_.has_src &&
+            (record->srcPorts = kova::fw::port_entries_to_list(fields_.src, record->srcProtocol)) == nullptr) {
+            log_ports_failure(name, "src");
+            return true;
+        }
+        if ((record->dstPorts = kova::fw::port_entries_to_list(fields_.dst, record->dstProtocol)) == nullptr) {
+            log_ports_failure(name, "dst");
+            return true;
+        }
+        *tail_ = record.release();
+        tail_ = &(*tail_)->next;
+        ++count_;
+        return true;
+    }
+
+    static void log_ports_failure(const char *name, const char *direction) {
+        KOVA_LOG("Failed to allocate for ports number, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+        KOVA_LOG("Failed to parse section [%s] %s ports for firewall services, kovaerr=" KOVA_ERRFMT, name, direction,
+                 KOVA_ERRARGS);
+    }
+
+    SupportKeys support_;
+    kova::fw::Origins *origins_;
+    kova::conf::ScFile scratch_;
+    kova::conf::SectionFields fields_;
+    KOVA_FW_SERVICE *head_ = nullptr;
+    KOVA_FW_SERVICE **tail_ = &head_;
+    int count_ = 0;
+};
 
 }  // namespace
 
 namespace kova::fw {
 
-Result<Catalogue> build_catalogue() noexcept {
+Result<Catalogue> build_catalogue(Origins *origins) noexcept {
     try {
         const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
-        Builder builder;
-        add_table_rows(builder, defaults);
-        add_conf_sections(builder, defaults);
-        const int count = builder.count();
-        return Catalogue{FwServicePtr(builder.release()), count};
+        Builder builtin;
+        add_table_rows(builtin, defaults);
+        ScRecords sc(defaults, origins);
+        sc.read_all();
+        const int count = builtin.count() + sc.count();
+        return Catalogue{FwServicePtr(sc.release(builtin.release())), count};
     } catch (const std::bad_alloc &) {
+        if (origins != nullptr) *origins = {};
         return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
     }
 }

@@ -5,7 +5,10 @@
 #include <kovaserviceconf.h>
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
+#include "foundation/ports.h"
 #include "foundation/raii.h"
 #include "foundation/result.h"
 
@@ -16,17 +19,30 @@ struct Catalogue {
     FwServicePtr head;
     int count = 0;
 };
-// Builds the catalogue; fails (error 0x0200, this module) only when memory runs out outside
-// any one row or section.
-Result<Catalogue> build_catalogue() noexcept;
+// Where the records made from .sc sections come from: the catalogue lists them first, and
+// file_of[i] is the file of its i-th record.
+struct OriginFile {
+    int location = 0;  // 1 system, 2 package
+    std::string path;
+    std::string support_key;
+};
+struct Origins {
+    std::vector<OriginFile> files;
+    std::vector<uint32_t> file_of;
+};
+
+// Builds the catalogue, and where each .sc record comes from when `origins` is given; fails
+// (error 0x0200, this module) only when memory runs out.
+Result<Catalogue> build_catalogue(Origins *origins = nullptr) noexcept;
 
 // "137,138,139,445" (decimal ports separated by commas; runs of commas count as one) into
 // a new string list stored through ppList. 0, or -1 with a log line and nothing stored.
 int ports_text_to_list(const char *text, KVLIB_SZLIST **ppList);
 
-// A parsed port list into the protocol and the port texts of one direction of a record:
-// "%d" for a single port, "%d-%d" for a range, in list order; the protocol is that of the
-// last entry through KOVAProtocolMapping. 0, or -1 with nothing stored in ppList.
-int port_entries_to_list(const KOVA_SERVICE_CONF_PORT *ports, int32_t *pProtocol, KVLIB_SZLIST **ppList);
+// A parsed port list into the port texts of one direction of a record and its protocol:
+// "%d" for a single port, "%d-%d" for a range, in the reverse of the list's order (the order of
+// the reader's linked entries); the protocol as the firewall names it. Null when memory runs
+// out, the protocol then untouched.
+KVLIB_SZLIST *port_entries_to_list(const ports::PortList &list, int32_t &protocol);
 
 }  // namespace kova::fw

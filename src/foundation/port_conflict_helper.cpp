@@ -4,13 +4,7 @@
 #include <cstdio>
 
 #include "foundation/log.h"
-
-namespace {
-
-// Firewall protocol value by protocol flag minus one.
-constexpr int kFirewallProtocol[3] = {1, 2, 3};
-
-}  // namespace
+#include "foundation/ports.h"
 
 extern "C" {
 
@@ -78,8 +72,7 @@ const char *KOVATCPStateToString(uint32_t state) {
 }
 
 int KOVAProtocolMapping(int protocol) {
-    if (protocol < 1 || protocol > 3) return 0;
-    return kFirewallProtocol[protocol - 1];
+    return kova::ports::firewall_protocol(protocol);
 }
 
 }  // extern "C"

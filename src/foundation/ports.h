@@ -76,6 +76,11 @@ PortError parse_port(std::string_view text, uint32_t &value) noexcept;
 long lenient_number(std::string_view text) noexcept;
 int lenient_int(std::string_view text) noexcept;  // the same, saturated to int
 
+// The firewall's value of protocol flags (KOVAProtocolMapping): 1 TCP, 2 UDP, 3 both, else 0.
+constexpr int firewall_protocol(int flags) noexcept {
+    return flags >= 1 && flags <= 3 ? flags : 0;
+}
+
 // Protocol words separated by ",", each trimmed, in any letter case: the union of 1 for "tcp"
 // and 2 for "udp", or -1 at the first other word (an empty word included).
 int protocol_flags(std::string_view words) noexcept;
@@ -114,5 +119,7 @@ Failure port_failure(std::string_view text, PortError error);
 Result<int> protocol_of(std::string_view text);
 // A whole port list text, as KOVAServiceConfPortsGet reads it.
 Result<PortList> parse_port_list(std::string_view text);
+// The same into `list`, whose storage is reused.
+Result<void> parse_port_list(std::string_view text, PortList &list);
 
 }  // namespace kova::ports
