@@ -109,9 +109,5 @@ int main(int argc, char **argv) {
         ->Arg(0x1C)
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("BM_CatalogueMemory", BM_CatalogueMemory)->Iterations(3);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return run_benchmarks(argc, argv);
 }

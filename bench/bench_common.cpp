@@ -320,6 +320,14 @@ void bench_process(benchmark::State &state, const std::vector<std::string> &argv
     state.counters["max_rss_kb"] = static_cast<double>(rss);
 }
 
+int run_benchmarks(int argc, char **argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
+
 fs::path program_dir() {
     std::error_code ec;
     const fs::path exe = fs::read_symlink("/proc/self/exe", ec);

@@ -73,6 +73,9 @@ ProcessUsage run_process(const std::vector<std::string> &argv);
 // Statuses other than those in `ok` fail the benchmark.
 void bench_process(benchmark::State &state, const std::vector<std::string> &argv, std::vector<int> ok = {0});
 
+// Runs the registered benchmarks with the command line's --benchmark_* options; the exit status.
+int run_benchmarks(int argc, char **argv);
+
 // Directory of the running program.
 fs::path program_dir();
 

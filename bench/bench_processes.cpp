@@ -157,10 +157,7 @@ int main(int argc, char **argv) {
                 ->UseManualTime()
                 ->Unit(benchmark::kMillisecond);
     }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    const int status = run_benchmarks(argc, argv);
     holder.reset();
-    return 0;
+    return status;
 }
