@@ -59,8 +59,8 @@ class ScParser {
 public:
     // Parses the file's buffer, `size` bytes followed by room for a NUL.
     static void parse(ScFile &file, size_t size) {
-        reserve(file, size);
-        char *const text = file.text_.get();
+        file.text_.reserve(size);
+        char *const text = file.text_.data.get();
         text[size] = '\0';
         file.sections_.clear();
         file.keys_.clear();
@@ -101,25 +101,14 @@ public:
         for (ScSection &section : file.sections_) section.keys_ = file.keys_.data();
     }
 
-    // Room for `size` bytes and a NUL; what the buffer held is kept.
-    static void reserve(ScFile &file, size_t size) {
-        if (size + 1 <= file.capacity_) return;
-        const size_t capacity = std::max(size + 1, 2 * file.capacity_);
-        std::unique_ptr<char[]> text = std::make_unique_for_overwrite<char[]>(capacity);
-        if (file.text_) std::memcpy(text.get(), file.text_.get(), file.capacity_);
-        file.text_ = std::move(text);
-        file.capacity_ = capacity;
-    }
-
-    static char *buffer(ScFile &file) { return file.text_.get(); }
-    static size_t capacity(const ScFile &file) { return file.capacity_; }
+    static TextBuffer &buffer(ScFile &file) { return file.text_; }
 };
 
 namespace {
 
 // Reads the whole content of a regular file into the buffer; its size, or kNone when it cannot
 // be opened or read, or is not a regular file.
-size_t read_regular_file(const char *path, ScFile &file) {
+size_t read_regular_file(const char *path, TextBuffer &text) {
     System &sys = kova::sys();
     const FileHandle handle(sys, sys.open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0));
     const int fd = handle.get();
@@ -127,12 +116,15 @@ size_t read_regular_file(const char *path, ScFile &file) {
     struct stat st;
     if (sys.fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return kNone;
     // One byte beyond the size it has now, so that the read that finds its end needs no room.
-    ScParser::reserve(file, static_cast<size_t>(st.st_size) + 1);
+    text.reserve(static_cast<size_t>(st.st_size) + 1);
     size_t size = 0;
     for (;;) {
-        if (size + 1 >= ScParser::capacity(file)) ScParser::reserve(file, size + 4096);
-        const ssize_t n = sys.read(fd, ScParser::buffer(file) + size, ScParser::capacity(file) - 1 - size);
-        if (n == 0) return size;
+        if (size + 1 >= text.capacity) text.reserve(size + 4096);
+        const ssize_t n = sys.read(fd, text.data.get() + size, text.capacity - 1 - size);
+        if (n == 0) {
+            text.data[size] = '\0';
+            return size;
+        }
         if (n > 0) {
             size += static_cast<size_t>(n);
         } else if (errno != EINTR) {
@@ -142,6 +134,15 @@ size_t read_regular_file(const char *path, ScFile &file) {
 }
 
 }  // namespace
+
+void TextBuffer::reserve(size_t size) {
+    if (size + 1 <= capacity) return;
+    const size_t grown = std::max(size + 1, 2 * capacity);
+    std::unique_ptr<char[]> text = std::make_unique_for_overwrite<char[]>(grown);
+    if (data) std::memcpy(text.get(), data.get(), capacity);
+    data = std::move(text);
+    capacity = grown;
+}
 
 const char *ScSection::value(std::string_view key) const {
     for (uint32_t i = first_; i < end_; ++i)
@@ -169,14 +170,15 @@ const ScSection *ScFile::find(std::string_view name) const {
 
 ScFile parse_sc_text(std::string_view text) {
     ScFile file;
-    ScParser::reserve(file, text.size());
-    std::memcpy(ScParser::buffer(file), text.data(), text.size());
+    TextBuffer &buffer = ScParser::buffer(file);
+    buffer.reserve(text.size());
+    std::memcpy(buffer.data.get(), text.data(), text.size());
     ScParser::parse(file, text.size());
     return file;
 }
 
 Result<void> read_sc_file(const char *path, ScFile &file) {
-    const size_t size = read_regular_file(path, file);
+    const size_t size = read_regular_file(path, ScParser::buffer(file));
     if (size == kNone) {
         ScParser::parse(file, 0);
         return KOVA_FAILURE(KOVA_ERR_FILE_OPEN);
@@ -188,6 +190,24 @@ Result<void> read_sc_file(const char *path, ScFile &file) {
 Result<ScFile> read_sc_file(const char *path) {
     ScFile file;
     if (Result<void> read = read_sc_file(path, file); !read) return read.failure();
+    return file;
+}
+
+const std::string_view *KeyValueFile::value(std::string_view key) const {
+    const auto it = values_.find(key);
+    return it == values_.end() ? nullptr : &it->second;
+}
+
+Result<KeyValueFile> read_key_value_file(const char *path) {
+    KeyValueFile file;
+    const size_t size = read_regular_file(path, file.text_);
+    if (size == kNone) return KOVA_FAILURE(KOVA_ERR_FILE_OPEN);
+    char *const text = file.text_.data.get();
+    kova::ini::for_each_line(std::string_view(text, size), [&](const kova::ini::Line &line) {
+        // The first line of a key is the one read.
+        if (line.kind == kova::ini::Kind::kKey) file.values_.try_emplace(line.name, line.value);
+        return true;
+    });
     return file;
 }
 

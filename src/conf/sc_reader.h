@@ -18,11 +18,20 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "foundation/result.h"
 
 namespace kova::conf {
+
+// A file's bytes followed by a NUL, in a buffer that is reused as it is.
+struct TextBuffer {
+    std::unique_ptr<char[]> data;
+    size_t capacity = 0;
+    // Room for `size` bytes and a NUL, what the buffer held kept; never zero-filled.
+    void reserve(size_t size);
+};
 
 struct ScKey {
     std::string_view name;  // up to its first NUL byte
@@ -65,8 +74,7 @@ public:
 
 private:
     friend class ScParser;
-    std::unique_ptr<char[]> text_;  // the file's bytes and a terminating NUL
-    size_t capacity_ = 0;
+    TextBuffer text_;
     std::vector<ScSection> sections_;
     std::vector<ScKey> keys_;
     mutable size_t next_find_ = 0;
@@ -80,5 +88,20 @@ ScFile parse_sc_text(std::string_view text);
 Result<ScFile> read_sc_file(const char *path);
 // The same into `file`, whose storage is reused.
 Result<void> read_sc_file(const char *path, ScFile &file);
+
+// A key-value file (the settings files) read once: the value of the first line of each key, as
+// the platform's key-value reads find it; sections are not looked at.
+class KeyValueFile {
+public:
+    // The value (NUL bytes and all), or null when no line has the key.
+    const std::string_view *value(std::string_view key) const;
+
+private:
+    friend Result<KeyValueFile> read_key_value_file(const char *path);
+    TextBuffer text_;
+    std::unordered_map<std::string_view, std::string_view> values_;
+};
+// Fails with 0x0900 as read_sc_file does.
+Result<KeyValueFile> read_key_value_file(const char *path);
 
 }  // namespace kova::conf

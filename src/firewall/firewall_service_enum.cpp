@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <unordered_map>
+#include <optional>
 
 #include "conf/conf_internal.h"
 #include "firewall/port_texts.h"
@@ -140,21 +140,29 @@ void add_table_rows(Builder &catalogue, const std::string &defaults) {
     }
 }
 
-// The support test of .sc files, made once per distinct key within one enumeration.
+// The support test of .sc files: whether the key's value in the defaults file is "yes", as
+// KVLIBCFileCheckKeyValue answers it, the file read once per enumeration however many files
+// name a key of their own.
 class SupportKeys {
 public:
     explicit SupportKeys(const std::string &defaults) : defaults_(defaults) {}
 
     int supported(const char *key) {
         if (*key == '\0') return 1;
-        auto [it, inserted] = results_.try_emplace(key, 0);
-        if (inserted) it->second = KVLIBCFileCheckKeyValue(defaults_.c_str(), key, "yes", 1);
-        return it->second;
+        if (!read_) {
+            read_ = true;
+            if (kova::Result<kova::conf::KeyValueFile> file = kova::conf::read_key_value_file(defaults_.c_str()); file)
+                file_ = std::move(*file);
+        }
+        if (!file_) return 0;
+        const std::string_view *value = file_->value(key);
+        return value != nullptr && *value == "yes" ? 1 : 0;
     }
 
 private:
     const std::string &defaults_;
-    std::unordered_map<std::string, int> results_;
+    bool read_ = false;
+    std::optional<kova::conf::KeyValueFile> file_;  // none when it cannot be read
 };
 
 // The records of the .sc sections, made as each file is read, in the order the catalogue lists
