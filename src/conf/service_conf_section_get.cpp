@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <memory>
 
 #include "conf/conf_internal.h"
 #include "foundation/guard.h"
@@ -13,36 +13,36 @@
 
 namespace {
 
-// Trims `piece` with the platform's notion of white space.
-bool trim(std::string &piece) {
-    if (KVLIBCStrTrimSpace(piece.data(), 0) < 0) return false;
-    piece.resize(std::strlen(piece.c_str()));
-    return true;
-}
-
 int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
-    const std::string text(szStringKey);
-    const size_t first = text.find(':');
-    if (first == std::string::npos) {
-        kova::copy_field(pString->text, text.c_str());
+    const char *first = std::strchr(szStringKey, ':');
+    if (first == nullptr) {
+        kova::copy_field(pString->text, szStringKey);
         return 0;
     }
-    const size_t second = text.find(':', first + 1);
-    std::string prefix;
-    std::string section;
-    std::string key;
-    if (second == std::string::npos) {
-        section = text.substr(0, first);
-        key = text.substr(first + 1);
-    } else {
-        prefix = text.substr(0, first);
-        section = text.substr(first + 1, second - first - 1);
-        key = text.substr(second + 1);
+    // One copy of the text, cut into its pieces at the colons that separate them; each piece is
+    // trimmed in place with the platform's notion of white space. The prefix is the empty text
+    // when there is only one colon.
+    const size_t size = std::strlen(szStringKey);
+    char small[512];
+    std::unique_ptr<char[]> large;
+    char *text = size < sizeof small ? small : (large = std::make_unique_for_overwrite<char[]>(size + 1)).get();
+    std::memcpy(text, szStringKey, size + 1);
+    char empty[1] = "";
+    char *prefix = empty;
+    char *section = text;
+    char *key = text + (first - szStringKey);
+    *key++ = '\0';
+    if (char *second = std::strchr(key, ':'); second != nullptr) {
+        *second = '\0';
+        prefix = section;
+        section = key;
+        key = second + 1;
     }
-    if (!trim(prefix) || !trim(section) || !trim(key)) return -1;
-    kova::copy_field(pString->prefix, prefix.c_str());
-    kova::copy_field(pString->section, section.c_str());
-    kova::copy_field(pString->key, key.c_str());
+    if (KVLIBCStrTrimSpace(prefix, 0) < 0 || KVLIBCStrTrimSpace(section, 0) < 0 || KVLIBCStrTrimSpace(key, 0) < 0)
+        return -1;
+    kova::copy_field(pString->prefix, prefix);
+    kova::copy_field(pString->section, section);
+    kova::copy_field(pString->key, key);
     return 0;
 }
 
