@@ -3,6 +3,7 @@
 // is how callers walk a list.
 #include <kovacore.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 namespace {
 
 constexpr int kDefaultCapacity = 16;
+constexpr int kFirstSlots = 4;
 
 // Makes room for one more item; the record stays where it is.
 bool reserve_one(KVLIB_SZLIST *list) {
@@ -30,8 +32,11 @@ bool reserve_one(KVLIB_SZLIST *list) {
 
 extern "C" {
 
+// The capacity asked for is a hint: a list starts with a few slots and grows as items are pushed,
+// so that the many short lists of a catalogue do not each hold room for a hundred items.
 KVLIB_SZLIST *KVLIBCSzListAlloc(int capacity) {
     if (capacity <= 0) capacity = kDefaultCapacity;
+    capacity = std::min(capacity, kFirstSlots);
     auto *list = static_cast<KVLIB_SZLIST *>(std::calloc(1, sizeof(KVLIB_SZLIST)));
     if (list == nullptr) {
         PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);

@@ -1,6 +1,7 @@
 // kova-svc list: the firewall service catalogue.
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <iostream>
 #include <set>
 
@@ -24,13 +25,16 @@ std::string lower(const char *text) {
 
 // Catalogue entries in the order people read them: by name, then as the library lists them.
 std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
-    std::vector<const CatalogueEntry *> rows;
-    for (const auto &e : cat.entries()) rows.push_back(&e);
-    std::stable_sort(rows.begin(), rows.end(), [](const CatalogueEntry *a, const CatalogueEntry *b) {
-        std::string la = lower(a->service->name), lb = lower(b->service->name);
-        if (la != lb) return la < lb;
-        return std::string(a->service->name) < b->service->name;
+    std::vector<std::pair<std::string, const CatalogueEntry *>> keyed;
+    keyed.reserve(cat.entries().size());
+    for (const auto &e : cat.entries()) keyed.emplace_back(lower(e.service->name), &e);
+    std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
+        if (a.first != b.first) return a.first < b.first;
+        return std::strcmp(a.second->service->name, b.second->service->name) < 0;
     });
+    std::vector<const CatalogueEntry *> rows;
+    rows.reserve(keyed.size());
+    for (const auto &k : keyed) rows.push_back(k.second);
     return rows;
 }
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <set>
 
 #include "json.h"
@@ -84,6 +86,16 @@ std::string protocol_names(unsigned int flags) {
 PortRun item_run(const char *item) {
     unsigned int first = 0, last = 0;
     if (item == nullptr) return {};
+    // The catalogue's own forms ("80", "8000-8010") without scanf; anything else as "%u-%u" reads it.
+    const char *end = item + std::strlen(item);
+    const auto head = std::from_chars(item, end, first);
+    if (head.ec == std::errc() && head.ptr != item && std::isdigit(static_cast<unsigned char>(*item))) {
+        if (head.ptr == end) return {first, first};
+        if (*head.ptr == '-' && head.ptr + 1 < end && std::isdigit(static_cast<unsigned char>(head.ptr[1]))) {
+            const auto tail = std::from_chars(head.ptr + 1, end, last);
+            if (tail.ec == std::errc() && tail.ptr == end) return {std::min(first, last), std::max(first, last)};
+        }
+    }
     int n = std::sscanf(item, "%u-%u", &first, &last);
     if (n == 1) return {first, first};
     if (n == 2) return {std::min(first, last), std::max(first, last)};
@@ -101,11 +113,14 @@ std::vector<std::string> list_items(const KVLIB_SZLIST *items) {
 }
 
 std::vector<std::string> sorted_items(const KVLIB_SZLIST *items) {
-    std::vector<std::string> out = list_items(items);
-    std::stable_sort(out.begin(), out.end(), [](const std::string &a, const std::string &b) {
-        PortRun ra = item_run(a.c_str()), rb = item_run(b.c_str());
-        return ra.first != rb.first ? ra.first < rb.first : ra.last < rb.last;
+    std::vector<std::pair<PortRun, std::string>> keyed;
+    for (auto &item : list_items(items)) keyed.emplace_back(item_run(item.c_str()), std::move(item));
+    std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
+        return a.first.first != b.first.first ? a.first.first < b.first.first : a.first.last < b.first.last;
     });
+    std::vector<std::string> out;
+    out.reserve(keyed.size());
+    for (auto &k : keyed) out.push_back(std::move(k.second));
     return out;
 }
 
