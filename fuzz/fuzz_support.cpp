@@ -256,4 +256,77 @@ void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list) {
                 describe(expected).c_str());
 }
 
+// ---- the sectioned file syntax as a model ------------------------------------------------
+
+std::string ini_value(std::string_view written) {
+    std::string v = trim(written);
+    return v.size() >= 2 && v.front() == '"' && v.back() == '"' ? v.substr(1, v.size() - 2) : v;
+}
+
+std::vector<IniLine> ini_lines(std::string_view text) {
+    std::vector<IniLine> out;
+    while (!text.empty()) {
+        const size_t nl = text.find('\n');
+        IniLine line{std::string(text.substr(0, nl == std::string_view::npos ? text.size() : nl + 1)), Ini::kOther, "",
+                     ""};
+        text.remove_prefix(line.text.size());
+        const std::string t = trim(line.text);
+        const size_t eq = line.text.find('=');
+        if (t.empty()) {
+            line.kind = Ini::kBlank;
+        } else if (t[0] == '#' || t[0] == ';') {
+            line.kind = Ini::kComment;
+        } else if (t.size() >= 2 && t.front() == '[' && t.back() == ']') {
+            line.kind = Ini::kSection;
+            line.name = trim(t.substr(1, t.size() - 2));
+        } else if (eq != std::string::npos) {
+            line.kind = Ini::kKey;
+            line.name = trim(line.text.substr(0, eq));
+            line.value = ini_value(line.text.substr(eq + 1));
+        }
+        out.push_back(std::move(line));
+    }
+    return out;
+}
+
+std::vector<IniSection> ini_sections(const std::vector<IniLine> &lines) {
+    std::vector<IniSection> out(1);
+    out[0].top = true;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].kind == Ini::kSection) out.push_back({false, lines[i].name, {}, {}});
+        out.back().lines.push_back(i);
+        if (lines[i].kind == Ini::kKey && !lines[i].name.empty()) out.back().keys[lines[i].name] = lines[i].value;
+    }
+    return out;
+}
+
+void check_section_reader(const std::string &path, const std::vector<IniSection> &model) {
+    std::vector<const IniSection *> first;
+    for (const IniSection &s : model) {
+        bool seen = s.top;
+        for (const IniSection *f : first) seen = seen || f->name == s.name;
+        if (!seen) first.push_back(&s);
+    }
+    KVLIB_SZLIST *names = KVLIBCSzListAlloc(128);
+    const int count = KVLIBCFileEnumSection(path.c_str(), &names);
+    FUZZ_CHECKF(count == static_cast<int>(first.size()) && names->nItem == count, "%d sections listed, model %zu",
+                count, first.size());
+    for (int i = 0; i < count; ++i) {
+        const IniSection &s = *first[static_cast<size_t>(i)];
+        FUZZ_CHECKF(s.name == KVLIBCSzListGet(names, i), "section %d is [%s], model [%s]", i, KVLIBCSzListGet(names, i),
+                    s.name.c_str());
+        KVLIB_SZHASH *hash = KVLIBCSzHashAlloc(512);
+        const int keys = KVLIBCFileGetSection(path.c_str(), s.name.c_str(), &hash);
+        FUZZ_CHECKF(keys == static_cast<int>(s.keys.size()), "[%s]: %d keys, model %zu", s.name.c_str(), keys,
+                    s.keys.size());
+        for (const auto &[key, value] : s.keys) {
+            const char *got = KVLIBCSzHashGetValue(hash, key.c_str());
+            FUZZ_CHECKF(got != nullptr && value == got, "[%s] %s = \"%s\", model \"%s\"", s.name.c_str(), key.c_str(),
+                        got ? got : "(none)", value.c_str());
+        }
+        KVLIBCSzHashFree(hash);
+    }
+    KVLIBCSzListFree(names);
+}
+
 }  // namespace kova::fuzz

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -82,5 +83,31 @@ void check_port_list(const KOVA_SERVICE_CONF_PORT *list, uint32_t direction);
 // Renders a parsed list with KVLIBServiceConfPortsToStr (exact texts, exact buffer sizes) and
 // parses the rendering again: the same entries, in reverse order, ranges written low to high.
 void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list);
+
+// ---- the sectioned file syntax as a model ------------------------------------------------
+
+// "[name]" starts a section, "key = value" sets a key (both trimmed, one pair of quotes around
+// the value dropped), blank lines and lines starting with "#" or ";" are comments.
+enum class Ini { kBlank, kComment, kSection, kKey, kOther };
+struct IniLine {
+    std::string text;  // as in the file, with its "\n" if it has one
+    Ini kind;
+    std::string name, value;
+};
+std::vector<IniLine> ini_lines(std::string_view text);
+std::string ini_value(std::string_view written);  // what a reader returns for a written value
+
+// One section as it stands in the file (a name may stand more than once; readers take the
+// first). The first entry holds what comes before any header (`top`).
+struct IniSection {
+    bool top = false;
+    std::string name;
+    std::map<std::string, std::string> keys;  // a key given twice: its last line
+    std::vector<size_t> lines;                // the lines from its header to the next
+};
+std::vector<IniSection> ini_sections(const std::vector<IniLine> &lines);
+
+// KVLIBCFileEnumSection and KVLIBCFileGetSection of `path` give exactly what the model reads.
+void check_section_reader(const std::string &path, const std::vector<IniSection> &model);
 
 }  // namespace kova::fuzz
