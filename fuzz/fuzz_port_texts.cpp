@@ -23,80 +23,9 @@ namespace {
 
 using namespace kova::fuzz;
 
-constexpr unsigned int kPoison = 0x7E57;
 constexpr uint32_t kTcpInUse[] = {40001, 40005};
 constexpr uint32_t kUdpInUse = 40003;
 constexpr const char *kRulePorts = "9000-9010";
-
-struct Span {
-    uint32_t b, e;
-};
-
-// What a check gives: the result, the list (head first) and the error code of a failure.
-struct Outcome {
-    int result = 0;
-    std::vector<Port> list;
-    unsigned int error = kPoison;
-};
-
-// One item of a port text: a port, or two joined by `joiner` (the smaller first).
-std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
-    const size_t at = item.find(joiner);
-    const std::string a = item.substr(0, at), b = at == std::string::npos ? a : item.substr(at + 1);
-    if (at != std::string::npos && (a.empty() || b.empty())) return std::nullopt;
-    if (!model_port_check(a) || !model_port_check(b)) {
-        out.error = KOVA_ERR_BAD_PARAMETER;
-        return std::nullopt;
-    }
-    const uint32_t x = static_cast<uint32_t>(std::stoul(a)), y = static_cast<uint32_t>(std::stoul(b));
-    return Span{std::min(x, y), std::max(x, y)};
-}
-
-std::vector<std::string> items_of(const std::string &text) {
-    std::vector<std::string> out = split_all(trim(text), ',');
-    for (std::string &item : out) item = trim(item);
-    return out;
-}
-
-void add(Outcome &out, uint32_t b, uint32_t e) {
-    out.list.insert(out.list.begin(), Port{0, b == e ? 0u : 1u, KOVA_PROTO_BOTH, b, b == e ? 0u : e});
-}
-
-// PortsConflictWithText: false when it fails.
-bool model_compare(const std::string &ports, const std::string &other, Outcome &out) {
-    for (const std::string &item : items_of(ports)) {
-        const std::optional<Span> mine = item_of(item, ':', out);
-        if (!mine) return false;
-        const bool single = item.find(':') == std::string::npos;
-        for (const std::string &o : items_of(other)) {
-            const std::optional<Span> theirs = item_of(o, '-', out);
-            if (!theirs) return false;
-            const uint32_t lo = std::max(mine->b, theirs->b), hi = std::min(mine->e, theirs->e);
-            if (lo > hi) continue;
-            add(out, lo, single || o.find('-') == std::string::npos ? lo : hi);
-            out.result = 1;
-        }
-    }
-    return true;
-}
-
-// The words of a text split at spaces and commas; `empty_words` tells whether two separators
-// meet (the splitter may keep or drop the empty word between them).
-std::vector<std::string> words(const std::string &text, bool &empty_words) {
-    std::vector<std::string> out;
-    if (text.empty()) return out;
-    for (const std::string &w : split_all(text, ',')) {
-        for (const std::string &v : split_all(w, ' ')) {
-            if (!v.empty()) out.push_back(v);
-            empty_words = empty_words || v.empty();
-        }
-    }
-    return out;
-}
-
-bool has(const std::vector<std::string> &list, const std::string &word) {
-    return std::find(list.begin(), list.end(), word) != list.end();
-}
 
 // Leading digits as a number (none: 0); std::nullopt where the conversion is not settled.
 std::optional<uint32_t> number(const std::string &s) {
@@ -104,18 +33,6 @@ std::optional<uint32_t> number(const std::string &s) {
     while (n < s.size() && n < 6 && s[n] >= '0' && s[n] <= '9') ++n;
     if (n == 6 || (n == 0 && !s.empty() && (s[0] == '+' || s[0] == '-' || is_space(s[0])))) return std::nullopt;
     return n == 0 ? 0 : static_cast<uint32_t>(std::stoul(s.substr(0, n)));
-}
-
-std::vector<Span> normalize(std::vector<Span> spans) {
-    std::sort(spans.begin(), spans.end(), [](const Span &x, const Span &y) { return x.b < y.b; });
-    std::vector<Span> out;
-    for (const Span &s : spans) {
-        if (!out.empty() && s.b <= out.back().e + 1)
-            out.back().e = std::max(out.back().e, s.e);
-        else
-            out.push_back(s);
-    }
-    return out;
 }
 
 // KVLIBIsPortConflict with flags 0x01, 0x02, 0x08 and 0x10; std::nullopt where the outcome is
@@ -135,25 +52,12 @@ std::optional<Outcome> model_check(const std::string &skip_text, const std::stri
         }
     }
     if ((flags & KOVA_PORT_CHECK_RESERVED) != 0) {
-        std::vector<Span> spans, reserved;
-        for (const Port &p : out.list) spans.push_back({p.begin, p.type == 1 ? p.end : p.begin});
+        std::vector<Span> reserved;
         if (!has(skip, "ftp")) reserved.insert(reserved.end(), {{21, 21}, {55536, 55899}});
         if (!has(skip, "webdav_http")) reserved.push_back({5005, 5005});
         if (!has(skip, "webdavs_https")) reserved.push_back({5006, 5006});
         if (!has(skip, "syslog_server")) reserved.push_back({514, 514});
-        for (const std::string &item : items_of(ports)) {
-            Outcome ignored;
-            const std::optional<Span> mine = item_of(item, ':', ignored);
-            const size_t colon = item.find(':');
-            if (!mine || (colon != std::string::npos && std::stoul(item.substr(0, colon)) > mine->b))
-                return std::nullopt;
-            for (const Span &r : reserved)
-                if (std::max(r.b, mine->b) <= std::min(r.e, mine->e))
-                    spans.push_back({std::max(r.b, mine->b), std::min(r.e, mine->e)});
-        }
-        out.list.clear();
-        for (const Span &s : normalize(spans)) out.list.push_back({0, s.b == s.e ? 0u : 1u, 0, s.b, s.e});
-        if (!out.list.empty()) out.result = 1;
+        if (!model_reserved(ports, reserved, out)) return std::nullopt;
     }
     if ((flags & KOVA_PORT_CHECK_IN_USE) != 0) {
         if (loose || protocol.size() >= 1024) return std::nullopt;  // empty items; a protocol text cut
@@ -202,15 +106,6 @@ void setup() {
     write_file("/proc/net/udp6", header);
 }
 
-void check(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what) {
-    const std::vector<Port> got = to_vector(list);
-    FUZZ_CHECKF(rc == want.result && got == want.list, "%s gave %d %s, model %d %s", what, rc, describe(got).c_str(),
-                want.result, describe(want.list).c_str());
-    if (rc < 0)
-        FUZZ_CHECKF(KVLIBCErrGet() == want.error, "%s failed with 0x%04X, model 0x%04X", what, KVLIBCErrGet(),
-                    want.error);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -231,7 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (!model_compare(ports, other, want)) want.result = -1;
     KVLIBCErrSetEx(kPoison, "fuzz", 0);
     int rc = PortsConflictWithText(ports.c_str(), other.c_str(), &list);
-    check(want, rc, list, "PortsConflictWithText");
+    check_outcome(want, rc, list, "PortsConflictWithText");
     KOVAServiceConfPortsFree(list);
 
     // The whole check, with the other text as the "s_port" of a rule of the service "svc".
@@ -244,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::optional<Outcome> expected = model_check(skip, ports, protocol, flags, ini_value(rule_ports), start);
     KVLIBCErrSetEx(kPoison, "fuzz", 0);
     rc = KVLIBIsPortConflict(skip.c_str(), ports.c_str(), protocol.c_str(), flags, &list);
-    if (expected) check(*expected, rc, list, "KVLIBIsPortConflict");
+    if (expected) check_outcome(*expected, rc, list, "KVLIBIsPortConflict");
     KOVAServiceConfPortsFree(list);
     return 0;
 }
