@@ -429,7 +429,7 @@ void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *li
     const std::vector<Port> got = to_vector(list);
     FUZZ_CHECKF(rc == want.result && got == want.list, "%s gave %d %s, model %d %s", what, rc, describe(got).c_str(),
                 want.result, describe(want.list).c_str());
-    if (rc < 0)
+    if (rc < 0 && want.error != kAnyError)
         FUZZ_CHECKF(KVLIBCErrGet() == want.error, "%s failed with 0x%04X, model 0x%04X", what, KVLIBCErrGet(),
                     want.error);
 }

@@ -113,6 +113,7 @@ void check_section_reader(const std::string &path, const std::vector<IniSection>
 // ---- the port texts of the service-wide check as a model ---------------------------------
 
 constexpr unsigned int kPoison = 0x7E57;  // an error code that no operation sets
+constexpr unsigned int kAnyError = ~0u;   // the model does not settle the code
 
 struct Span {
     uint32_t b, e;
