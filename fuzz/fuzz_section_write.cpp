@@ -144,22 +144,26 @@ std::string join(const std::vector<IniLine> &lines) {
 // gained its line end), with at most `added` other lines between them; dropped lines may stay.
 void check_kept(const std::vector<IniLine> &before, const std::set<size_t> &dropped, const std::vector<IniLine> &after,
                 size_t added) {
+    std::multiset<std::string> may_stay;
+    for (const size_t i : dropped) may_stay.insert(before[i].text);
     size_t j = 0, extra = 0;
-    for (size_t i = 0; i < before.size(); ++i) {
-        const std::string &want = before[i].text;
-        if (dropped.count(i) != 0) {  // may stay
-            if (j < after.size() && after[j].text == want) ++j;
-            continue;
-        }
-        const bool open_end = i + 1 == before.size() && want.back() != '\n';
-        while (j < after.size() && !(open_end ? after[j].text.substr(0, want.size()) == want : after[j].text == want)) {
-            ++j;
+    auto skip = [&] {
+        const auto it = may_stay.find(after[j++].text);
+        if (it != may_stay.end())
+            may_stay.erase(it);
+        else
             ++extra;
-        }
+    };
+    for (size_t i = 0; i < before.size(); ++i) {
+        if (dropped.count(i) != 0) continue;
+        const std::string &want = before[i].text;
+        const bool open_end = i + 1 == before.size() && want.back() != '\n';
+        while (j < after.size() && !(open_end ? after[j].text.substr(0, want.size()) == want : after[j].text == want))
+            skip();
         FUZZ_CHECKF(j < after.size(), "line %zu \"%s\" is gone; now:\n%s", i, want.c_str(), join(after).c_str());
         ++j;
     }
-    extra += after.size() - j;
+    while (j < after.size()) skip();
     FUZZ_CHECKF(extra <= added, "%zu lines added, at most %zu expected; now:\n%s", extra, added, join(after).c_str());
 }
 
