@@ -69,10 +69,10 @@ bool fetch_sockets(const kova::Door &door, uint16_t protocol, std::vector<RawSoc
         uint16_t protocol;
     };
     const Table tables[] = {
-        {"/proc/net/tcp", HasTCP(protocol) != 0, KOVA_PROTO_TCP},
-        {"/proc/net/tcp6", HasTCP(protocol) != 0, KOVA_PROTO_TCP},
-        {"/proc/net/udp", HasUDP(protocol) != 0, KOVA_PROTO_UDP},
-        {"/proc/net/udp6", HasUDP(protocol) != 0, KOVA_PROTO_UDP},
+        {"/proc/net/tcp", (protocol & KOVA_PROTO_TCP) != 0, KOVA_PROTO_TCP},
+        {"/proc/net/tcp6", (protocol & KOVA_PROTO_TCP) != 0, KOVA_PROTO_TCP},
+        {"/proc/net/udp", (protocol & KOVA_PROTO_UDP) != 0, KOVA_PROTO_UDP},
+        {"/proc/net/udp6", (protocol & KOVA_PROTO_UDP) != 0, KOVA_PROTO_UDP},
     };
     SocketSet seen;
     for (const Table &table : tables) {
@@ -133,7 +133,7 @@ struct ResultKeyHash {
 };
 
 KVLIB_DLIST *runtime_service_list_fetch() {
-    kova::DListPtr results(KOVARuntimePortConflictResultListAlloc());
+    kova::DListPtr results(kova::conflict::alloc_result_list<Family>());
     if (!results) {
         KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
         return nullptr;
@@ -179,6 +179,14 @@ KVLIB_DLIST *runtime_service_list_fetch() {
 
 }  // namespace
 
+KVLIB_DLIST *kova::conflict::runtime_inventory() noexcept {
+    return KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [&] { return runtime_service_list_fetch(); });
+}
+
+int kova::conflict::runtime_append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol) noexcept {
+    return KOVA_GUARDED(-1, [&] { return append_no_conflict<Family>(list, port, protocol, module_log); });
+}
+
 extern "C" {
 
 RawSocketInfo *RawSocketInfoAlloc(void) {
@@ -191,7 +199,7 @@ void RawSocketInfoFree(RawSocketInfo *pInfo) {
 
 RawSocketInfo *RawSocketInfoCopy(const RawSocketInfo *pInfo) {
     if (pInfo == nullptr) return nullptr;
-    RawSocketInfo *copy = RawSocketInfoAlloc();
+    RawSocketInfo *copy = kova::calloc_record<RawSocketInfo>();
     if (copy == nullptr) {
         KOVA_LOG("Failed to allocate RawSocketInfo");
         return nullptr;
@@ -234,7 +242,7 @@ int ParseToRawSocketInfo(const char *szPath, int protocol, KVLIB_DLIST *pRawSock
 }
 
 KVLIB_DLIST *RawSocketInfoListFetch(uint16_t protocol) {
-    if (!IsLegalProtocol(protocol)) {
+    if (!kova::ports::is_legal_protocol(protocol)) {
         KOVA_LOG("Illegal protocol: %u", static_cast<unsigned int>(protocol));
         return nullptr;
     }
@@ -351,7 +359,7 @@ int ContainRuntimeResult(const KVLIB_DLIST *pResultList, const KOVA_RUNTIME_PORT
 }
 
 KVLIB_DLIST *RuntimeServiceListFetch(void) {
-    return KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [&] { return runtime_service_list_fetch(); });
+    return kova::conflict::runtime_inventory();
 }
 
 int RuntimeResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port, uint16_t protocol,
@@ -361,8 +369,7 @@ int RuntimeResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port,
 }
 
 int RuntimeNotConflictResultAppend(KVLIB_DLIST *pResultList, uint16_t port, uint16_t protocol) {
-    return KOVA_GUARDED(
-        -1, [&] { return kova::conflict::append_no_conflict<Family>(pResultList, port, protocol, module_log); });
+    return kova::conflict::runtime_append_no_conflict(pResultList, port, protocol);
 }
 
 }  // extern "C"
