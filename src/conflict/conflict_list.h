@@ -13,6 +13,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "foundation/ports.h"
+
 namespace kova::conflict {
 
 // Calls f(record) for every record of a result list, first node first.
@@ -63,7 +65,7 @@ CheckOutcome check_ports(const KVLIB_SZLIST *ports, uint16_t protocol, const KVL
     for (int i = 0; i < ports->nItem; ++i) {
         const char *text = KVLIBCSzListGet(ports, i);
         if (text == nullptr) continue;
-        const uint16_t port = ToUPort(text);
+        const uint16_t port = kova::ports::port_or_zero(text);
         if (port == 0) {
             on_illegal(text);
             continue;

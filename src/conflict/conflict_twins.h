@@ -17,9 +17,21 @@
 #include <memory>
 
 #include "conflict/conflict_list.h"
+#include "foundation/ports.h"
 #include "foundation/raii.h"
 
 namespace kova::conflict {
+
+// The operations that the families' modules export, as C++ functions for the code inside; each
+// logs and fails as its exported shell does, under its own module's name.
+int conf_port_check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST *results) noexcept;
+int conf_list_conflict_ports(const KVLIB_DLIST *results, uint16_t protocol, KVLIB_SZLIST *ports) noexcept;
+int conf_is_conflict_ports(const KVLIB_SZLIST *ports, uint16_t protocol) noexcept;
+int runtime_port_check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST *results) noexcept;
+int runtime_list_conflict_ports(const KVLIB_DLIST *results, uint16_t protocol, KVLIB_SZLIST *ports) noexcept;
+int runtime_is_conflict_ports(const KVLIB_SZLIST *ports, uint16_t protocol) noexcept;
+KVLIB_DLIST *runtime_inventory() noexcept;
+int runtime_append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol) noexcept;
 
 // Ports configured by the system settings and the firewall catalogue.
 struct ConfFamily {
@@ -29,11 +41,9 @@ struct ConfFamily {
     static constexpr auto result_free = &KOVAConfPortConflictResultFree;
     static constexpr auto result_copy = &KOVAConfPortConflictResultCopy;
     static constexpr auto list_alloc = &KOVAConfPortConflictResultListAlloc;
-    static constexpr auto inventory = &ServiceConfListFetch;
-    static constexpr auto append_none = &ConfNotConflictResultAppend;
-    static constexpr auto check = &KOVAConfPortConflictCheck;
-    static constexpr auto list_conflict_ports = &KOVAConfListConflictPorts;
-    static constexpr auto is_conflict_ports = &KOVAConfIsConflictPorts;
+    static constexpr auto check = &conf_port_check;
+    static constexpr auto list_conflict_ports = &conf_list_conflict_ports;
+    static constexpr auto is_conflict_ports = &conf_is_conflict_ports;
     static constexpr const char *kRecordType = "PKOVA_CONF_PORT_CONFLICT_RESULT";
     static constexpr const char *kListAlloc = "KOVAConfPortConflictResultListAlloc";
     static constexpr const char *kCheck = "KOVAConfPortConflictCheck";
@@ -51,11 +61,11 @@ struct RuntimeFamily {
     static constexpr auto result_free = &KOVARuntimePortConflictResultFree;
     static constexpr auto result_copy = &KOVARuntimePortConflictResultCopy;
     static constexpr auto list_alloc = &KOVARuntimePortConflictResultListAlloc;
-    static constexpr auto inventory = &RuntimeServiceListFetch;
-    static constexpr auto append_none = &RuntimeNotConflictResultAppend;
-    static constexpr auto check = &KOVARuntimePortConflictCheck;
-    static constexpr auto list_conflict_ports = &KOVARuntimeListConflictPorts;
-    static constexpr auto is_conflict_ports = &KOVARuntimeIsConflictPorts;
+    static constexpr auto inventory = &runtime_inventory;
+    static constexpr auto append_none = &runtime_append_no_conflict;
+    static constexpr auto check = &runtime_port_check;
+    static constexpr auto list_conflict_ports = &runtime_list_conflict_ports;
+    static constexpr auto is_conflict_ports = &runtime_is_conflict_ports;
     static constexpr const char *kRecordType = "PKOVA_RUNTIME_PORT_CONFLICT_RESULT";
     static constexpr const char *kListAlloc = "KOVARuntimePortConflictResultListAlloc";
     static constexpr const char *kCheck = "KOVARuntimePortConflictCheck";
@@ -156,7 +166,7 @@ int append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol, Log 
 
 template <class F, class Log>
 int port_conflict_check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST *results, Log log) {
-    if (!IsLegalProtocol(protocol)) {
+    if (!kova::ports::is_legal_protocol(protocol)) {
         log("Illegal protocol: %u", static_cast<unsigned int>(protocol));
         return -1;
     }

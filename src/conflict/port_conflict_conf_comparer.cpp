@@ -15,12 +15,19 @@ constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, ar
 
 }  // namespace
 
+int kova::conflict::conf_list_conflict_ports(const KVLIB_DLIST *results, uint16_t protocol,
+                                             KVLIB_SZLIST *ports) noexcept {
+    return KOVA_GUARDED(-1, [&] { return list_conflict_ports<Family>(results, protocol, ports, module_log); });
+}
+
+int kova::conflict::conf_is_conflict_ports(const KVLIB_SZLIST *ports, uint16_t protocol) noexcept {
+    return KOVA_GUARDED(0, [&] { return is_conflict_ports<Family>(ports, protocol, module_log); });
+}
+
 extern "C" {
 
 int KOVAConfListConflictPorts(const KVLIB_DLIST *pResultList, uint16_t protocol, KVLIB_SZLIST *pConflictPortList) {
-    return KOVA_GUARDED(-1, [&] {
-        return kova::conflict::list_conflict_ports<Family>(pResultList, protocol, pConflictPortList, module_log);
-    });
+    return kova::conflict::conf_list_conflict_ports(pResultList, protocol, pConflictPortList);
 }
 
 int KOVAConfVerifyConflictPort(const KVLIB_DLIST *pResultList, uint16_t port, uint16_t protocol) {
@@ -28,7 +35,7 @@ int KOVAConfVerifyConflictPort(const KVLIB_DLIST *pResultList, uint16_t port, ui
 }
 
 int KOVAConfIsConflictPorts(const KVLIB_SZLIST *pPortList, uint16_t protocol) {
-    return KOVA_GUARDED(0, [&] { return kova::conflict::is_conflict_ports<Family>(pPortList, protocol, module_log); });
+    return kova::conflict::conf_is_conflict_ports(pPortList, protocol);
 }
 
 int KOVAConfIsConflictPort(uint16_t port, uint16_t protocol) {

@@ -8,9 +8,11 @@
 #include <cstring>
 #include <string>
 
+#include "conflict/configured_ports.h"
 #include "conflict/conflict_twins.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
+#include "foundation/ports.h"
 #include "foundation/raii.h"
 #include "kova_root.h"
 
@@ -20,7 +22,7 @@ using kova::DListPtr;
 
 using Family = kova::conflict::ConfFamily;
 using ConfResult = Family::Result;
-using ConfResultPtr = kova::conflict::ResultPtr<Family>;
+using kova::conflict::Declared;
 
 // This module's log lines, for the shared operations.
 constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, args...); };
@@ -39,34 +41,10 @@ constexpr SystemPort kSystemPorts[] = {
     {"syslogport", nullptr, KOVA_PROTO_UDP, "kova-syslog"},
 };
 
-// Fills the working record and appends a copy; the record owns its name until replaced.
-void append_declared(KVLIB_DLIST *list, ConfResult *work, uint16_t port, uint16_t protocol, const char *name) {
-    work->port = port;
-    work->protocol = protocol;
-    work->isConflict = 1;
-    std::free(work->serviceName);
-    work->serviceName = strdup(name);
-    KVLIBCDListAppend(list, work);
-    std::free(work->serviceName);
-    work->serviceName = nullptr;
-}
-
-// The ports of one destination port text of a service: "N" or "N-M".
-void append_service_ports(KVLIB_DLIST *list, ConfResult *work, const KOVA_FW_SERVICE &service, const char *text) {
-    const uint16_t protocol = service.dstProtocol == KOVA_PROTO_TCP ? KOVA_PROTO_TCP : KOVA_PROTO_UDP;
-    unsigned short first = 0;
-    unsigned short last = 0;
-    const int read = std::sscanf(text, "%hu-%hu", &first, &last);
-    if (read == 1) {
-        append_declared(list, work, first, protocol, service.name);
-    } else if (read == 2 && first <= last) {
-        for (uint32_t port = first; port <= last; ++port)
-            append_declared(list, work, static_cast<uint16_t>(port), protocol, service.name);
-    } else if (read == 2) {
-        KOVA_LOG("Illegal port range: %hu~%hu", first, last);
-    } else {
-        KOVA_LOG("Failed to fetch port from service: %s", service.name);
-    }
+// Appends a copy of the record (the list copies the name too).
+void append_declared(KVLIB_DLIST *list, uint16_t port, uint16_t protocol, const char *name) {
+    ConfResult record{port, protocol, const_cast<char *>(name), 1};
+    KVLIBCDListAppend(list, &record);
 }
 
 // A new, empty result list; a failure is logged.
@@ -79,45 +57,24 @@ DListPtr new_result_list() {
 KVLIB_DLIST *sys_conf_list_fetch() {
     DListPtr list = new_result_list();
     if (!list) return nullptr;
-    ConfResultPtr work(KOVAConfPortConflictResultAlloc());
-    if (!work) {
-        KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
-        return nullptr;
-    }
-    const std::string info = kova::resolve(kova::paths::kInfoConf);
-    char value[1024] = "";
-    for (const SystemPort &row : kSystemPorts) {
-        if (row.key != nullptr &&
-            KVLIBCFileGetKeyValue(info.c_str(), row.key, value, static_cast<int>(sizeof value), 0) < 0) {
-            KOVA_LOG("Failed to get %s from %s, errno=0x%X", row.key, info.c_str(), KVLIBCErrGet());
-        }
-        value[sizeof value - 1] = '\0';
-        const uint16_t port = ToUPort(row.key != nullptr ? value : row.fixedPort);
-        append_declared(list.get(), work.get(), port, row.protocol, row.serviceName);
-    }
+    for (const Declared &d : kova::conflict::system_ports())
+        append_declared(list.get(), static_cast<uint16_t>(d.span.first), d.protocol, d.name);
     return list.release();
 }
 
 KVLIB_DLIST *pkg_conf_list_fetch() {
     DListPtr list = new_result_list();
     if (!list) return nullptr;
-    ConfResultPtr work(KOVAConfPortConflictResultAlloc());
-    if (!work) {
-        KOVA_LOG("Failed to alloc pResult, Out of memory.[0x%04X]", KVLIBCErrGet());
+    kova::Result<kova::fw::Catalogue> catalogue = kova::fw::build_catalogue();
+    if (!catalogue) {
+        kova::set_error(catalogue.failure());
         return nullptr;
     }
-    KOVA_FW_SERVICE *head = nullptr;
-    if (KOVAFwServiceEnum(&head) < 0) {
-        KOVAFwServiceFree(head);
-        return nullptr;
-    }
-    kova::FwServicePtr services(head);
-    for (const KOVA_FW_SERVICE *service = services.get(); service != nullptr; service = service->next) {
-        if (service->dstPorts == nullptr) continue;
-        for (int i = 0; i < service->dstPorts->nItem; ++i)
-            if (const char *text = KVLIBCSzListGet(service->dstPorts, i))
-                append_service_ports(list.get(), work.get(), *service, text);
-    }
+    std::vector<Declared> declared;
+    kova::conflict::add_catalogue_ports(catalogue->head.get(), declared);
+    for (const Declared &d : declared)
+        for (uint32_t port = d.span.first; port <= d.span.last; ++port)
+            append_declared(list.get(), static_cast<uint16_t>(port), d.protocol, d.name);
     return list.release();
 }
 
@@ -145,6 +102,63 @@ KVLIB_DLIST *service_conf_list_fetch() {
 
 }  // namespace
 
+namespace kova::conflict {
+
+std::vector<Declared> system_ports() {
+    std::vector<Declared> out;
+    const std::string info = kova::resolve(kova::paths::kInfoConf);
+    char value[1024] = "";
+    for (const SystemPort &row : kSystemPorts) {
+        if (row.key != nullptr &&
+            KVLIBCFileGetKeyValue(info.c_str(), row.key, value, static_cast<int>(sizeof value), 0) < 0) {
+            KOVA_LOG("Failed to get %s from %s, errno=0x%X", row.key, info.c_str(), KVLIBCErrGet());
+        }
+        value[sizeof value - 1] = '\0';
+        const uint16_t port = kova::ports::port_or_zero(row.key != nullptr ? value : row.fixedPort);
+        out.push_back({{port, port}, row.protocol, row.serviceName});
+    }
+    return out;
+}
+
+void add_catalogue_ports(const KOVA_FW_SERVICE *head, std::vector<Declared> &out) {
+    for (const KOVA_FW_SERVICE *service = head; service != nullptr; service = service->next) {
+        if (service->dstPorts == nullptr) continue;
+        const uint16_t protocol = service->dstProtocol == KOVA_PROTO_TCP ? KOVA_PROTO_TCP : KOVA_PROTO_UDP;
+        for (int i = 0; i < service->dstPorts->nItem; ++i) {
+            const char *text = KVLIBCSzListGet(service->dstPorts, i);
+            if (text == nullptr) continue;
+            const kova::ports::ScannedSpan span = kova::ports::scan_port_span(text);
+            if (span.read == 1) {
+                out.push_back({{span.first, span.first}, protocol, service->name});
+            } else if (span.read == 2 && span.first <= span.last) {
+                out.push_back({{span.first, span.last}, protocol, service->name});
+            } else if (span.read == 2) {
+                KOVA_LOG("Illegal port range: %hu~%hu", span.first, span.last);
+            } else {
+                KOVA_LOG("Failed to fetch port from service: %s", service->name);
+            }
+        }
+    }
+}
+
+std::optional<ConfiguredPorts> ConfiguredPorts::build() {
+    std::vector<Declared> declared = system_ports();
+    kova::Result<kova::fw::Catalogue> catalogue = kova::fw::build_catalogue();
+    if (!catalogue) {
+        kova::set_error(catalogue.failure());
+        KOVA_LOG("Failed to ServiceConfListFetch");
+        return std::nullopt;
+    }
+    add_catalogue_ports(catalogue->head.get(), declared);
+    return ConfiguredPorts(std::move(*catalogue), declared);
+}
+
+int append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol) {
+    return append_no_conflict<Family>(list, port, protocol, module_log);
+}
+
+}  // namespace kova::conflict
+
 extern "C" {
 
 KVLIB_DLIST *SysConfListFetch(void) {
@@ -166,8 +180,7 @@ int ConfResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port, ui
 }
 
 int ConfNotConflictResultAppend(KVLIB_DLIST *pResultList, uint16_t port, uint16_t protocol) {
-    return KOVA_GUARDED(
-        -1, [&] { return kova::conflict::append_no_conflict<Family>(pResultList, port, protocol, module_log); });
+    return KOVA_GUARDED(-1, [&] { return kova::conflict::append_no_conflict(pResultList, port, protocol); });
 }
 
 }  // extern "C"

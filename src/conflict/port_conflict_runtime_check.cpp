@@ -15,11 +15,14 @@ constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, ar
 
 }  // namespace
 
+int kova::conflict::runtime_port_check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST *results) noexcept {
+    return KOVA_GUARDED(-1, [&] { return port_conflict_check<Family>(ports, protocol, results, module_log); });
+}
+
 extern "C" {
 
 int KOVARuntimePortConflictCheck(const KVLIB_SZLIST *pPortList, uint16_t protocol, KVLIB_DLIST *pResultList) {
-    return KOVA_GUARDED(
-        -1, [&] { return kova::conflict::port_conflict_check<Family>(pPortList, protocol, pResultList, module_log); });
+    return kova::conflict::runtime_port_check(pPortList, protocol, pResultList);
 }
 
 KVLIB_DLIST *KOVARuntimePortConflictResultListAllocAndCheck(const KVLIB_SZLIST *pPortList, uint16_t protocol) {

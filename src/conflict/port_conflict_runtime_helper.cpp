@@ -179,6 +179,14 @@ KVLIB_DLIST *runtime_service_list_fetch() {
 
 }  // namespace
 
+KVLIB_DLIST *kova::conflict::runtime_inventory() noexcept {
+    return KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [&] { return runtime_service_list_fetch(); });
+}
+
+int kova::conflict::runtime_append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol) noexcept {
+    return KOVA_GUARDED(-1, [&] { return append_no_conflict<Family>(list, port, protocol, module_log); });
+}
+
 extern "C" {
 
 RawSocketInfo *RawSocketInfoAlloc(void) {
@@ -351,7 +359,7 @@ int ContainRuntimeResult(const KVLIB_DLIST *pResultList, const KOVA_RUNTIME_PORT
 }
 
 KVLIB_DLIST *RuntimeServiceListFetch(void) {
-    return KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [&] { return runtime_service_list_fetch(); });
+    return kova::conflict::runtime_inventory();
 }
 
 int RuntimeResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port, uint16_t protocol,
@@ -361,8 +369,7 @@ int RuntimeResultListFilter(const KVLIB_DLIST *pSourceResultList, uint16_t port,
 }
 
 int RuntimeNotConflictResultAppend(KVLIB_DLIST *pResultList, uint16_t port, uint16_t protocol) {
-    return KOVA_GUARDED(
-        -1, [&] { return kova::conflict::append_no_conflict<Family>(pResultList, port, protocol, module_log); });
+    return kova::conflict::runtime_append_no_conflict(pResultList, port, protocol);
 }
 
 }  // extern "C"

@@ -1,9 +1,8 @@
 // Protocol flags, port text conversion and TCP state names.
 #include <kovaserviceconf.h>
 
-#include <cstdio>
-
 #include "foundation/log.h"
+#include "foundation/ports.h"
 
 namespace {
 
@@ -11,6 +10,15 @@ namespace {
 constexpr int kFirewallProtocol[3] = {1, 2, 3};
 
 }  // namespace
+
+uint16_t kova::ports::port_or_zero(const char *text) noexcept {
+    const std::optional<uint16_t> port = text != nullptr ? scan_port(text) : std::nullopt;
+    if (!port) {
+        KOVA_LOG("Failed on parse port: %s", text != nullptr ? text : "");
+        return 0;
+    }
+    return *port;
+}
 
 extern "C" {
 
@@ -35,17 +43,11 @@ int HasUDP(unsigned int protocol) {
 }
 
 int IsLegalProtocol(unsigned int protocol) {
-    const auto low = static_cast<uint16_t>(protocol & 0xFFFFu);
-    return (IsTCP(low) || IsUDP(low) || IsBothTCPAndUDP(low)) ? 1 : 0;
+    return kova::ports::is_legal_protocol(protocol) ? 1 : 0;
 }
 
 uint16_t ToUPort(const char *szPort) {
-    unsigned short port = 0;
-    if (szPort == nullptr || std::sscanf(szPort, "%hu", &port) != 1) {
-        KOVA_LOG("Failed on parse port: %s", szPort != nullptr ? szPort : "");
-        return 0;
-    }
-    return port;
+    return kova::ports::port_or_zero(szPort);
 }
 
 const char *KOVATCPStateToString(uint32_t state) {

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -76,6 +77,20 @@ PortError parse_port(std::string_view text, uint32_t &value) noexcept;
 long lenient_number(std::string_view text) noexcept;
 int lenient_int(std::string_view text) noexcept;  // the same, saturated to int
 
+// A port as scanf's "%hu" reads it from the front of `text`: white space skipped, one sign, then
+// decimal digits, the value that strtoul gives (a negative number wrapped, an overflow the
+// largest value) kept in 16 bits. Nothing when no digit follows; `rest` is then untouched,
+// otherwise it is the text after the digits.
+std::optional<uint16_t> scan_port(std::string_view text, std::string_view *rest = nullptr) noexcept;
+// A port or a span as scanf's "%hu-%hu" reads it: how many numbers were read (0, 1 or 2; a "-"
+// that does not follow the first number at once ends the reading) and their values.
+struct ScannedSpan {
+    int read = 0;
+    uint16_t first = 0;
+    uint16_t last = 0;
+};
+ScannedSpan scan_port_span(std::string_view text) noexcept;
+
 // Protocol words separated by ",", each trimmed, in any letter case: the union of 1 for "tcp"
 // and 2 for "udp", or -1 at the first other word (an empty word included).
 int protocol_flags(std::string_view words) noexcept;
@@ -90,6 +105,37 @@ std::vector<Span> merge(std::vector<Span> spans);
 bool contains(const std::vector<Span> &merged, uint64_t port) noexcept;
 // The common ports of two sorted, merged runs, as pieces in ascending order.
 std::vector<Span> intersect(const std::vector<Span> &a, const std::vector<Span> &b);
+
+// Protocol flags 1 (TCP), 2 (UDP) or 3 (both) in the low 16 bits.
+constexpr bool is_legal_protocol(unsigned int protocol) noexcept {
+    const unsigned int low = protocol & 0xFFFFu;
+    return low >= 1 && low <= 3;
+}
+
+// A port text as ToUPort reads it (scan_port): 0, with the line "Failed on parse port: %s" of
+// module port_conflict_helper, when no number leads.
+uint16_t port_or_zero(const char *text) noexcept;
+
+// Spans searchable by the ports they share with a span: sorted by first port under a tree of
+// the largest last port, so that a search costs a descent plus a step per span found.
+class SpanIndex {
+public:
+    explicit SpanIndex(const std::vector<Span> &spans);
+    // Appends the positions (in the vector given) of the spans that share a port with `span`,
+    // in ascending order.
+    void overlapping(Span span, std::vector<uint32_t> &out) const;
+
+private:
+    struct Entry {
+        Span span;
+        uint32_t position = 0;
+    };
+    void collect(size_t node, size_t lo, size_t hi, size_t end, uint32_t first, std::vector<uint32_t> &out) const;
+
+    std::vector<Entry> entries_;
+    std::vector<int64_t> maxLast_;  // heap order; a leaf past the entries holds -1
+    size_t leaves_ = 1;
+};
 
 // ---- port lists of .sc files ("80,443,8000:8010/tcp"), module service_conf_ports_get ----
 // These report as the port list operations do: their log lines name that module, and their

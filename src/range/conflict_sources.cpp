@@ -1,6 +1,8 @@
 // The service-wide check's sources that compare port texts: the port-forwarding rules (0x02)
 // and the services of the firewall catalogue (0x04).
+#include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "conf/sc_reader.h"
 #include "firewall/firewall_service_enum.h"
@@ -54,6 +56,16 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
     } else {
         set_error(parsed.failure());
     }
+    // When every item of the caller is a port or a range, a service's port is compared with the
+    // items it shares ports with, found by a search: each colliding piece is the common part.
+    const std::vector<PortText::Item> &mine = req.portText->items();
+    std::optional<ports::SpanIndex> index;
+    if (std::all_of(mine.begin(), mine.end(), [](const PortText::Item &item) { return item.ok; })) {
+        std::vector<Span> spans;
+        for (const PortText::Item &item : mine) spans.push_back(item.span);
+        index.emplace(spans);
+    }
+    std::vector<uint32_t> hits;
     bool found = false;
     for (const KOVA_FW_SERVICE *svc = (*catalogue)->head.get(); svc != nullptr; svc = svc->next) {
         if (req.skip.count(std::string_view(svc->name, strnlen(svc->name, sizeof svc->name))) != 0) continue;
@@ -62,7 +74,17 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
         for (int i = 0; i < svc->dstPorts->nItem; ++i) {
             const char *item = KVLIBCSzListGet(svc->dstPorts, i);
             if (item == nullptr) return CHECK_FAILURE_KEEP;
-            const Result<bool> r = compare_texts(*req.portText, PortText(item, '-'), list);
+            const PortText theirs(item, '-');
+            if (index && theirs.items().size() == 1 && theirs.items()[0].ok) {
+                const Span span = theirs.items()[0].span;
+                hits.clear();
+                index->overlapping(span, hits);
+                for (uint32_t at : hits)
+                    list.add(std::max(span.first, mine[at].span.first), std::min(span.last, mine[at].span.last));
+                found = found || !hits.empty();
+                continue;
+            }
+            const Result<bool> r = compare_texts(*req.portText, theirs, list);
             if (!r) return r.failure();
             found = found || *r;
         }

@@ -1,13 +1,14 @@
 // The service-wide check's source 0x10: whether some port of the caller's items is in use on the
 // machine, not counting the ports of the skipped services themselves.
 //
-// The ports in use are read once per protocol for the whole port space and each item is
-// answered from them; the skipped services' ports are one merged set per protocol. An item
+// The ports in use are read once per protocol for the whole port space (also when they cannot be
+// read) and each item is answered from them; the skipped services' ports are one merged set per protocol. An item
 // then costs a search, whatever the number of items and of skipped ports.
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "firewall/firewall_service_enum.h"
 #include "range/conflict_check.h"
@@ -33,12 +34,22 @@ public:
             const Result<bool> r = fetch(0, kPortSpace - 1, whole_);
             if (!r) return r.failure();
             whole_read_ = *r;
-            if (!whole_read_) return false;
+            if (!whole_read_) {
+                unread_ = {KVLIBCErrGet(), KVLIBCErrorGetFile() != nullptr ? KVLIBCErrorGetFile() : "",
+                           KVLIBCErrorGetLine()};
+                return false;
+            }
+        }
+        if (inside && !whole_read_) {
+            // The tables are not read again: each later range would fail as the whole space did.
+            KVLIBCErrSetEx(unread_.code, unread_.file.c_str(), unread_.line);
+            return false;
         }
         std::vector<int32_t> fetched;
         const std::vector<int32_t> *used = &whole_;
-        if (!inside || !whole_read_) {
-            // What the network library says for this range alone.
+        if (!inside) {
+            // A range outside the port space, as the network library answers it (it reads no
+            // table for it).
             const Result<bool> r = fetch(first, last, fetched);
             if (!r) return r.failure();
             if (!*r) return false;
@@ -70,10 +81,18 @@ private:
         return true;
     }
 
+    // The error state that reading the tables left when they could not be read.
+    struct ErrorState {
+        unsigned int code = 0;
+        std::string file;
+        int line = 0;
+    };
+
     int tcp_;
     bool tried_whole_ = false;
     bool whole_read_ = false;
     std::vector<int32_t> whole_;
+    ErrorState unread_;
 };
 
 // The ports of the skipped services that use the protocol, as their texts name them ("445" or

@@ -19,7 +19,8 @@ protected:
         write("/usr/local/etc/services.d/pkg.sc",
               "[alpha]\ntitle=\"Alpha\"\ndesc=\"Alpha service\"\ndst.ports=\"8080/tcp\"\n"
               "[beta]\ntitle=\"Beta\"\ndesc=\"Beta service\"\ndst.ports=\"8080/tcp\"\n"
-              "[wide]\ntitle=\"Wide\"\ndesc=\"Up to the last port\"\ndst.ports=\"65530:65535/tcp\"\n");
+              "[wide]\ntitle=\"Wide\"\ndesc=\"Up to the last port\"\ndst.ports=\"65530:65535/tcp\"\n"
+              "[outer]\ntitle=\"Outer\"\ndesc=\"Around wide\"\ndst.ports=\"65000:65535,65532/tcp\"\n");
     }
 
     Lines check(std::initializer_list<const char *> ports, uint16_t protocol) {
@@ -76,6 +77,9 @@ TEST_F(ConfCheckTest, CheckExamplesAndBadInput) {
     // Two services on one port: both, in catalogue order; ports follow the caller's order.
     EXPECT_EQ(check({"8080", "514"}, 3),
               (Lines{"8080/1 alpha 1", "8080/1 beta 1", "8080/2 - 0", "514/1 kova-syslog 1", "514/2 kova-syslog 1"}));
+    // Spans that nest and overlap: every one holding the port, in inventory order.
+    EXPECT_EQ(check({"65532", "65001"}, 1),
+              (Lines{"65532/1 wide 1", "65532/1 outer 1", "65532/1 outer 1", "65001/1 outer 1"}));
     clear_log();
     EXPECT_EQ(check({"0", "abc"}, 3), Lines{});
     EXPECT_EQ(log_normalized(),

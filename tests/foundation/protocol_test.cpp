@@ -1,8 +1,11 @@
 // The protocol helpers' corners: bit values, the low 16 bits, buffers left untouched on failure.
 #include <kovaserviceconf.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 
+#include "foundation/ports.h"
 #include "kova_test.h"
 
 namespace {
@@ -30,6 +33,17 @@ TEST_F(ProtocolTest, ToUPortLogsOnlyWhenNoNumberLeads) {
     EXPECT_EQ(ToUPort("abc"), 0);
     EXPECT_EQ(log_normalized(), Lines{"port_conflict_helper.cpp:N Failed on parse port: abc"});
     EXPECT_EQ(KVLIBCErrGet(), 0xEEEEu);
+    // Read as "%hu" reads it: signs, wrapping, saturation; and "%hu-%hu" for catalogue spans.
+    for (const char *text : {"+22", "-1", "70000", "99999999999999999999", "- 5", "\t\v7x", "80-90", "80 -9", "8--9"}) {
+        unsigned short a = 0;
+        unsigned short b = 0;
+        const int n = std::sscanf(text, "%hu-%hu", &a, &b);
+        const kova::ports::ScannedSpan span = kova::ports::scan_port_span(text);
+        EXPECT_EQ(span.read, std::max(n, 0)) << text;
+        EXPECT_EQ(span.first, n >= 1 ? a : 0) << text;
+        EXPECT_EQ(span.last, n == 2 ? b : 0) << text;
+        EXPECT_EQ(ToUPort(text), n >= 1 ? a : 0) << text;
+    }
     // A value cannot break a line or forge another: its control characters are escaped.
     clear_log();
     EXPECT_EQ(ToUPort("x\nsvc.cpp:1 forged\r\t\x01"), 0);

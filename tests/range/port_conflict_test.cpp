@@ -237,6 +237,9 @@ TEST_F(PortConflictTest, PortsInUse) {
     }
     ASSERT_EQ(std::remove(path("/proc/net/tcp6").c_str()), 0);  // a table that cannot be read: nothing in use
     EXPECT_EQ(check("", "8080", "tcp", kInUse), 0);
+    // Read once: a later item leaves the tables' error, also after a range outside the port space.
+    EXPECT_EQ(check("", "8080,70000,8081", "tcp", kInUse), 0);
+    EXPECT_EQ(KVLIBCErrGet(), unsigned{KOVA_ERR_FILE_OPEN});
 }
 
 TEST_F(PortConflictTest, SourcesRunInOrderAndTheFirstThreeToTheirEnd) {
