@@ -4,13 +4,6 @@
 #include "foundation/log.h"
 #include "foundation/ports.h"
 
-namespace {
-
-// Firewall protocol value by protocol flag minus one.
-constexpr int kFirewallProtocol[3] = {1, 2, 3};
-
-}  // namespace
-
 uint16_t kova::ports::port_or_zero(const char *text) noexcept {
     const std::optional<uint16_t> port = text != nullptr ? scan_port(text) : std::nullopt;
     if (!port) {
@@ -80,8 +73,7 @@ const char *KOVATCPStateToString(uint32_t state) {
 }
 
 int KOVAProtocolMapping(int protocol) {
-    if (protocol < 1 || protocol > 3) return 0;
-    return kFirewallProtocol[protocol - 1];
+    return kova::ports::firewall_protocol(protocol);
 }
 
 }  // extern "C"
