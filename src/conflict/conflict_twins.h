@@ -31,16 +31,16 @@ int runtime_port_check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST
 int runtime_list_conflict_ports(const KVLIB_DLIST *results, uint16_t protocol, KVLIB_SZLIST *ports) noexcept;
 int runtime_is_conflict_ports(const KVLIB_SZLIST *ports, uint16_t protocol) noexcept;
 KVLIB_DLIST *runtime_inventory() noexcept;
+// The result lists' copy callbacks (modules port_conflict_conf_alloc, port_conflict_runtime_alloc).
+void *conf_result_copy(const void *result) noexcept;
+void *runtime_result_copy(const void *result) noexcept;
 int runtime_append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol) noexcept;
 
 // Ports configured by the system settings and the firewall catalogue.
 struct ConfFamily {
     using Result = KOVA_CONF_PORT_CONFLICT_RESULT;
     static constexpr char *Result::*kText = &Result::serviceName;
-    static constexpr auto result_alloc = &KOVAConfPortConflictResultAlloc;
-    static constexpr auto result_free = &KOVAConfPortConflictResultFree;
-    static constexpr auto result_copy = &KOVAConfPortConflictResultCopy;
-    static constexpr auto list_alloc = &KOVAConfPortConflictResultListAlloc;
+    static constexpr auto result_copy = &conf_result_copy;
     static constexpr auto check = &conf_port_check;
     static constexpr auto list_conflict_ports = &conf_list_conflict_ports;
     static constexpr auto is_conflict_ports = &conf_is_conflict_ports;
@@ -57,10 +57,7 @@ struct ConfFamily {
 struct RuntimeFamily {
     using Result = KOVA_RUNTIME_PORT_CONFLICT_RESULT;
     static constexpr char *Result::*kText = &Result::program;
-    static constexpr auto result_alloc = &KOVARuntimePortConflictResultAlloc;
-    static constexpr auto result_free = &KOVARuntimePortConflictResultFree;
-    static constexpr auto result_copy = &KOVARuntimePortConflictResultCopy;
-    static constexpr auto list_alloc = &KOVARuntimePortConflictResultListAlloc;
+    static constexpr auto result_copy = &runtime_result_copy;
     static constexpr auto inventory = &runtime_inventory;
     static constexpr auto append_none = &runtime_append_no_conflict;
     static constexpr auto check = &runtime_port_check;
@@ -78,9 +75,6 @@ struct RuntimeFamily {
     }
 };
 
-template <class F>
-using ResultPtr = std::unique_ptr<typename F::Result, FnDeleter<F::result_free>>;
-
 // --- Records and result lists ---------------------------------------------------------------
 
 template <class F>
@@ -89,6 +83,13 @@ void free_result(typename F::Result *result) {
     std::free(result->*F::kText);
     std::free(result);
 }
+
+template <class F>
+struct ResultDeleter {
+    void operator()(typename F::Result *result) const { free_result<F>(result); }
+};
+template <class F>
+using ResultPtr = std::unique_ptr<typename F::Result, ResultDeleter<F>>;
 
 template <class F, class Log>
 typename F::Result *copy_result(const typename F::Result *result, Log log) {
@@ -112,15 +113,14 @@ typename F::Result *copy_result(const typename F::Result *result, Log log) {
 template <class F>
 KVLIB_DLIST *alloc_result_list() {
     using R = typename F::Result;
-    return KVLIBCDListAlloc([](const void *p) -> void * { return F::result_copy(static_cast<const R *>(p)); },
-                            [](void *p) { F::result_free(static_cast<R *>(p)); });
+    return KVLIBCDListAlloc(F::result_copy, [](void *p) { free_result<F>(static_cast<R *>(p)); });
 }
 
 template <class F, class Log>
 KVLIB_DLIST *copy_result_list(const KVLIB_DLIST *list, Log log) {
     using R = typename F::Result;
     if (list == nullptr) return nullptr;
-    KVLIB_DLIST *copy = F::list_alloc();
+    KVLIB_DLIST *copy = alloc_result_list<F>();
     if (copy == nullptr) {
         log("Failed to allocate %s", F::kListAlloc);
         return nullptr;
@@ -151,7 +151,7 @@ int append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol, Log 
         log("pResultList is undefined");
         return -1;
     }
-    ResultPtr<F> work(F::result_alloc());
+    ResultPtr<F> work(calloc_record<typename F::Result>());
     if (!work) {
         log("Failed to alloc pResult, Out of memory.[0x%04X]", KVLIBCErrGet());
         return -1;
@@ -199,7 +199,7 @@ KVLIB_DLIST *alloc_and_check(const KVLIB_SZLIST *ports, uint16_t protocol, Log l
         log("pPortList is undefined");
         return nullptr;
     }
-    DListPtr list(F::list_alloc());
+    DListPtr list(alloc_result_list<F>());
     if (!list) {
         log("Failed to alloc %s, Out of memory.[0x%04X]", F::kListAlloc, KVLIBCErrGet());
         return nullptr;
@@ -238,7 +238,7 @@ int verify_conflict_port(const KVLIB_DLIST *results, uint16_t port, uint16_t pro
 
 template <class F, class Log>
 int is_conflict_ports(const KVLIB_SZLIST *ports, uint16_t protocol, Log log) {
-    DListPtr results(F::list_alloc());
+    DListPtr results(alloc_result_list<F>());
     if (!results) {
         log("Failed to alloc *ppsdCheckResultCollection, Out of memory.[0x%04X]", KVLIBCErrGet());
         return 0;

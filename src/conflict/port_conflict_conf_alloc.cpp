@@ -13,6 +13,10 @@ constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, ar
 
 }  // namespace
 
+void *kova::conflict::conf_result_copy(const void *result) noexcept {
+    return copy_result<Family>(static_cast<const KOVA_CONF_PORT_CONFLICT_RESULT *>(result), module_log);
+}
+
 extern "C" {
 
 PKOVA_CONF_PORT_CONFLICT_RESULT KOVAConfPortConflictResultAlloc(void) {

@@ -49,7 +49,7 @@ void append_declared(KVLIB_DLIST *list, uint16_t port, uint16_t protocol, const 
 
 // A new, empty result list; a failure is logged.
 DListPtr new_result_list() {
-    DListPtr list(KOVAConfPortConflictResultListAlloc());
+    DListPtr list(kova::conflict::alloc_result_list<Family>());
     if (!list) KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
     return list;
 }
@@ -85,12 +85,12 @@ void append_copies(KVLIB_DLIST *target, const KVLIB_DLIST *source) {
 KVLIB_DLIST *service_conf_list_fetch() {
     DListPtr list = new_result_list();
     if (!list) return nullptr;
-    DListPtr system(SysConfListFetch());
+    DListPtr system(KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [] { return sys_conf_list_fetch(); }));
     if (!system) {
         KOVA_LOG("Failed to SysConfListFetch");
         return nullptr;
     }
-    DListPtr catalogue(PkgConfListFetch());
+    DListPtr catalogue(KOVA_GUARDED(static_cast<KVLIB_DLIST *>(nullptr), [] { return pkg_conf_list_fetch(); }));
     if (!catalogue) {
         KOVA_LOG("Failed to ServiceConfListFetch");
         return nullptr;

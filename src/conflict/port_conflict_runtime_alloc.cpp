@@ -13,6 +13,10 @@ constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, ar
 
 }  // namespace
 
+void *kova::conflict::runtime_result_copy(const void *result) noexcept {
+    return copy_result<Family>(static_cast<const KOVA_RUNTIME_PORT_CONFLICT_RESULT *>(result), module_log);
+}
+
 extern "C" {
 
 PKOVA_RUNTIME_PORT_CONFLICT_RESULT KOVARuntimePortConflictResultAlloc(void) {

@@ -69,10 +69,10 @@ bool fetch_sockets(const kova::Door &door, uint16_t protocol, std::vector<RawSoc
         uint16_t protocol;
     };
     const Table tables[] = {
-        {"/proc/net/tcp", HasTCP(protocol) != 0, KOVA_PROTO_TCP},
-        {"/proc/net/tcp6", HasTCP(protocol) != 0, KOVA_PROTO_TCP},
-        {"/proc/net/udp", HasUDP(protocol) != 0, KOVA_PROTO_UDP},
-        {"/proc/net/udp6", HasUDP(protocol) != 0, KOVA_PROTO_UDP},
+        {"/proc/net/tcp", (protocol & KOVA_PROTO_TCP) != 0, KOVA_PROTO_TCP},
+        {"/proc/net/tcp6", (protocol & KOVA_PROTO_TCP) != 0, KOVA_PROTO_TCP},
+        {"/proc/net/udp", (protocol & KOVA_PROTO_UDP) != 0, KOVA_PROTO_UDP},
+        {"/proc/net/udp6", (protocol & KOVA_PROTO_UDP) != 0, KOVA_PROTO_UDP},
     };
     SocketSet seen;
     for (const Table &table : tables) {
@@ -133,7 +133,7 @@ struct ResultKeyHash {
 };
 
 KVLIB_DLIST *runtime_service_list_fetch() {
-    kova::DListPtr results(KOVARuntimePortConflictResultListAlloc());
+    kova::DListPtr results(kova::conflict::alloc_result_list<Family>());
     if (!results) {
         KOVA_LOG("Failed to alloc pResultList, Out of memory.[0x%04X]", KVLIBCErrGet());
         return nullptr;
@@ -199,7 +199,7 @@ void RawSocketInfoFree(RawSocketInfo *pInfo) {
 
 RawSocketInfo *RawSocketInfoCopy(const RawSocketInfo *pInfo) {
     if (pInfo == nullptr) return nullptr;
-    RawSocketInfo *copy = RawSocketInfoAlloc();
+    RawSocketInfo *copy = kova::calloc_record<RawSocketInfo>();
     if (copy == nullptr) {
         KOVA_LOG("Failed to allocate RawSocketInfo");
         return nullptr;
@@ -242,7 +242,7 @@ int ParseToRawSocketInfo(const char *szPath, int protocol, KVLIB_DLIST *pRawSock
 }
 
 KVLIB_DLIST *RawSocketInfoListFetch(uint16_t protocol) {
-    if (!IsLegalProtocol(protocol)) {
+    if (!kova::ports::is_legal_protocol(protocol)) {
         KOVA_LOG("Illegal protocol: %u", static_cast<unsigned int>(protocol));
         return nullptr;
     }

@@ -117,6 +117,12 @@ constexpr bool is_legal_protocol(unsigned int protocol) noexcept {
     return low >= 1 && low <= 3;
 }
 
+// The firewall protocol value of parsed protocol flags (KOVAProtocolMapping): 1, 2 or 3 for the
+// same value, 0 for any other.
+constexpr int firewall_protocol(int protocol) noexcept {
+    return protocol >= 1 && protocol <= 3 ? protocol : 0;
+}
+
 // A port text as ToUPort reads it (scan_port): 0, with the line "Failed on parse port: %s" of
 // module port_conflict_helper, when no number leads.
 uint16_t port_or_zero(const char *text) noexcept;

@@ -52,7 +52,7 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
     // goes on with the error state the parser leaves.
     int flags = 0;
     if (const Result<int> parsed = ports::protocol_of(req.protocol); parsed) {
-        flags = KOVAProtocolMapping(*parsed);
+        flags = ports::firewall_protocol(*parsed);
     } else {
         set_error(parsed.failure());
     }
