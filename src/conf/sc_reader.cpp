@@ -150,6 +150,13 @@ const char *ScSection::value(std::string_view key) const {
     return nullptr;
 }
 
+std::vector<std::pair<std::string, std::string>> ScSection::entries() const {
+    std::vector<std::pair<std::string, std::string>> entries;
+    entries.reserve(end_ - first_);
+    for (uint32_t i = first_; i < end_; ++i) entries.emplace_back(keys_[i].name, keys_[i].value);
+    return entries;
+}
+
 std::vector<std::string> ScFile::names() const {
     std::vector<std::string> names;
     names.reserve(sections_.size());

@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "foundation/result.h"
@@ -46,6 +47,8 @@ public:
     int key_count() const { return key_count_; }
     // The value of `key`, or null when the section lacks it.
     const char *value(std::string_view key) const;
+    // Keys and values in the order the keys first appear.
+    std::vector<std::pair<std::string, std::string>> entries() const;
 
 private:
     friend class ScParser;

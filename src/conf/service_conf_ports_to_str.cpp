@@ -22,18 +22,12 @@ void append_entry(std::string &out, const KOVA_SERVICE_CONF_PORT &p) {
 }
 
 // The names of the protocol table whose flag is set in `protocol`, in table order.
-int protocol_text(uint32_t protocol, std::string &out) {
-    const int size = KVLIBServiceProtoMapSizeGet();
-    for (int i = 0; i < size; ++i) {
-        int flag = 0;
-        if (KVLIBServiceProtoIndexGet(i, &flag) < 0) return -1;
-        if ((protocol & static_cast<uint32_t>(flag)) == 0) continue;
-        char name[64];
-        if (KVLIBServiceProtoStrGet(i, name, sizeof name) < 0) return -1;
+void protocol_text(uint32_t protocol, std::string &out) {
+    for (const KOVA_PROTO_TYPE_MAPPING &entry : gProtoTypeMapping) {
+        if ((protocol & static_cast<uint32_t>(entry.type)) == 0) continue;
         if (!out.empty()) out += ',';
-        out += name;
+        out += entry.szName;
     }
-    return 0;
 }
 
 int ports_to_str(const KOVA_SERVICE_CONF_PORT *pPorts, char *szPorts, int cbPorts, char *szProtocol, int cbProtocol) {
@@ -52,7 +46,7 @@ int ports_to_str(const KOVA_SERVICE_CONF_PORT *pPorts, char *szPorts, int cbPort
         append_entry(ports, *p);
     }
     std::string protocols;
-    if (protocol_text(protocol, protocols) < 0) return -1;
+    protocol_text(protocol, protocols);
 
     if (ports.size() > static_cast<size_t>(cbPorts) - 1 || protocols.size() > static_cast<size_t>(cbProtocol) - 1) {
         KOVA_SET_ERR(KOVA_ERR_BUFFER_TOO_SMALL);

@@ -20,6 +20,9 @@ namespace {
 
 using kova::fw::Texts;
 
+// Whether the firewall takes port ranges: the getters then add their ranges.
+constexpr bool kSupportPortRange = true;
+
 // A display string of a table row: only its section and key are set.
 template <size_t S, size_t K>
 constexpr KOVA_SERVICE_STRING fw_string(const char (&section)[S], const char (&key)[K]) {
@@ -82,7 +85,7 @@ std::string span_text(uint32_t first, uint32_t last) {
 }
 
 bool fixed_range(Texts &texts, uint32_t first, uint32_t last) {
-    if (KOVAFwIsSupportPortRange() != 0) texts.push_back(span_text(first, last));
+    if (kSupportPortRange) texts.push_back(span_text(first, last));
     return true;
 }
 
@@ -94,7 +97,7 @@ bool ftp_ports(Texts &texts) {
         return false;
     }
     texts.emplace_back(port[0] != '\0' ? port : "21");
-    if (KOVAFwIsSupportPortRange() == 0) return true;
+    if (!kSupportPortRange) return true;
 
     char low[kValueSize];
     char high[kValueSize];
@@ -205,7 +208,7 @@ constinit const KOVA_FW_SERVICE_ENTRY rgServices[16] = {
 };
 
 int KOVAFwIsSupportPortRange(void) {
-    return 1;
+    return kSupportPortRange ? 1 : 0;
 }
 
 int KOVAFwPortsFTP(KVLIB_SZLIST **ppList) {

@@ -77,11 +77,6 @@ PortError parse_port(std::string_view text, uint32_t &value) noexcept;
 long lenient_number(std::string_view text) noexcept;
 int lenient_int(std::string_view text) noexcept;  // the same, saturated to int
 
-// The firewall's value of protocol flags (KOVAProtocolMapping): 1 TCP, 2 UDP, 3 both, else 0.
-constexpr int firewall_protocol(int flags) noexcept {
-    return flags >= 1 && flags <= 3 ? flags : 0;
-}
-
 // A port as scanf's "%hu" reads it from the front of `text`: white space skipped, one sign, then
 // decimal digits, the value that strtoul gives (a negative number wrapped, an overflow the
 // largest value) kept in 16 bits. Nothing when no digit follows; `rest` is then untouched,

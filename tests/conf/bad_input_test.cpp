@@ -72,7 +72,8 @@ TEST(ScReader, KeysInOrderLastValueFirstSectionOfAName) {
     EXPECT_EQ(file.names(), (std::vector<std::string>{"rule", "a", "empty"}));
     const kova::conf::ScSection *rule = file.find("rule");
     ASSERT_NE(rule, nullptr);
-    EXPECT_STREQ(rule->value("service_id"), "8");
+    EXPECT_EQ(rule->entries(),
+              (std::vector<std::pair<std::string, std::string>>{{"service_id", "8"}, {"protocol name", "tcp"}}));
     EXPECT_STREQ(rule->value("protocol name"), "tcp");
     EXPECT_EQ(rule->key_count(), 2);
     EXPECT_EQ(rule->value("later"), nullptr);
