@@ -65,18 +65,12 @@ const char kSample[] =
     "dst.ports=\"80,443/tcp\"\nno equals sign here\n"
     "[empty]\n[last]\ndst.ports = 22/tcp";  // no newline at the end
 
-TEST_F(PlatformSectionFile, ReadsSectionsKeysQuotesCrlfAndRepeats) {
+TEST_F(PlatformSectionFile, ReadsSectionsKeysAndRawBytes) {
     write("/etc/test/file.sc", kSample);
     EXPECT_EQ(sections(), (V{"global", "web-ui", "empty", "last"}));
     EXPECT_EQ(section("web-ui"), (V{"title=Web UI", "protocol name=TCP", "desc=", "dst.ports=80,443/tcp"}));
     EXPECT_EQ(section("empty"), V{});
     EXPECT_EQ(section("Web-UI"), V{});  // names are case-sensitive
-
-    write("/etc/test/file.sc",
-          "[a]\r\nk1 = \"\"quoted\"\"\r\nk2=\"half\r\nk1=again\r\n[ b ]\r\nx=1\r\n[a]\r\nlater=1\r\n");
-    EXPECT_EQ(sections(), (V{"a", "b"}));
-    EXPECT_EQ(section("a"), (V{"k1=again", "k2=\"half"}));  // the last line of a key counts
-    EXPECT_EQ(section("b"), (V{"x=1"}));
 
     const char raw[] = "[bin]\nk=v\0w\n\x01\xff\xfe=\x80\n";
     write("/etc/test/file.sc", std::string(raw, sizeof raw - 1) + "big=" + std::string(1 << 20, 'y') + "\n");
