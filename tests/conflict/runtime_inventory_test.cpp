@@ -1,5 +1,4 @@
-// The runtime inventory over a fabricated process table, and the readers of socket table lines
-// and descriptor links.
+// The runtime inventory over a fabricated process table, and the reader of descriptor links.
 #include <cstdio>
 
 #include "conflict/runtime_inventory.h"
