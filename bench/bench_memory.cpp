@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 #include "bench_common.h"
 

@@ -256,4 +256,182 @@ void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list) {
                 describe(expected).c_str());
 }
 
+// ---- the sectioned file syntax as a model ------------------------------------------------
+
+std::string ini_value(std::string_view written) {
+    std::string v = trim(written);
+    return v.size() >= 2 && v.front() == '"' && v.back() == '"' ? v.substr(1, v.size() - 2) : v;
+}
+
+std::vector<IniLine> ini_lines(std::string_view text) {
+    std::vector<IniLine> out;
+    while (!text.empty()) {
+        const size_t nl = text.find('\n');
+        IniLine line{std::string(text.substr(0, nl == std::string_view::npos ? text.size() : nl + 1)), Ini::kOther, "",
+                     ""};
+        text.remove_prefix(line.text.size());
+        const std::string t = trim(line.text);
+        const size_t eq = line.text.find('=');
+        if (t.empty()) {
+            line.kind = Ini::kBlank;
+        } else if (t[0] == '#' || t[0] == ';') {
+            line.kind = Ini::kComment;
+        } else if (t.size() >= 2 && t.front() == '[' && t.back() == ']') {
+            line.kind = Ini::kSection;
+            line.name = trim(t.substr(1, t.size() - 2));
+        } else if (eq != std::string::npos) {
+            line.kind = Ini::kKey;
+            line.name = trim(line.text.substr(0, eq));
+            line.value = ini_value(line.text.substr(eq + 1));
+        }
+        out.push_back(std::move(line));
+    }
+    return out;
+}
+
+std::vector<IniSection> ini_sections(const std::vector<IniLine> &lines) {
+    std::vector<IniSection> out(1);
+    out[0].top = true;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].kind == Ini::kSection) out.push_back({false, lines[i].name, {}, {}});
+        out.back().lines.push_back(i);
+        if (lines[i].kind == Ini::kKey && !lines[i].name.empty()) out.back().keys[lines[i].name] = lines[i].value;
+    }
+    return out;
+}
+
+void check_section_reader(const std::string &path, const std::vector<IniSection> &model) {
+    std::vector<const IniSection *> first;
+    for (const IniSection &s : model) {
+        bool seen = s.top;
+        for (const IniSection *f : first) seen = seen || f->name == s.name;
+        if (!seen) first.push_back(&s);
+    }
+    KVLIB_SZLIST *names = KVLIBCSzListAlloc(128);
+    const int count = KVLIBCFileEnumSection(path.c_str(), &names);
+    FUZZ_CHECKF(count == static_cast<int>(first.size()) && names->nItem == count, "%d sections listed, model %zu",
+                count, first.size());
+    for (int i = 0; i < count; ++i) {
+        const IniSection &s = *first[static_cast<size_t>(i)];
+        FUZZ_CHECKF(s.name == KVLIBCSzListGet(names, i), "section %d is [%s], model [%s]", i, KVLIBCSzListGet(names, i),
+                    s.name.c_str());
+        KVLIB_SZHASH *hash = KVLIBCSzHashAlloc(512);
+        const int keys = KVLIBCFileGetSection(path.c_str(), s.name.c_str(), &hash);
+        FUZZ_CHECKF(keys == static_cast<int>(s.keys.size()), "[%s]: %d keys, model %zu", s.name.c_str(), keys,
+                    s.keys.size());
+        for (const auto &[key, value] : s.keys) {
+            const char *got = KVLIBCSzHashGetValue(hash, key.c_str());
+            FUZZ_CHECKF(got != nullptr && value == got, "[%s] %s = \"%s\", model \"%s\"", s.name.c_str(), key.c_str(),
+                        got ? got : "(none)", value.c_str());
+        }
+        KVLIBCSzHashFree(hash);
+    }
+    KVLIBCSzListFree(names);
+}
+
+// ---- the port texts of the service-wide check as a model ---------------------------------
+
+namespace {
+
+// One item of a port text: a port, or two joined by `joiner` (the smaller first).
+std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
+    const size_t at = item.find(joiner);
+    const std::string a = item.substr(0, at), b = at == std::string::npos ? a : item.substr(at + 1);
+    if (at != std::string::npos && (a.empty() || b.empty())) return std::nullopt;
+    if (!model_port_check(a) || !model_port_check(b)) {
+        out.error = KOVA_ERR_BAD_PARAMETER;
+        return std::nullopt;
+    }
+    const uint32_t x = static_cast<uint32_t>(std::stoul(a)), y = static_cast<uint32_t>(std::stoul(b));
+    return Span{std::min(x, y), std::max(x, y)};
+}
+
+std::vector<std::string> items_of(const std::string &text) {
+    std::vector<std::string> out = split_all(trim(text), ',');
+    for (std::string &item : out) item = trim(item);
+    return out;
+}
+
+void add(Outcome &out, uint32_t b, uint32_t e) {
+    out.list.insert(out.list.begin(), Port{0, b == e ? 0u : 1u, KOVA_PROTO_BOTH, b, b == e ? 0u : e});
+}
+
+}  // namespace
+
+bool model_compare(const std::string &ports, const std::string &other, Outcome &out) {
+    for (const std::string &item : items_of(ports)) {
+        const std::optional<Span> mine = item_of(item, ':', out);
+        if (!mine) return false;
+        const bool single = item.find(':') == std::string::npos;
+        for (const std::string &o : items_of(other)) {
+            const std::optional<Span> theirs = item_of(o, '-', out);
+            if (!theirs) return false;
+            const uint32_t lo = std::max(mine->b, theirs->b), hi = std::min(mine->e, theirs->e);
+            if (lo > hi) continue;
+            add(out, lo, single || o.find('-') == std::string::npos ? lo : hi);
+            out.result = 1;
+        }
+    }
+    return true;
+}
+
+std::vector<std::string> words(const std::string &text, bool &empty_words) {
+    std::vector<std::string> out;
+    if (text.empty()) return out;
+    for (const std::string &w : split_all(text, ',')) {
+        for (const std::string &v : split_all(w, ' ')) {
+            if (!v.empty()) out.push_back(v);
+            empty_words = empty_words || v.empty();
+        }
+    }
+    return out;
+}
+
+bool has(const std::vector<std::string> &list, const std::string &word) {
+    return std::find(list.begin(), list.end(), word) != list.end();
+}
+
+namespace {
+
+std::vector<Span> normalize_spans(std::vector<Span> spans) {
+    std::sort(spans.begin(), spans.end(), [](const Span &x, const Span &y) { return x.b < y.b; });
+    std::vector<Span> out;
+    for (const Span &s : spans) {
+        if (!out.empty() && s.b <= out.back().e + 1)
+            out.back().e = std::max(out.back().e, s.e);
+        else
+            out.push_back(s);
+    }
+    return out;
+}
+
+}  // namespace
+
+bool model_reserved(const std::string &ports, const std::vector<Span> &reserved, Outcome &out) {
+    std::vector<Span> spans;
+    for (const Port &p : out.list) spans.push_back({p.begin, p.type == 1 ? p.end : p.begin});
+    for (const std::string &item : items_of(ports)) {
+        Outcome ignored;
+        const std::optional<Span> mine = item_of(item, ':', ignored);
+        const size_t colon = item.find(':');
+        if (!mine || (colon != std::string::npos && std::stoul(item.substr(0, colon)) > mine->b)) return false;
+        for (const Span &r : reserved)
+            if (std::max(r.b, mine->b) <= std::min(r.e, mine->e))
+                spans.push_back({std::max(r.b, mine->b), std::min(r.e, mine->e)});
+    }
+    out.list.clear();
+    for (const Span &s : normalize_spans(spans)) out.list.push_back({0, s.b == s.e ? 0u : 1u, 0, s.b, s.e});
+    if (!out.list.empty()) out.result = 1;
+    return true;
+}
+
+void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what) {
+    const std::vector<Port> got = to_vector(list);
+    FUZZ_CHECKF(rc == want.result && got == want.list, "%s gave %d %s, model %d %s", what, rc, describe(got).c_str(),
+                want.result, describe(want.list).c_str());
+    if (rc < 0 && want.error != kAnyError)
+        FUZZ_CHECKF(KVLIBCErrGet() == want.error, "%s failed with 0x%04X, model 0x%04X", what, KVLIBCErrGet(),
+                    want.error);
+}
+
 }  // namespace kova::fuzz

@@ -15,22 +15,49 @@
 #include <string>
 #include <string_view>
 
+#include "conf/conf_internal.h"
 #include "foundation/door.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
+#include "foundation/result.h"
 #include "kova_root.h"
-
-// Removes a file or a directory tree ("/bin/rm -rf"); 0 also when there is nothing to remove.
-int RemovePath(const char *szPath);
-// Replaces the target by a copy of the source ("/bin/cp -rf"), or by the source itself when
-// `move` is nonzero ("/bin/mv -f").
-int CopyPath(const char *szSource, const char *szTarget, int move);
-// Sets the whole content of the file at `szPath` as the value of a plug-in argument.
-int PluginArgSetFromFile(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath);
-// Removes the request's section from its file; deletes a file left without service sections.
-int SectionRemoveFromFile(const KVLIB_SERVICE_CONF_REQUEST *pRequest);
+#include "range/conflict_check.h"
 
 namespace kova::change {
+
+// The operations of the changing modules that other modules use. Each does the work of the
+// exported operation of the same job once its arguments are tested, with its results, error
+// state and log lines, running out of memory included.
+
+// service_conf_common: removing, copying and moving paths ("/bin/rm -rf", "/bin/cp -rf",
+// "/bin/mv -f"), and the backup set of a request.
+int remove_path(const char *szPath);
+int copy_path(const char *szSource, const char *szTarget, int move);
+int backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
+int restore(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
+int delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
+
+// utils: the installed path of a base name; the firewall tool; the install step.
+Result<std::string> install_path(const char *szBaseName, int location) noexcept;
+int firewall_reload() noexcept;
+int firewall_remove_record(const char *szServiceName) noexcept;
+int install(const char *szBaseName, const char *szSourcePath, unsigned int location,
+            KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept;
+
+// service_conf_serv_restart: the restart of the components and the plug-in events.
+int restart(unsigned int restartMask) noexcept;
+int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept;
+int remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept;
+// Sets the whole content of the file at `szPath` as the value of a plug-in argument.
+int plugin_arg_from_file(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath);
+
+// service_conf_update: the update without its notification.
+int update_without_notify(const char *szBaseName, const char *szSourcePath, unsigned int location,
+                          KOVA_SERVICE_CONF_PORT **ppConflictList, KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept;
+
+// service_conf_section_remove: removes the request's section from its file, read once; deletes
+// a file left without service sections.
+int section_remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request);
 
 // The text of a fixed-size text field, never reading past its end.
 template <size_t N>
@@ -79,13 +106,13 @@ struct PortValue {
     std::string value;
 };
 
-// Renders a port list with KVLIBServiceConfPortsToStr into texts of at most 1023 characters
+// Renders a port list as KVLIBServiceConfPortsToStr does into texts of at most 1023 characters
 // each and joins them; false when it cannot be rendered or the value would not fit either.
 inline bool render_port_value(const KOVA_SERVICE_CONF_PORT *ports, PortValue &out) {
     constexpr int kSize = 1024;
     char port_text[kSize] = {};
     char proto_text[kSize] = {};
-    if (KVLIBServiceConfPortsToStr(ports, port_text, kSize, proto_text, kSize) < 0) return false;
+    if (conf::ports_to_text(ports, port_text, kSize, proto_text, kSize) < 0) return false;
     out.ports = port_text;
     out.protocols = proto_text;
     out.value = out.ports + "/" + out.protocols;
@@ -159,8 +186,8 @@ private:
 template <class Log>
 bool ports_free(const KVLIB_SERVICE_CONF_REQUEST &request, const PortValue &ports, Log log) {
     KOVA_SERVICE_CONF_PORT *conflict_head = nullptr;
-    const int conflict = KVLIBIsPortConflict(request.sectionName, ports.ports.c_str(), ports.protocols.c_str(),
-                                             static_cast<int>(request.scope), &conflict_head);
+    const int conflict = check::is_port_conflict(request.sectionName, ports.ports.c_str(), ports.protocols.c_str(),
+                                                 static_cast<int>(request.scope), &conflict_head);
     const PortsPtr conflicts(conflict_head);
     if (conflict < 0) return false;
     if (conflict > 0) {
@@ -210,8 +237,7 @@ private:
 // does not fail the edit.
 template <class Log>
 void restart_if_asked(const KVLIB_SERVICE_CONF_REQUEST &request, Log log) {
-    if (request.mode == 2 && KVLIBServiceConfServRestart(request.restartMask) < 0)
-        log("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
+    if (request.mode == 2 && restart(request.restartMask) < 0) log("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
 }
 
 }  // namespace kova::change

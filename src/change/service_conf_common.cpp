@@ -18,19 +18,25 @@
 #include "foundation/raii.h"
 #include "kova_root.h"
 
+namespace {
+
+constexpr int kProtoCount = 2;
+
+}  // namespace
+
 extern "C" {
 
-const KOVA_PROTO_TYPE_MAPPING gProtoTypeMapping[2] = {
+const KOVA_PROTO_TYPE_MAPPING gProtoTypeMapping[kProtoCount] = {
     {KOVA_PROTO_TCP, "tcp"},
     {KOVA_PROTO_UDP, "udp"},
 };
 
 int KVLIBServiceProtoMapSizeGet(void) {
-    return static_cast<int>(sizeof gProtoTypeMapping / sizeof gProtoTypeMapping[0]);
+    return kProtoCount;
 }
 
 int KVLIBServiceProtoIndexGet(int index, int *pType) {
-    if (pType == nullptr || index < 0 || index >= KVLIBServiceProtoMapSizeGet()) {
+    if (pType == nullptr || index < 0 || index >= kProtoCount) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
@@ -39,7 +45,7 @@ int KVLIBServiceProtoIndexGet(int index, int *pType) {
 }
 
 int KVLIBServiceProtoStrGet(int index, char *szBuf, int cbBuf) {
-    if (index < 0 || index >= KVLIBServiceProtoMapSizeGet() || szBuf == nullptr || cbBuf < 1) {
+    if (index < 0 || index >= kProtoCount || szBuf == nullptr || cbBuf < 1) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
@@ -57,7 +63,9 @@ int KVLIBServiceProtoStrGet(int index, char *szBuf, int cbBuf) {
 
 // ---- removing, copying and moving paths ------------------------------------------------------
 
-int RemovePath(const char *szPath) {
+namespace kova::change {
+
+int remove_path(const char *szPath) {
     if (szPath == nullptr || *szPath == '\0') {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
@@ -77,7 +85,7 @@ int RemovePath(const char *szPath) {
     return 0;
 }
 
-int CopyPath(const char *szSource, const char *szTarget, int move) {
+int copy_path(const char *szSource, const char *szTarget, int move) {
     if (szSource == nullptr || *szSource == '\0' || szTarget == nullptr || *szTarget == '\0') {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
@@ -110,7 +118,7 @@ int CopyPath(const char *szSource, const char *szTarget, int move) {
     }
     // Removing the target first makes a directory copy land at the target's name, not inside
     // an older directory of that name.
-    if (RemovePath(target.get()) != 0) {
+    if (remove_path(target.get()) != 0) {
         KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, target.get(), KOVA_ERRARGS);
         return -1;
     }
@@ -167,22 +175,28 @@ bool path_exists(const std::string &path) {
     return kova::sys().access(path.c_str(), F_OK) == 0;
 }
 
-}  // namespace
-
-extern "C" {
-
-int KVLIBServiceConfBackup(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+// Runs one of the three operations on a request that selects something; out of memory sets
+// 0x0200 naming this module, as the exported operation would.
+template <class Body>
+int on_backup_set(const KVLIB_SERVICE_CONF_REQUEST &request, Body body) noexcept {
     return KOVA_GUARDED(-1, [&] {
-        if (!request_ok(pRequest)) {
+        if (!request_ok(&request)) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             return -1;
         }
-        const std::vector<BackupItem> items = backup_items(*pRequest);
+        return body(backup_items(request));
+    });
+}
+
+}  // namespace
+
+int backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
+    return on_backup_set(request, [](const std::vector<BackupItem> &items) {
         for (size_t i = 0; i < items.size(); ++i) {
             if (!path_exists(items[i].live)) continue;
-            if (CopyPath(items[i].live.c_str(), items[i].copy.c_str(), 0) != 0) {
+            if (copy_path(items[i].live.c_str(), items[i].copy.c_str(), 0) != 0) {
                 // Leave no partial backup behind; the error state stays that of the failure.
-                for (size_t j = 0; j <= i; ++j) RemovePath(items[j].copy.c_str());
+                for (size_t j = 0; j <= i; ++j) remove_path(items[j].copy.c_str());
                 return -1;
             }
         }
@@ -190,31 +204,51 @@ int KVLIBServiceConfBackup(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
     });
 }
 
-int KVLIBServiceConfRestore(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_GUARDED(-1, [&] {
-        if (!request_ok(pRequest)) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
-        }
-        for (const BackupItem &item : backup_items(*pRequest)) {
+int restore(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
+    return on_backup_set(request, [](const std::vector<BackupItem> &items) {
+        for (const BackupItem &item : items) {
             if (!path_exists(item.copy)) continue;
-            if (CopyPath(item.copy.c_str(), item.live.c_str(), 1) != 0) return -1;
+            if (copy_path(item.copy.c_str(), item.live.c_str(), 1) != 0) return -1;
         }
         return 0;
     });
 }
 
-int KVLIBServiceBackupConfDelete(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_GUARDED(-1, [&] {
-        if (!request_ok(pRequest)) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
-        }
+int delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
+    return on_backup_set(request, [](const std::vector<BackupItem> &items) {
         int result = 0;
-        for (const BackupItem &item : backup_items(*pRequest))
-            if (RemovePath(item.copy.c_str()) != 0) result = -1;
+        for (const BackupItem &item : items)
+            if (remove_path(item.copy.c_str()) != 0) result = -1;
         return result;
     });
+}
+
+}  // namespace kova::change
+
+extern "C" {
+
+int KVLIBServiceConfBackup(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    if (pRequest == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::backup(*pRequest);
+}
+
+int KVLIBServiceConfRestore(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    if (pRequest == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::restore(*pRequest);
+}
+
+int KVLIBServiceBackupConfDelete(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    if (pRequest == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::delete_backup(*pRequest);
 }
 
 }  // extern "C"

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "change/change_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -37,7 +38,7 @@ int KOVAServiceConfInstall(const char *szSourcePath, unsigned int location) {
         }
         const std::string base = base_name_of(copy.get());
         KOVA_SERVICE_CONF_PORT *conflicts = nullptr;
-        const int result = ServiceConfInstall(base.c_str(), szSourcePath, location, &conflicts);
+        const int result = kova::change::install(base.c_str(), szSourcePath, location, &conflicts);
         KOVAServiceConfPortsFree(conflicts);
         return result;
     });
@@ -45,7 +46,7 @@ int KOVAServiceConfInstall(const char *szSourcePath, unsigned int location) {
 
 int KOVAServiceConfInstallBaseName(const char *szBaseName, const char *szSourcePath, unsigned int location,
                                    KOVA_SERVICE_CONF_PORT **ppConflictList) {
-    return ServiceConfInstall(szBaseName, szSourcePath, location, ppConflictList);
+    return kova::change::install(szBaseName, szSourcePath, location, ppConflictList);
 }
 
 }  // extern "C"

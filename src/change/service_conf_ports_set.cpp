@@ -4,6 +4,7 @@
 #include <string>
 
 #include "change/change_internal.h"
+#include "conf/sc_reader.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 
@@ -25,17 +26,16 @@ int ports_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_CON
     if (!kova::change::ports_free(request, ports, module_log)) return -1;
 
     if ((request.scope & 0x04) != 0) {
-        kova::change::SzHashHandle hash(KVLIBCSzHashAlloc(1024));
-        if (!hash) {
-            KOVA_LOG("Failed to alloc memory");
-            return -1;
-        }
         const std::string path = kova::change::request_services_dir(request.location) + "/" + request.fileName;
         if (KVLIBCFileExist(path.c_str()) == 0) {
             KOVA_LOG("Configure file (%s) does not exist!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
             return -1;
         }
-        if (KVLIBCFileGetSection(path.c_str(), request.sectionName, hash.addr()) <= 0) {
+        // Only sections with keys can be edited in place.
+        const kova::Result<kova::conf::ScFile> file = kova::conf::read_sc_file(path.c_str());
+        if (!file) kova::set_error(file.failure());
+        const kova::conf::ScSection *section = file ? file->find(request.sectionName) : nullptr;
+        if (section == nullptr || section->key_count() <= 0) {
             KOVA_LOG("Section not found or failed to get section(%s) from %s", request.sectionName, path.c_str());
             return -1;
         }

@@ -60,7 +60,7 @@ int remove_conf(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
         notice.notifyFirewall = 1;
         notice.notifyPortForward = 1;
     }
-    if (KVLIBServiceConfRemoveServNotify(&notice) < 0) {
+    if (kova::change::remove_notify(notice) < 0) {
         KOVA_LOG("FAILED to notify");
         return -1;
     }
@@ -75,7 +75,8 @@ int remove_base_name(const char *szFileName, unsigned int location) {
     request.scope = 7;
     kova::copy_field(request.fileName, szFileName);
     request.location = location;
-    if (KVLIBServiceConfRemove(&request) != 0) {
+    // Out of memory inside the removal is its failure, reported like any other.
+    if (KOVA_GUARDED(-1, [&] { return remove_conf(&request); }) != 0) {
         KOVA_LOG("remove configure file fail! file=%s, error=" KOVA_ERRFMT, request.fileName, KOVA_ERRARGS);
         return -1;
     }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "change/change_internal.h"
+#include "conf/file_verify.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
@@ -47,13 +48,9 @@ bool port_text(const KOVA_SERVICE_CONF_PORT *pPorts, CatText &text) {
         first = false;
     }
     bool first_protocol = true;
-    for (int i = 0; i < KVLIBServiceProtoMapSizeGet(); ++i) {
-        int flag = 0;
-        if (KVLIBServiceProtoIndexGet(i, &flag) != 0) return false;
-        if ((pPorts->protocol & static_cast<uint32_t>(flag)) == 0) continue;
-        char name[32];
-        if (KVLIBServiceProtoStrGet(i, name, sizeof name) != 0) return false;
-        if (!text.append(first_protocol ? "/" : ",") || !text.append(name)) return false;
+    for (const KOVA_PROTO_TYPE_MAPPING &mapping : gProtoTypeMapping) {
+        if ((pPorts->protocol & static_cast<uint32_t>(mapping.type)) == 0) continue;
+        if (!text.append(first_protocol ? "/" : ",") || !text.append(mapping.szName)) return false;
         first_protocol = false;
     }
     return true;
@@ -71,9 +68,12 @@ int section_port_set(unsigned int location, const char *szFileName, const char *
                                                                                 : kova::paths::kPackageServicesDir);
     const std::string path = dir + "/" + szFileName;
     // The file lies in the directory, so an existing file is reported as installed already.
-    if (KOVAServiceConfFileVerify(path.c_str(), dir.c_str()) != 0 && KVLIBCErrGet() != KOVA_ERR_ALREADY_INSTALLED) {
-        KOVA_LOG("Service conf does not exist, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+    if (const kova::Result<void> verified = kova::conf::file_verify(path.c_str(), dir.c_str()); !verified) {
+        kova::set_error(verified.failure());
+        if (verified.failure().code != KOVA_ERR_ALREADY_INSTALLED) {
+            KOVA_LOG("Service conf does not exist, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
+            return -1;
+        }
     }
 
     CatText text;
@@ -82,7 +82,7 @@ int section_port_set(unsigned int location, const char *szFileName, const char *
 
     const char *key = pPorts->direction != 0 ? "dst.ports" : "src.ports";
     if (KVLIBCFileSetSectionValue(path.c_str(), szSectionName, key, text.c_str()) < 0) return -1;
-    return KOVAFwRuleHupWrap() < 0 ? -1 : 0;
+    return kova::change::firewall_reload() < 0 ? -1 : 0;
 }
 
 }  // namespace

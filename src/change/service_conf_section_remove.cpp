@@ -1,10 +1,13 @@
 // Removing one service section from its .sc file under backup, with roll-back on failure.
 #include <kovaserviceconf.h>
 
-#include <cstring>
+#include <algorithm>
+#include <new>
 #include <string>
+#include <vector>
 
 #include "change/change_internal.h"
+#include "conf/sc_reader.h"
 #include "foundation/door.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
@@ -24,31 +27,71 @@ bool names_ok(const KVLIB_SERVICE_CONF_REQUEST &request) {
 }
 
 int roll_back(const KVLIB_SERVICE_CONF_REQUEST &request) {
-    if (KVLIBServiceConfRestore(&request) != 0) KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
+    if (kova::change::restore(request) != 0) KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
     return -1;
 }
 
 constexpr int kThrew = -2;
 
+// The section names a file keeps once every section of `removed` is gone (one name, as the
+// file lists each name once), or all of them when nothing is removed.
+std::vector<std::string> names_left(const kova::conf::ScFile &file, const char *removed) {
+    std::vector<std::string> names = file.names();
+    if (removed != nullptr) {
+        const auto it = std::find(names.begin(), names.end(), removed);
+        if (it != names.end()) names.erase(it);
+    }
+    return names;
+}
+
+int remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
+    const std::string path = kova::change::request_services_dir(request.location) + "/" + request.fileName;
+    if (KVLIBCFileExist(path.c_str()) == 0) {
+        KOVA_LOG("Configure file (%s) does not exist!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
+        return 0;
+    }
+    // The file is read once: the section to remove, and the sections that stay.
+    const kova::Result<kova::conf::ScFile> file = kova::conf::read_sc_file(path.c_str());
+    if (!file) {
+        kova::set_error(file.failure());
+        KOVA_LOG("Failed to get section(%s) from file(%s)", request.sectionName, path.c_str());
+        return -1;
+    }
+    const kova::conf::ScSection *section = file->find(request.sectionName);
+    const bool found = section != nullptr && section->key_count() > 0;
+    if (!found) {
+        KOVA_LOG("Section (%s) not found!" KOVA_ERRFMT, request.sectionName, KOVA_ERRARGS);
+    } else if (KVLIBCFileRemoveSection(path.c_str(), request.sectionName) < 0) {
+        KOVA_LOG("Remove section (%s) fail!" KOVA_ERRFMT, request.sectionName, KOVA_ERRARGS);
+        return -1;
+    }
+
+    // A file left without a service section has no reason to stay.
+    const std::vector<std::string> left = names_left(*file, found ? request.sectionName : nullptr);
+    const bool only_global = left.size() == 1 && left.front() == "global";
+    if ((left.empty() || only_global) && kova::sys().unlink(path.c_str()) != 0)
+        KOVA_LOG("remove file %s fail!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
+    return 0;
+}
+
 // The steps of a removal once the trees are backed up; -1 after rolling back.
 int remove_backed_up(const KVLIB_SERVICE_CONF_REQUEST &request) {
-    if ((request.scope & 0x01) != 0 && KVLIBFwServRemoveRecWrap(request.sectionName) != 0) {
+    if ((request.scope & 0x01) != 0 && kova::change::firewall_remove_record(request.sectionName) != 0) {
         KOVA_LOG("Remove service record in firewall rule fail!" KOVA_ERRFMT, KOVA_ERRARGS);
         return roll_back(request);
     }
-    if ((request.scope & 0x04) != 0 && SectionRemoveFromFile(&request) != 0) {
+    if ((request.scope & 0x04) != 0 && kova::change::section_remove_from_file(request) != 0) {
         KOVA_LOG("Remove service configure section fail!" KOVA_ERRFMT, KOVA_ERRARGS);
         return roll_back(request);
     }
-    if (request.mode == 2 && KVLIBServiceConfServRestart(request.restartMask) != 0) {
+    if (request.mode == 2 && kova::change::restart(request.restartMask) != 0) {
         KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
-        if (KVLIBServiceConfRestore(&request) != 0) KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
+        if (kova::change::restore(request) != 0) KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
         // Let the components pick up the restored configuration.
-        if (KVLIBServiceConfServRestart(request.restartMask) != 0)
-            KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
+        if (kova::change::restart(request.restartMask) != 0) KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
         return -1;
     }
-    if (KVLIBServiceBackupConfDelete(&request) != 0) KOVA_LOG("Delete tmp configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
+    if (kova::change::delete_backup(request) != 0) KOVA_LOG("Delete tmp configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
     return 0;
 }
 
@@ -66,7 +109,7 @@ int section_remove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
         return -1;
     }
 
-    if (KVLIBServiceConfBackup(&request) != 0) {
+    if (kova::change::backup(request) != 0) {
         KOVA_LOG("Backup configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
         return -1;
     }
@@ -77,57 +120,18 @@ int section_remove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
 
 }  // namespace
 
-int SectionRemoveFromFile(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    if (pRequest == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    const KVLIB_SERVICE_CONF_REQUEST &request = *pRequest;
+int kova::change::section_remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
     if (request.action != 3 || (request.scope & 0x04) == 0 || !location_ok(request.location) || !names_ok(request)) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-
-    kova::change::SzHashHandle hash(KVLIBCSzHashAlloc(1024));
-    if (!hash) {
+    try {
+        return remove_from_file(request);
+    } catch (const std::bad_alloc &) {
+        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
         KOVA_LOG("Failed to alloc memory");
         return -1;
     }
-    const kova::SzListPtr sections(KVLIBCSzListAlloc(1024));
-    if (!sections) {
-        KOVA_LOG("Failed to KVLIBCSzListAlloc" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
-    }
-
-    const std::string path = kova::change::request_services_dir(request.location) + "/" + request.fileName;
-    if (KVLIBCFileExist(path.c_str()) == 0) {
-        KOVA_LOG("Configure file (%s) does not exist!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
-        return 0;
-    }
-
-    const int keys = KVLIBCFileGetSection(path.c_str(), request.sectionName, hash.addr());
-    if (keys < 0) {
-        KOVA_LOG("Failed to get section(%s) from file(%s)", request.sectionName, path.c_str());
-        return -1;
-    }
-    if (keys == 0) {
-        KOVA_LOG("Section (%s) not found!" KOVA_ERRFMT, request.sectionName, KOVA_ERRARGS);
-    } else if (KVLIBCFileRemoveSection(path.c_str(), request.sectionName) < 0) {
-        KOVA_LOG("Remove section (%s) fail!" KOVA_ERRFMT, request.sectionName, KOVA_ERRARGS);
-        return -1;
-    }
-
-    KVLIB_SZLIST *list = sections.get();
-    if (KVLIBCFileEnumSection(path.c_str(), &list) < 0) {
-        KOVA_LOG("Failed to KVLIBCFileEnumSection" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
-    }
-    // A file left without a service section has no reason to stay.
-    const char *first = list->nItem == 1 ? KVLIBCSzListGet(list, 0) : nullptr;
-    const bool only_global = first != nullptr && std::strcmp(first, "global") == 0;
-    if ((list->nItem == 0 || only_global) && kova::sys().unlink(path.c_str()) != 0)
-        KOVA_LOG("remove file %s fail!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
-    return 0;
 }
 
 extern "C" int KVLIBServiceConfSectionRemove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "change/change_internal.h"
+#include "conf/sc_reader.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 
@@ -44,6 +45,21 @@ private:
     std::string path_;
     bool kept_ = false;
 };
+
+// Reads the keys that the section named `name` has now into the hash, in the order they first
+// appear, each with its last value: the number of distinct keys (0: no such section), or -1.
+int read_old_keys(const std::string &path, const char *name, kova::change::SzHashHandle &hash) {
+    const kova::Result<kova::conf::ScFile> file = kova::conf::read_sc_file(path.c_str());
+    if (!file) {
+        kova::set_error(file.failure());
+        return -1;
+    }
+    const kova::conf::ScSection *section = file->find(name);
+    if (section == nullptr) return 0;
+    for (const auto &[key, value] : section->entries())
+        if (KVLIBCSzHashSetValue(hash.addr(), key.c_str(), value.c_str()) < 0) return -1;
+    return section->key_count();
+}
 
 // Fills the hash with the keys of the section record, in their fixed order.
 bool fill_section_keys(kova::change::SzHashHandle &hash, const KOVA_SERVICE_CONF_SECTION &section,
@@ -118,7 +134,7 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
             created.created(path);
         }
 
-        const int found = KVLIBCFileGetSection(path.c_str(), request.sectionName, hash.addr());
+        const int found = read_old_keys(path, request.sectionName, hash);
         if (found < 0) {
             KOVA_LOG("failed to get section(%s) from %s", request.sectionName, path.c_str());
             return -1;

@@ -37,7 +37,9 @@ PluginPtr plugin_open(const char *event) {
 
 }  // namespace
 
-int PluginArgSetFromFile(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath) {
+namespace kova::change {
+
+int plugin_arg_from_file(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath) {
     if (szPath == nullptr || szName == nullptr || KVLIBCFileExist(szPath) == 0) return -1;
     kova::System &sys = kova::sys();
     const kova::FileHandle fd(sys, sys.open(szPath, O_RDONLY | O_CLOEXEC, 0));
@@ -80,27 +82,23 @@ int PluginArgSetFromFile(KVLIB_PLUGIN *pPlugin, const char *szName, const char *
 
 namespace {
 
-int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
-    if (pNotice == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+int update_notify_unguarded(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) {
     const PluginPtr plugin = plugin_open("port_config/update");
     if (!plugin) return 0;
 
     bool pf_missing = false;
-    if (pNotice->notifyPortForward != 0) {
+    if (notice.notifyPortForward != 0) {
         bool contents_set = false;
-        if (pNotice->oldConfPath == nullptr) {
+        if (notice.oldConfPath == nullptr) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             KOVA_LOG("FAILED to notify portforward, old sc file is NULL");
-        } else if (pNotice->newConfPath == nullptr) {
+        } else if (notice.newConfPath == nullptr) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             KOVA_LOG("FAILED to notify portforward, new sc file is NULL");
-        } else if (PluginArgSetFromFile(plugin.get(), "OLD_PORT_CONFIG_CONTENT", pNotice->oldConfPath) != 0) {
-            KOVA_LOG("FAILED to set content for OLD_PORT_CONFIG_CONTENTwith file=%s", pNotice->oldConfPath);
-        } else if (PluginArgSetFromFile(plugin.get(), "NEW_PORT_CONFIG_CONTENT", pNotice->newConfPath) != 0) {
-            KOVA_LOG("FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=%s", pNotice->newConfPath);
+        } else if (plugin_arg_from_file(plugin.get(), "OLD_PORT_CONFIG_CONTENT", notice.oldConfPath) != 0) {
+            KOVA_LOG("FAILED to set content for OLD_PORT_CONFIG_CONTENTwith file=%s", notice.oldConfPath);
+        } else if (plugin_arg_from_file(plugin.get(), "NEW_PORT_CONFIG_CONTENT", notice.newConfPath) != 0) {
+            KOVA_LOG("FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=%s", notice.newConfPath);
         } else {
             contents_set = true;
         }
@@ -115,7 +113,7 @@ int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
             pf_missing = true;
         }
     }
-    if (pNotice->notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
+    if (notice.notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
         KOVA_LOG("FAILED to set NOTIFY_FW");
         KOVA_LOG("FAILED to set update fw arg");
         if (pf_missing) return 0;
@@ -131,45 +129,35 @@ int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
 
 }  // namespace
 
-extern "C" {
-
-int KVLIBServiceConfServRestart(unsigned int restartMask) {
+int restart(unsigned int restartMask) noexcept {
     return KOVA_GUARDED(-1, [&] {
         if (restartMask == 0 || restartMask > 31) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             return -1;
         }
-        if ((restartMask & 0x01) != 0 && KOVAFwRuleHupWrap() != 0) return -1;
+        if ((restartMask & 0x01) != 0 && firewall_reload() != 0) return -1;
         if ((restartMask & 0x03) != 0 && KVLIBServiceIsRunning(kRelayDaemon) == 1) KVLIBServiceReload(kRelayDaemon);
         return 0;
     });
 }
 
-int KVLIBServiceConfUpdateServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
-    return KOVA_GUARDED(-1, [&] { return update_notify(pNotice); });
+int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept {
+    return KOVA_GUARDED(-1, [&] { return update_notify_unguarded(notice); });
 }
 
-int KVLIBServiceConfServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
-    return KOVA_GUARDED(-1, [&] { return update_notify(pNotice); });
-}
-
-int KVLIBServiceConfRemoveServNotify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE *pNotice) {
+int remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept {
     return KOVA_GUARDED(-1, [&] {
-        if (pNotice == nullptr) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
-        }
         const PluginPtr plugin = plugin_open("port_config/remove");
         if (!plugin) return 0;
 
         bool content_missing = false;
-        if (PluginArgSetFromFile(plugin.get(), "PORT_CONFIG_CONTENT", pNotice->confPath) != 0) {
+        if (plugin_arg_from_file(plugin.get(), "PORT_CONFIG_CONTENT", notice.confPath) != 0) {
             KOVA_LOG("FAILED to set arg for PORT_CONFIG_CONTENT for removed service config notify");
             KVLIBPluginSetArg(plugin.get(), "PORT_CONFIG_CONTENT", "");
             content_missing = true;
         }
         bool pf_failed = false;
-        if (pNotice->notifyPortForward != 0) {
+        if (notice.notifyPortForward != 0) {
             if (KVLIBPluginSetArg(plugin.get(), "NOTIFY_PF", "1") < 0) {
                 KOVA_LOG("FAILED to set NOTIFY_PF");
                 KOVA_LOG("FAILED to set update pf arg");
@@ -178,7 +166,7 @@ int KVLIBServiceConfRemoveServNotify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE *pNo
                 content_missing = false;
             }
         }
-        if (pNotice->notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
+        if (notice.notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
             KOVA_LOG("FAILED to set NOTIFY_FW");
             KOVA_LOG("FAILED to set update fw arg");
             if (content_missing && pf_failed) return 0;
@@ -191,6 +179,38 @@ int KVLIBServiceConfRemoveServNotify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE *pNo
             KOVA_LOG("FAILED to notify kovarelayd for remove conf");
         return 0;
     });
+}
+
+}  // namespace kova::change
+
+extern "C" {
+
+int KVLIBServiceConfServRestart(unsigned int restartMask) {
+    return kova::change::restart(restartMask);
+}
+
+int KVLIBServiceConfUpdateServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
+    if (pNotice == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::update_notify(*pNotice);
+}
+
+int KVLIBServiceConfServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
+    if (pNotice == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::update_notify(*pNotice);
+}
+
+int KVLIBServiceConfRemoveServNotify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE *pNotice) {
+    if (pNotice == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::remove_notify(*pNotice);
 }
 
 }  // extern "C"

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int kPathSize = 4096;
+constexpr size_t kPathSize = 4096;  // installed paths are formed as in a 4096-byte buffer
 
 // The notice hands out paths that must outlive the call; each thread keeps the ones of its
 // latest update until its next one.
@@ -27,36 +27,37 @@ NoticePaths &notice_paths() {
 
 }  // namespace
 
-extern "C" {
+namespace kova::change {
 
-int KOVAServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const char *szSourcePath, unsigned int location,
-                                               KOVA_SERVICE_CONF_PORT **ppConflictList,
-                                               KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
+int update_without_notify(const char *szBaseName, const char *szSourcePath, unsigned int location,
+                          KOVA_SERVICE_CONF_PORT **ppConflictList, KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept {
     return KOVA_GUARDED(-1, [&] {
-        if (szBaseName == nullptr || kova::change::is_hostile_name(szSourcePath) || pNotice == nullptr ||
-            !kova::change::is_plain_file_name(szBaseName)) {
+        if (szBaseName == nullptr || is_hostile_name(szSourcePath) || !is_plain_file_name(szBaseName)) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             return -1;
         }
-        char installed[kPathSize];
-        if (GetInstallPath(szBaseName, static_cast<int>(location), installed, sizeof installed) != 0) {
+        Result<std::string> found = install_path(szBaseName, static_cast<int>(location));
+        if (!found) {
+            set_error(found.failure());
             KOVA_LOG("FAILED to get installed path of file=%s type=%d", szBaseName, static_cast<int>(location));
             return -1;
         }
-        if (KVLIBCFileExist(installed) == 0) {
-            KOVA_LOG("FAILED due to installed conf file=%s not exist", installed);
+        std::string &installed = *found;
+        if (installed.size() > kPathSize - 1) installed.resize(kPathSize - 1);
+        if (KVLIBCFileExist(installed.c_str()) == 0) {
+            KOVA_LOG("FAILED due to installed conf file=%s not exist", installed.c_str());
             return -1;
         }
 
         const std::string old_copy = kova::resolve(std::string("/tmp/servicetool.update.") + szBaseName + ".old");
-        kova::change::TempFileGuard old_guard(old_copy);
-        if (kova::change::claim_temp_file(old_copy) != 0 ||
-            kova::sys().run("/bin/cp", "-f", installed, old_copy.c_str(), nullptr) != 0) {
-            KOVA_LOG("FAILED to copy from file=%s to backup path=%s", installed, old_copy.c_str());
+        TempFileGuard old_guard(old_copy);
+        if (claim_temp_file(old_copy) != 0 ||
+            kova::sys().run("/bin/cp", "-f", installed.c_str(), old_copy.c_str(), nullptr) != 0) {
+            KOVA_LOG("FAILED to copy from file=%s to backup path=%s", installed.c_str(), old_copy.c_str());
             return -1;
         }
 
-        const int installed_result = ServiceConfInstall(szBaseName, szSourcePath, location, ppConflictList);
+        const int installed_result = install(szBaseName, szSourcePath, location, ppConflictList);
         if (installed_result == 1) {
             KOVA_LOG("%s conf file port conflict with existed conf file setting=%s", szSourcePath, szBaseName);
         } else if (installed_result < 0) {
@@ -68,13 +69,27 @@ int KOVAServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
         NoticePaths &paths = notice_paths();
         paths.old_copy = old_copy;
         paths.installed = installed;
-        pNotice->oldConfPath = paths.old_copy.c_str();
-        pNotice->newConfPath = paths.installed.c_str();
-        pNotice->notifyFirewall = 1;
-        pNotice->notifyPortForward = 1;
+        notice.oldConfPath = paths.old_copy.c_str();
+        notice.newConfPath = paths.installed.c_str();
+        notice.notifyFirewall = 1;
+        notice.notifyPortForward = 1;
         old_guard.reset({});  // the caller removes the old copy after notifying
         return installed_result == 1 ? 1 : 0;
     });
+}
+
+}  // namespace kova::change
+
+extern "C" {
+
+int KOVAServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const char *szSourcePath, unsigned int location,
+                                               KOVA_SERVICE_CONF_PORT **ppConflictList,
+                                               KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
+    if (pNotice == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::update_without_notify(szBaseName, szSourcePath, location, ppConflictList, *pNotice);
 }
 
 int KOVAServiceConfUpdateBaseName(const char *szBaseName, const char *szSourcePath, unsigned int location,
@@ -82,7 +97,7 @@ int KOVAServiceConfUpdateBaseName(const char *szBaseName, const char *szSourcePa
     return KOVA_GUARDED(-1, [&] {
         KVLIB_SERVICE_CONF_UPDATE_NOTICE notice{};
         const int result =
-            KOVAServiceConfUpdateBaseNameWithoutNotify(szBaseName, szSourcePath, location, ppConflictList, &notice);
+            kova::change::update_without_notify(szBaseName, szSourcePath, location, ppConflictList, notice);
         // The old copy lives only for this call (removed without allocating: memory may be out).
         struct Unlink {
             const char *path;
@@ -94,7 +109,7 @@ int KOVAServiceConfUpdateBaseName(const char *szBaseName, const char *szSourcePa
             KOVA_LOG("FAILED to install .sc");
             return -1;
         }
-        if (KVLIBServiceConfUpdateServNotify(&notice) < 0) {
+        if (kova::change::update_notify(notice) < 0) {
             KOVA_LOG("FAILED to notify");
             return -1;
         }

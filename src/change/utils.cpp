@@ -2,38 +2,35 @@
 #include <kovaserviceconf.h>
 
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "change/change_internal.h"
+#include "conf/file_verify.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/raii.h"
 #include "kova_root.h"
+#include "range/conflict_check.h"
 
-extern "C" {
+namespace kova::change {
 
-int GetInstallPath(const char *szBaseName, int location, char *szPath, int cbPath) {
+Result<std::string> install_path(const char *szBaseName, int location) noexcept {
     std::string_view dir;
     if (location == KOVA_CONF_LOCATION_SYSTEM) {
         dir = kova::paths::kSystemServicesDir;
     } else if (location == KOVA_CONF_LOCATION_PACKAGE) {
         dir = kova::paths::kPackageServicesDir;
     }
-    if (szBaseName == nullptr || dir.empty() || szPath == nullptr || cbPath < 1) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+    if (szBaseName == nullptr || dir.empty()) return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     try {
-        const std::string resolved = kova::resolve(dir);
-        std::snprintf(szPath, static_cast<size_t>(cbPath), "%s/%s", resolved.c_str(), szBaseName);
+        return kova::resolve(dir) + "/" + szBaseName;
     } catch (const std::bad_alloc &) {
-        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
     }
-    return 0;
 }
 
-int KOVAFwRuleHupWrap(void) {
+int firewall_reload() noexcept {
     return KOVA_GUARDED(-1, [&] {
         const std::string tool = kova::resolve(kova::paths::kFirewallTool);
         const int ret = kova::sys().run_with(tool.c_str(), 0xBB, "--reload", nullptr);
@@ -45,12 +42,8 @@ int KOVAFwRuleHupWrap(void) {
     });
 }
 
-int KVLIBFwServRemoveRecWrap(const char *szServiceName) {
+int firewall_remove_record(const char *szServiceName) noexcept {
     return KOVA_GUARDED(-1, [&] {
-        if (szServiceName == nullptr) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
-        }
         const std::string tool = kova::resolve(kova::paths::kFirewallTool);
         const int ret = kova::sys().run_with(tool.c_str(), 0xBB, "--remove-serv-rec", szServiceName);
         if (ret < 0) {
@@ -61,11 +54,11 @@ int KVLIBFwServRemoveRecWrap(const char *szServiceName) {
     });
 }
 
-int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigned int location,
-                       KOVA_SERVICE_CONF_PORT **ppConflictList) {
+int install(const char *szBaseName, const char *szSourcePath, unsigned int location,
+            KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept {
     return KOVA_GUARDED(-1, [&] {
         // A base name that is not a plain file name could place the file outside services.d.
-        if (kova::change::is_hostile_name(szSourcePath) || !kova::change::is_plain_file_name(szBaseName)) {
+        if (is_hostile_name(szSourcePath) || !is_plain_file_name(szBaseName)) {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
             return -1;
         }
@@ -80,14 +73,15 @@ int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigne
         }
         const std::string dir = kova::resolve(dir_name);
 
-        if (KOVAServiceConfFileVerify(szSourcePath, dir.c_str()) != 0) {
-            const unsigned int code = KVLIBCErrGet();
-            if (code == KOVA_ERR_FILE_NOT_FOUND) {
-                KOVA_LOG("Source configure file does not exist (%s)" KOVA_ERRFMT, szSourcePath, KOVA_ERRARGS);
-                return -1;
-            }
-            if (code != KOVA_ERR_ALREADY_INSTALLED) {
-                KOVA_LOG("install configue file fail! (%s)" KOVA_ERRFMT, szSourcePath, KOVA_ERRARGS);
+        if (const Result<void> verified = conf::file_verify(szSourcePath, dir.c_str()); !verified) {
+            const Failure &f = verified.failure();
+            if (f.code != KOVA_ERR_ALREADY_INSTALLED) {
+                set_error(f);
+                if (f.code == KOVA_ERR_FILE_NOT_FOUND) {
+                    KOVA_LOG("Source configure file does not exist (%s)" KOVA_ERRFMT, szSourcePath, KOVA_ERRARGS);
+                } else {
+                    KOVA_LOG("install configue file fail! (%s)" KOVA_ERRFMT, szSourcePath, KOVA_ERRARGS);
+                }
                 return -1;
             }
             // Installed already: the install replaces the file.
@@ -98,7 +92,7 @@ int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigne
         kova::PortsPtr local_conflicts;
         KOVA_SERVICE_CONF_PORT *local_head = nullptr;
         KOVA_SERVICE_CONF_PORT **conflicts = ppConflictList != nullptr ? ppConflictList : &local_head;
-        const int conflict = KVLIBIsConfPortConflict(szSourcePath, conflicts);
+        const int conflict = check::is_conf_port_conflict(szSourcePath, conflicts);
         local_conflicts.reset(local_head);
         if (conflict == 1) {
             KOVA_LOG("%s conf file port conflict with existed conf file setting", szSourcePath);
@@ -120,6 +114,41 @@ int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigne
         }
         return conflict == 1 ? 1 : 0;
     });
+}
+
+}  // namespace kova::change
+
+extern "C" {
+
+int GetInstallPath(const char *szBaseName, int location, char *szPath, int cbPath) {
+    if (szPath == nullptr || cbPath < 1) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    const kova::Result<std::string> path = kova::change::install_path(szBaseName, location);
+    if (!path) {
+        kova::set_error(path.failure());
+        return -1;
+    }
+    std::snprintf(szPath, static_cast<size_t>(cbPath), "%s", path->c_str());
+    return 0;
+}
+
+int KOVAFwRuleHupWrap(void) {
+    return kova::change::firewall_reload();
+}
+
+int KVLIBFwServRemoveRecWrap(const char *szServiceName) {
+    if (szServiceName == nullptr) {
+        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+        return -1;
+    }
+    return kova::change::firewall_remove_record(szServiceName);
+}
+
+int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigned int location,
+                       KOVA_SERVICE_CONF_PORT **ppConflictList) {
+    return kova::change::install(szBaseName, szSourcePath, location, ppConflictList);
 }
 
 }  // extern "C"

@@ -10,6 +10,10 @@
 
 namespace kova::conf {
 
+// KVLIBServiceConfPortsToStr once its arguments are tested (a list, buffers of 1 byte or more).
+int ports_to_text(const KOVA_SERVICE_CONF_PORT *pPorts, char *szPorts, int cbPorts, char *szProtocol,
+                  int cbProtocol) noexcept;
+
 // Whether a port text is digits only and at most 65535 (0x0D00 and a log line when not).
 bool port_text_ok(const char *text);
 

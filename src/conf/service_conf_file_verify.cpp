@@ -1,34 +1,38 @@
 // Before an install: the source file exists and no file of its base name is installed yet.
+#include "conf/file_verify.h"
+
 #include <kovaserviceconf.h>
 
 #include <cstring>
+#include <new>
 #include <string>
 
-#include "foundation/guard.h"
 #include "foundation/log.h"
+
+namespace kova::conf {
 
 namespace {
 
 constexpr size_t kPathMax = 4096;  // paths are formed as in a 4096-byte buffer
 
-int file_verify(const char *szSourcePath, const char *szTargetDir) {
-    if (KVLIBCFileExist(szSourcePath) != 1) {
-        KOVA_SET_ERR(KOVA_ERR_FILE_NOT_FOUND);
-        return -1;
-    }
+}  // namespace
+
+Result<void> file_verify(const char *szSourcePath, const char *szTargetDir) noexcept {
+    if (KVLIBCFileExist(szSourcePath) != 1) return KOVA_FAILURE(KOVA_ERR_FILE_NOT_FOUND);
     const char *slash = std::strrchr(szSourcePath, '/');
     const char *base = slash != nullptr ? slash + 1 : szSourcePath;
-    std::string target(szTargetDir);
-    target.append("/").append(base);
-    if (target.size() > kPathMax - 1) target.resize(kPathMax - 1);
-    if (KVLIBCFileExist(target.c_str()) == 1) {
-        KOVA_SET_ERR(KOVA_ERR_ALREADY_INSTALLED);
-        return -1;
+    try {
+        std::string target(szTargetDir);
+        target.append("/").append(base);
+        if (target.size() > kPathMax - 1) target.resize(kPathMax - 1);
+        if (KVLIBCFileExist(target.c_str()) == 1) return KOVA_FAILURE(KOVA_ERR_ALREADY_INSTALLED);
+    } catch (const std::bad_alloc &) {
+        return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
     }
-    return 0;
+    return {};
 }
 
-}  // namespace
+}  // namespace kova::conf
 
 extern "C" {
 
@@ -37,7 +41,10 @@ int KOVAServiceConfFileVerify(const char *szSourcePath, const char *szTargetDir)
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return KOVA_GUARDED(-1, [&] { return file_verify(szSourcePath, szTargetDir); });
+    const kova::Result<void> verified = kova::conf::file_verify(szSourcePath, szTargetDir);
+    if (verified) return 0;
+    kova::set_error(verified.failure());
+    return -1;
 }
 
 }  // extern "C"

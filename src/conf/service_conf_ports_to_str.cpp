@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "conf/conf_internal.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 #include "foundation/ports.h"
@@ -65,6 +66,11 @@ int ports_to_str(const KOVA_SERVICE_CONF_PORT *pPorts, char *szPorts, int cbPort
 
 }  // namespace
 
+int kova::conf::ports_to_text(const KOVA_SERVICE_CONF_PORT *pPorts, char *szPorts, int cbPorts, char *szProtocol,
+                              int cbProtocol) noexcept {
+    return KOVA_GUARDED(-1, [&] { return ports_to_str(pPorts, szPorts, cbPorts, szProtocol, cbProtocol); });
+}
+
 extern "C" {
 
 int KVLIBServiceConfPortsToStr(const KOVA_SERVICE_CONF_PORT *pPorts, char *szPorts, int cbPorts, char *szProtocol,
@@ -73,7 +79,7 @@ int KVLIBServiceConfPortsToStr(const KOVA_SERVICE_CONF_PORT *pPorts, char *szPor
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return KOVA_GUARDED(-1, [&] { return ports_to_str(pPorts, szPorts, cbPorts, szProtocol, cbProtocol); });
+    return kova::conf::ports_to_text(pPorts, szPorts, cbPorts, szProtocol, cbProtocol);
 }
 
 }  // extern "C"

@@ -119,6 +119,12 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list);
 Result<bool> reserved_conflict(const Request &req, ConflictList &list);
 Result<bool> in_use_conflict(const Request &req);
 
+// The exported checks KVLIBIsPortConflict and KVLIBIsConfPortConflict, for the library's own
+// callers: the same results, list entries, error state and log lines.
+int is_port_conflict(const char *szSkipList, const char *szPorts, const char *szProtocol, int checkFlags,
+                     KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept;
+int is_conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept;
+
 // The reserved port (or, for "ftplowport" and "ftphighport", the FTP passive range) that the key
 // names in the system information file, added to `spans`; nothing when the key has no value.
 Result<void> reserved_port(std::string_view key, std::vector<Span> &spans);

@@ -181,20 +181,30 @@ int conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictLi
 }
 
 }  // namespace
+
+int is_port_conflict(const char *szSkipList, const char *szPorts, const char *szProtocol, int checkFlags,
+                     KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept {
+    return KOVA_GUARDED(-1, [&] {
+        CatalogueSource catalogues;
+        return port_conflict(szSkipList, szPorts, szProtocol, checkFlags, ppConflictList, catalogues);
+    });
+}
+
+int is_conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept {
+    return KOVA_GUARDED(-1, [&] { return conf_port_conflict(szPath, ppConflictList); });
+}
+
 }  // namespace kova::check
 
 extern "C" {
 
 int KVLIBIsPortConflict(const char *szSkipList, const char *szPorts, const char *szProtocol, int checkFlags,
                         KOVA_SERVICE_CONF_PORT **ppConflictList) {
-    return KOVA_GUARDED(-1, [&] {
-        kova::check::CatalogueSource catalogues;
-        return kova::check::port_conflict(szSkipList, szPorts, szProtocol, checkFlags, ppConflictList, catalogues);
-    });
+    return kova::check::is_port_conflict(szSkipList, szPorts, szProtocol, checkFlags, ppConflictList);
 }
 
 int KVLIBIsConfPortConflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictList) {
-    return KOVA_GUARDED(-1, [&] { return kova::check::conf_port_conflict(szPath, ppConflictList); });
+    return kova::check::is_conf_port_conflict(szPath, ppConflictList);
 }
 
 }  // extern "C"

@@ -177,6 +177,11 @@ TEST_F(SectionRemoveTest, RemovesTheSectionAndAFileLeftWithoutService) {
     const auto web = request(1, 0, 3, 0x04, "app.sc", "web", 2 | 8);  // only "global" is left
     EXPECT_EQ(KVLIBServiceConfSectionRemove(&web), 0);
     EXPECT_FALSE(exists("/usr/local/etc/services.d/app.sc"));
+    // A section whose name differs from the removed one only after a NUL byte stays, and so does its file.
+    write("/usr/local/etc/services.d/nul.sc", std::string("[global]\n[app]\nk=v\n[app\0x]\n", 27));
+    const auto nul = request(1, 0, 3, 0x04, "nul.sc", "app", 2);
+    EXPECT_EQ(KVLIBServiceConfSectionRemove(&nul), 0);
+    EXPECT_EQ(read("/usr/local/etc/services.d/nul.sc"), std::string("[global]\n[app\0x]\n", 17));
     poison_error();
     const auto missing = request(1, 0, 3, 0x04, "sys.sc", "nosuch", 1);
     EXPECT_EQ(KVLIBServiceConfSectionRemove(&missing), 0);
