@@ -1,14 +1,17 @@
 #!/bin/sh
 # Installs the build into a fresh prefix, then builds C99 and C++ clients against the installed
-# tree only through pkg-config and runs them with KOVA_ROOT and KOVA_LOG_FILE set.
+# tree only through pkg-config and runs them with KOVA_ROOT and KOVA_LOG_FILE set; the tool, its
+# manual page and completion are where they belong and work on a copy of the example root.
 set -eu
 build=$1
 prefix=$2
 src=$3
 extra=${4:-}
+checkout=$5
 rm -rf "$prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 pcdir=$(dirname "$(find "$prefix" -name kovaserviceconf.pc | head -n 1)")
+if grep -q rpath "$pcdir/kovaserviceconf.pc"; then echo "kovaserviceconf.pc injects an rpath"; exit 1; fi
 export PKG_CONFIG_PATH="$pcdir"
 cflags=$(pkg-config --cflags kovaserviceconf)
 libs=$(pkg-config --libs kovaserviceconf)
@@ -41,3 +44,16 @@ cmake -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$prefix" -DCM
 cmake --build "$work/cmake/build" >/dev/null
 KOVA_ROOT="$work/root" "$work/cmake/build/client"
 echo "find_package client ok"
+
+svc="$prefix/bin/kova-svc"
+test -f "$prefix/share/man/man1/kova-svc.1"
+test -f "$prefix/share/bash-completion/completions/kova-svc"
+export LD_LIBRARY_PATH="$(dirname "$pcdir")"
+"$svc" -V | grep -q '^kova-svc '
+cp -R "$checkout/examples/root" "$work/example"
+printf '[installed-check]\ntitle=T\ndesc=D\ndst.ports=41999/tcp\n' >"$work/example/usr/local/etc/services.d/check.sc"
+"$svc" --root "$work/example" list | grep -q '^installed-check  *package '
+status=0
+"$svc" --root "$work/example" check 41999/tcp --sources services >/dev/null || status=$?
+[ "$status" -eq 1 ] || { echo "check: expected exit status 1, got $status"; exit 1; }
+echo "installed tool ok"

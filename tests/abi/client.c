@@ -61,6 +61,14 @@ int main(int argc, char **argv) {
     CHECK(KVLIBCSzListPush(&list, "a") >= 0);
     CHECK(list->nItem == 1);
     KVLIBCSzListFree(list);
+    {
+        int32_t ssh = 0, port = 0;
+        int n = 1;
+        KOVA_FTP_PASSIVE_PORT ftp;
+        CHECK(KOVAServiceSSHPortGet(&ssh) == 0 && ssh == 22); /* no sshd_config in the root */
+        CHECK(KOVAFTPDefaultPassivePortGet(&ftp) == 0 && KOVAPFRuleConfPathGet() != NULL);
+        CHECK(KOVANetGetPortUsedInRange(&port, &n, 1, 1, 1) >= -1);
+    }
 
     if (logPath != NULL) {
         log = read_all(logPath);

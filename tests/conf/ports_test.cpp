@@ -16,20 +16,13 @@ std::string render(const Port *list, int cb_ports = 256, int cb_proto = 64) {
     return "fail";
 }
 
-TEST_F(PortsTest, ParsedEntriesComeInReverseTextOrderAndBadOnesWithTheirLine) {
+TEST_F(PortsTest, BadTextsFailWithTheirLines) {
     EXPECT_EQ(parse("80", 0), Strings{"d0 t0 p3 80"});
-    const std::vector<std::pair<std::string, Strings>> cases = {
-        {"80,443,8000:8010/tcp", {"d1 t1 p1 8000-8010", "d1 t0 p1 443", "d1 t0 p1 80"}},
-        {"8010:8000/udp", {"d1 t1 p2 8010-8000"}},  // not reordered
-        {"0,65535/UDP", {"d1 t0 p2 65535", "d1 t0 p2 0"}},
-        {" 80 , 443 / TCP , udp ", {"d1 t0 p3 443", "d1 t0 p3 80"}},
-        {"80/   ", {"d1 t0 p3 80"}}};
-    for (const auto &[text, expected] : cases) EXPECT_EQ(parse(text), expected) << text;
+    // The entries of good texts are the port list fuzz harness's model and seeds.
     for (const char *text : {"80:", "80,,90", "/tcp"}) EXPECT_EQ(parse(text), Strings{"fail"}) << text;
     EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);  // an empty port number fails without a line
     for (const char *text : {"80/tcp/udp", "80/icmp", "80/tcp,", "80/TCP,,udp", "80,8000 : 8010", "1:2:3", "80,65536"})
         EXPECT_EQ(parse(text), Strings{"fail"}) << text;
-    for (const char *good : {"0", "65535", "00080"}) EXPECT_EQ(KOVAServiceConfPortsCheck(good), 1) << good;
     for (const char *bad : {"", "-1", "8 0", "99999999999999999999999"}) {
         poison_error();
         EXPECT_EQ(KOVAServiceConfPortsCheck(bad), 0) << bad;

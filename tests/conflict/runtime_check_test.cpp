@@ -1,12 +1,5 @@
-// The runtime check and its queries, over a fabricated process table and over the machine's
-// real one (the test root's proc linked to /proc) with a socket that the test opens itself.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <filesystem>
-
+// The runtime check and its queries over a fabricated process table (the CLI tests run the same
+// inventory over the machine's real one).
 #include "conflict_test.h"
 
 namespace {
@@ -95,31 +88,6 @@ TEST_F(RuntimeCheckTest, QueriesAnswerAndDumpTheConflictingPorts) {
     EXPECT_EQ(log_normalized(),
               (Lines{kComparer + "pResultList is undefined", kComparer + "pConflictPortList is undefined",
                      kHelper + "pSourceResultList is undefined", kHelper + "pResultList is undefined"}));
-}
-
-// The machine's own process table: a TCP socket this test listens on is reported with this
-// process's pid, the listening state (10) and this program's executable.
-using RealProcessTableTest = RootTest;
-
-TEST_F(RealProcessTableTest, ReportsOwnListeningSocket) {
-    symlink("/proc", "/proc");
-    for (const char *table : {"/proc/net/tcp", "/proc/net/tcp6", "/proc/net/udp", "/proc/net/udp6"})
-        if (access(table, R_OK) != 0) GTEST_SKIP() << table << " is not readable here";
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_GE(fd, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof addr;
-    ASSERT_TRUE(bind(fd, reinterpret_cast<sockaddr *>(&addr), len) == 0 && listen(fd, 4) == 0 &&
-                getsockname(fd, reinterpret_cast<sockaddr *>(&addr), &len) == 0);
-    const std::string port = std::to_string(ntohs(addr.sin_port));
-    const std::string exe = std::filesystem::read_symlink("/proc/self/exe");
-    auto ports = port_list({port.c_str()});
-    kova::DListPtr results(KOVARuntimePortConflictResultListAlloc());
-    ASSERT_EQ(KOVARuntimePortConflictCheck(ports.get(), 1, results.get()), 0);
-    close(fd);
-    EXPECT_EQ(texts<Rt>(results.get()), (Lines{port + "/1 " + std::to_string(getpid()) + " 10 " + exe + " 1"}));
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <map>
 #include <tuple>
 
+#include "../change/change_test.h"
 #include "failing_system.h"
 #include "fault_harness.h"
 
@@ -23,24 +24,19 @@ namespace {
 
 namespace fs = std::filesystem;
 using Tree = std::map<std::string, std::string>;  // file under the root -> content
-using kova::test::Call;
 using kova::test::FailingSystem;
 using kova::test::ScopedSystem;
 
 enum class Op { kInstall, kUpdate, kRemove, kSectionSet, kPortsSet, kSectionPortSet, kSectionRemove };
 enum class Inject { kAllocOnce, kAllocSticky, kIo };
 
-class ChangeFaultTest : public kova::test::RootTest, public ::testing::WithParamInterface<std::tuple<Op, Inject>> {
+class ChangeFaultTest : public kova::test::ChangeTest, public ::testing::WithParamInterface<std::tuple<Op, Inject>> {
 protected:
     void SetUp() override {
         if (inject() != Inject::kIo && !available()) GTEST_SKIP() << "no allocation failure injection under ASan";
-        RootTest::SetUp();
+        ChangeTest::SetUp();
+        fs::remove_all(path("/usr/kova/etc/plugin.d"));  // no receiver: a run starts the tools only
         prime_c_library();
-        write("/etc/kovainfo.conf", "ftpport=\"21\"\nsyslogport=\"514\"\n");
-        write("/etc/nfs/kova_nfs_conf", "nfs_custom_port_enable=\"no\"\n");
-        for (const char *t : {"tcp", "tcp6", "udp", "udp6"}) write(std::string("/proc/net/") + t, "  sl  local\n");
-        script("/usr/kova/bin/kovafirewall", "exit 0");
-        script("/usr/kova/sbin/kovaroutertool", "exit 0");
         new_source_ = path("/source/new.sc");
         app_source_ = path("/source/app.sc");
         write("/source/new.sc", "[new]\ntitle=\"N\"\ndesc=\"N\"\ndst.ports=\"62000/tcp\"\n");
@@ -50,7 +46,6 @@ protected:
               "[global]\nv=2\n\n[app]\ntitle=\"T\"\ndesc=\"D\"\ndst.ports=\"61000/tcp\"\n\n[b]\ntitle=\"B\"\n"
               "desc=\"B\"\ndst.ports=\"2/udp\"\n");
         write("/usr/kova/etc/firewall.d/rules", "app\n");
-        mkdir("/tmp");
         std::strcpy(section_.name, "app");
         std::strcpy(section_.title.text, "T2");
         std::strcpy(section_.desc.text, "D2");
@@ -116,10 +111,7 @@ protected:
     }
 
     static KVLIB_SERVICE_CONF_REQUEST request(uint32_t action, uint32_t scope, const char *section) {
-        KVLIB_SERVICE_CONF_REQUEST r{1, 1, action, scope, {}, {}, KOVA_CONF_LOCATION_PACKAGE};
-        std::strcpy(r.fileName, "app.sc");
-        std::strcpy(r.sectionName, section);
-        return r;
+        return ChangeTest::request(1, 1, action, scope, "app.sc", section, KOVA_CONF_LOCATION_PACKAGE);
     }
 
     Tree before_, after_;

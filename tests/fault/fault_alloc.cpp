@@ -2,13 +2,9 @@
 
 #if !defined(__SANITIZE_ADDRESS__)
 
-#include <execinfo.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 
 extern "C" {
@@ -28,42 +24,6 @@ std::atomic<bool> g_failing{false};  // sticky mode, past the failing allocation
 std::atomic<long> g_injected{0};
 std::atomic<long> g_live{0};
 
-// ---- optional call stacks of live blocks (a fixed table: the tracer must not allocate) -------
-
-constexpr int kTraceSlots = 8192;
-constexpr int kTraceDepth = 12;
-struct TraceSlot {
-    void *block;
-    int depth;
-    void *frames[kTraceDepth];
-};
-TraceSlot g_slots[kTraceSlots];
-std::atomic<bool> g_tracing{false};
-thread_local bool t_in_tracer = false;
-
-void traced_alloc(void *block) {
-    if (block == nullptr || !g_tracing.load(std::memory_order_relaxed) || t_in_tracer) return;
-    t_in_tracer = true;
-    for (TraceSlot &slot : g_slots) {
-        if (slot.block == nullptr) {
-            slot.block = block;
-            slot.depth = backtrace(slot.frames, kTraceDepth);
-            break;
-        }
-    }
-    t_in_tracer = false;
-}
-
-void traced_free(void *block) {
-    if (block == nullptr || !g_tracing.load(std::memory_order_relaxed)) return;
-    for (TraceSlot &slot : g_slots) {
-        if (slot.block == block) {
-            slot.block = nullptr;
-            break;
-        }
-    }
-}
-
 bool refuse() {
     if (g_failing.load(std::memory_order_relaxed)) {
         g_injected.fetch_add(1, std::memory_order_relaxed);
@@ -79,7 +39,6 @@ bool refuse() {
 void *counted(void *block) {
     if (block != nullptr) {
         g_live.fetch_add(1, std::memory_order_relaxed);
-        traced_alloc(block);
     }
     return block;
 }
@@ -107,16 +66,10 @@ void *realloc(void *p, size_t size) noexcept {
     if (p == nullptr) return malloc(size);
     if (size == 0) {  // the C library frees the block and returns null
         g_live.fetch_sub(1, std::memory_order_relaxed);
-        traced_free(p);
         return __libc_realloc(p, 0);
     }
     if (refuse()) return fail_alloc();
-    void *moved = __libc_realloc(p, size);
-    if (moved != nullptr && moved != p) {
-        traced_free(p);
-        traced_alloc(moved);
-    }
-    return moved;
+    return __libc_realloc(p, size);
 }
 
 void *reallocarray(void *p, size_t count, size_t size) noexcept {
@@ -128,7 +81,6 @@ void *reallocarray(void *p, size_t count, size_t size) noexcept {
 void free(void *p) noexcept {
     if (p == nullptr) return;
     g_live.fetch_sub(1, std::memory_order_relaxed);
-    traced_free(p);
     __libc_free(p);
 }
 
@@ -177,24 +129,6 @@ long live() {
     return g_live.load();
 }
 
-void trace(bool on) {
-    if (on) {
-        void *warm[1];
-        backtrace(warm, 1);  // loads the unwinder before the first traced allocation
-        for (TraceSlot &slot : g_slots) slot.block = nullptr;
-    }
-    g_tracing.store(on);
-}
-
-void print_traced() {
-    for (const TraceSlot &slot : g_slots) {
-        if (slot.block == nullptr) continue;
-        std::fprintf(stderr, "live block %p allocated at:\n", slot.block);
-        std::fflush(stderr);
-        backtrace_symbols_fd(slot.frames, slot.depth, STDERR_FILENO);
-    }
-}
-
 }  // namespace kova::fault
 
 #else  // AddressSanitizer owns the allocator.
@@ -212,8 +146,6 @@ long injected() {
 long live() {
     return 0;
 }
-void trace(bool) {}
-void print_traced() {}
 
 }  // namespace kova::fault
 

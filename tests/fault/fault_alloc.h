@@ -24,9 +24,4 @@ long injected();
 // Blocks allocated and not yet freed, over the whole process.
 long live();
 
-// Debugging aid: while tracing, every allocation records its call stack, and print_traced()
-// writes the stacks of the traced blocks that are still alive to standard error.
-void trace(bool on);
-void print_traced();
-
 }  // namespace kova::fault

@@ -7,10 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <map>
-#include <ostream>
 #include <string>
-#include <vector>
 
 #include "fault_alloc.h"
 #include "kova_test.h"
@@ -25,25 +22,9 @@ struct Case {
     std::function<void()> finish;     // frees the inputs
 };
 
-struct Outcome {
-    long allocations = 0;                               // allocations of a call without failures
-    long failed_calls = 0;                              // runs that returned the failure result
-    std::vector<long> leaks;                            // the failing allocation of every run that leaked
-    std::map<std::string, std::vector<long>> degraded;  // note -> failing allocations
-};
-
 enum class Mode { kOnce, kSticky };
-void PrintTo(Mode mode, std::ostream *out);
 
-// Records, from inside check(), that the run succeeded with less than a full result in a way
-// the operation's contract allows (an entry left out because memory ran out). exhaust() prints
-// every such note with the failing allocations that led to it.
-void degraded(const std::string &what);
-
-// The loop described above. A run that breaks a check stops the loop.
-Outcome exhaust(const std::string &name, const Case &c, Mode mode);
-
-// Runs the loop in the test's mode and expects no leak.
+// The loop described above; a run that breaks a check or leaks stops it.
 void expect_robust(const std::string &name, const Case &c, Mode mode);
 
 // Runs the C library's one-time set-ups that the log path triggers, so that they are not taken
@@ -55,14 +36,13 @@ void prime_c_library();
 class FaultTest : public kova::test::RootTest, public ::testing::WithParamInterface<Mode> {
 protected:
     void SetUp() override;
-    void write_small_root() const;
     void expect_robust(const std::string &name, const Case &c) { kova::fault::expect_robust(name, c, GetParam()); }
-    bool sticky() const { return GetParam() == Mode::kSticky; }
 };
 
-std::string mode_name(const ::testing::TestParamInfo<Mode> &info);
-
-#define KOVA_FAULT_MODES(suite) \
-    INSTANTIATE_TEST_SUITE_P(Modes, suite, ::testing::Values(Mode::kOnce, Mode::kSticky), mode_name)
+#define KOVA_FAULT_MODES(suite)                                                                       \
+    INSTANTIATE_TEST_SUITE_P(Modes, suite, ::testing::Values(Mode::kOnce, Mode::kSticky),             \
+                             [](const ::testing::TestParamInfo<Mode> &info) {                         \
+                                 return std::string(info.param == Mode::kSticky ? "Sticky" : "Once"); \
+                             })
 
 }  // namespace kova::fault

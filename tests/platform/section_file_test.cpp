@@ -1,9 +1,6 @@
 // Sectioned files and key-value files of the core stand-in.
 #include <kovacore.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -174,62 +171,6 @@ TEST_F(PlatformSectionFile, TemporariesNeverLieInTheDirectoryAndStaleOnesGo) {
     ASSERT_EQ(stat(file().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0600u);
     EXPECT_EQ(read("/etc/test/file.sc"), "[a]\nx=2\n");
-}
-
-// Two writers edit one file while this process watches its directory: no update is lost, and
-// nothing but the file ever shows in the directory.
-TEST_F(PlatformSectionFile, ConcurrentWritersLoseNoUpdateAndShowNoStrayFile) {
-    write("/etc/test/file.sc", "# shared\n[s]\n");
-    constexpr int kKeys = 150;
-    std::vector<pid_t> children;
-    for (const char *prefix : {"a", "b"}) {
-        const pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            int failures = 0;
-            for (int i = 0; i < kKeys; ++i) {
-                const std::string key = prefix + std::to_string(i);
-                failures += KVLIBCFileSetSectionValue(file().c_str(), "s", key.c_str(), "1") != 0;
-            }
-            _exit(failures == 0 ? 0 : 1);
-        }
-        children.push_back(pid);
-    }
-    for (int i = 0; i < 300; ++i) {
-        ASSERT_EQ(entries("/etc/test"), V{"file.sc"});
-        ASSERT_EQ(sections(), V{"s"});
-    }
-    for (const pid_t pid : children) {
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
-    EXPECT_EQ(section("s").size(), 2u * kKeys);
-    EXPECT_EQ(read("/etc/test/file.sc").rfind("# shared\n[s]\n", 0), 0u);
-}
-
-// Writers killed at random moments leave the old or the new file, nothing in its directory, and
-// nothing in the parent once the next writer has run.
-TEST_F(PlatformSectionFile, KilledWritersLeaveAWholeFileAndNoStrayOne) {
-    std::string big = "[s]\nk=0\n";
-    for (int i = 0; i < 20000; ++i) big += "pad" + std::to_string(i) + "=" + std::string(40, 'x') + "\n";
-    write("/etc/test/file.sc", big);
-    const V parent = entries("/etc");
-    for (int kill_round = 0; kill_round < 30; ++kill_round) {
-        const pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            for (int i = 1;; ++i) KVLIBCFileSetSectionValue(file().c_str(), "s", "k", std::to_string(i).c_str());
-        }
-        usleep(static_cast<useconds_t>(1000 + (kill_round * 7919) % 20000));
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-        ASSERT_EQ(entries("/etc/test"), V{"file.sc"});
-        ASSERT_EQ(section("s").size(), 20001u);
-    }
-    ASSERT_EQ(KVLIBCFileSetSectionValue(file().c_str(), "s", "k", "last"), 0);
-    EXPECT_EQ(entries("/etc"), parent);
-    EXPECT_EQ(section("s").front(), "k=last");
 }
 
 TEST_F(PlatformSectionFile, ManySectionsInLinearTime) {

@@ -1,5 +1,6 @@
-// Port range sets: a randomized comparison with a bitset model under the set invariant, and the
-// exact texts, failure lines and edge cases that the model does not reach.
+// Port range sets: adding and removing entries compared with a bitset model under the set
+// invariant, and the failure lines and edge cases. Import, export, overlap and join texts are the
+// port range fuzz harness's model and seeds.
 #include <kovaserviceconf.h>
 
 #include <bitset>
@@ -66,8 +67,9 @@ protected:
     }
 };
 
-// Random operations against a bitset model, with ranges, backwards ranges and single entries [p, 0].
-TEST_F(PortRangeTest, RandomOperationsMatchAModel) {
+// Random additions and removals against a bitset model, with ranges, backwards ranges and single
+// entries [p, 0].
+TEST_F(PortRangeTest, AddAndRemoveMatchAModel) {
     constexpr uint32_t kPorts = 160;
     using Model = std::bitset<kPorts>;
     auto span = [](uint32_t b, uint32_t e) { return (~Model() >> (kPorts - 1 - e + b)) << b; };
@@ -77,60 +79,28 @@ TEST_F(PortRangeTest, RandomOperationsMatchAModel) {
         return m;
     };
     std::mt19937 rng(12345);
-    auto random_ranges = [&](int most) {
-        Ranges out;
-        for (int i = rng() % (most + 1); i > 0; --i) {
-            const uint32_t b = rng() % kPorts;
-            out.emplace_back(b, std::min<uint32_t>(kPorts - 1, b + rng() % 12));
-        }
-        return out;
-    };
     for (int round = 0; round < 4000; ++round) {
         SCOPED_TRACE(round);
-        PortRangePtr a = make_set(random_ranges(5));
+        Ranges start;
+        for (int i = rng() % 6; i > 0; --i) {
+            const uint32_t b = rng() % kPorts;
+            start.emplace_back(b, std::min<uint32_t>(kPorts - 1, b + rng() % 12));
+        }
+        PortRangePtr a = make_set(start);
         const Model before = model_of(a.get());
         const uint32_t b = rng() % kPorts, e = std::min<uint32_t>(kPorts - 1, b + rng() % 20), form = rng() % 3;
         KOVA_SERVICE_CONF_PORT x = form == 0 ? entry(b, e) : form == 1 ? entry(e, b) : entry(b, 0, 0);
         const Model ports = form == 2 ? span(b, b) : span(b, e);
-        switch (rng() % 4) {
-            case 0:
-                ASSERT_EQ(KVLIBPortRangeAdd(a.get(), &x), 0);
-                EXPECT_EQ(model_of(a.get()), before | ports);
-                EXPECT_EQ(x.endPort, form == 0 ? e : b);  // only a single entry is completed
-                break;
-            case 1: {
-                const bool found = (before >> b).any();  // some node ends at or after the first port
-                EXPECT_EQ(KVLIBPortRangeRemove(a.get(), &x), found ? 0 : -1);
-                EXPECT_EQ(model_of(a.get()), found ? (before & ~ports) : before);
-                break;
-            }
-            case 2: {  // overlap into a third set, then join
-                PortRangePtr other = make_set(random_ranges(5)), target = make_set(random_ranges(3));
-                const Model theirs = model_of(other.get()), held = model_of(target.get());
-                ASSERT_EQ(KVLIBPortRangeOverlap(a.get(), other.get(), target.get()), 0);
-                EXPECT_EQ(model_of(target.get()), held | (before & theirs));
-                EXPECT_TRUE(WellFormed(target.get()));
-                ASSERT_EQ(KVLIBPortRangeJoin(a.get(), other.get()), 0);
-                EXPECT_EQ(model_of(a.get()), before | theirs);
-                EXPECT_EQ(model_of(other.get()), theirs);  // the source keeps its nodes
-                break;
-            }
-            default: {  // an unsorted text, ranges written either way round
-                std::string text = std::to_string(b);
-                Model want = before | span(b, b);
-                for (auto [rb, re] : random_ranges(8)) {
-                    text += "," + (rng() % 2 ? std::to_string(re) + ":" + std::to_string(rb)
-                                             : std::to_string(rb) + ":" + std::to_string(re));
-                    want |= span(rb, re);
-                }
-                ASSERT_EQ(KVLIBPortRangeImport(a.get(), text.c_str()), 0) << text;
-                EXPECT_EQ(model_of(a.get()), want) << text;
-            }
+        if (rng() % 2 == 0) {
+            ASSERT_EQ(KVLIBPortRangeAdd(a.get(), &x), 0);
+            EXPECT_EQ(model_of(a.get()), before | ports);
+            EXPECT_EQ(x.endPort, form == 0 ? e : b);  // only a single entry is completed
+        } else {
+            const bool found = (before >> b).any();  // some node ends at or after the first port
+            EXPECT_EQ(KVLIBPortRangeRemove(a.get(), &x), found ? 0 : -1);
+            EXPECT_EQ(model_of(a.get()), found ? (before & ~ports) : before);
         }
         ASSERT_TRUE(WellFormed(a.get()));
-        PortRangePtr again = make_set();  // export, then import: the same set
-        ASSERT_EQ(a->head == nullptr ? 0 : KVLIBPortRangeImport(again.get(), exported(a.get()).c_str()), 0);
-        ASSERT_EQ(ranges_of(again.get()), ranges_of(a.get()));
     }
 }
 
@@ -162,21 +132,6 @@ TEST_F(PortRangeTest, EdgesTextsAndFailureLines) {
     EXPECT_EQ(log_normalized(), want);
     EXPECT_EQ(exported(set.get()), "10:20,-32:-2");
     KVLIBPortRangeDestory(nullptr);
-    clear_log();
-    // Each text, then its export. Numbers convert as far as they go ("/", a space, no digits:
-    // 0), are not checked and may come either way round.
-    // clang-format off
-    const char *cases[] = {
-        " 80 , 443,8000:8010", "80,443,8000:8010",  "443,80,81", "80:81,443",  "8000:8010/tcp", "8000:8010",
-        "abc", "0",  "80,,90", "0,80,90",  "80:", "0:80",  "+21, 22", "21:22",  "70000", "70000",  "80 443", "80",
-        "90:80,22,1:1,21:23", "1,21:23,80:90",  "99999999999999999999,-99999999999999999999", "0,-1"};
-    // clang-format on
-    for (size_t i = 0; i < std::size(cases); i += 2) {
-        PortRangePtr imported = make_set();
-        ASSERT_EQ(KVLIBPortRangeImport(imported.get(), cases[i]), 0) << cases[i];
-        EXPECT_EQ(exported(imported.get()), cases[i + 1]) << cases[i];
-    }
-    EXPECT_TRUE(log().empty());
 }
 
 }  // namespace

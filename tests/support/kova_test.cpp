@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <regex>
 #include <fstream>
 #include <sstream>
 
@@ -104,31 +105,8 @@ void RootTest::poison_error() {
 }
 
 std::string normalize(const std::string &line) {
-    // Every "<name>.cpp:<digits>" (or .c) becomes "<name>.cpp:N".
-    std::string out;
-    out.reserve(line.size());
-    size_t i = 0;
-    while (i < line.size()) {
-        size_t ext = std::string::npos;
-        if (line.compare(i, 5, ".cpp:") == 0)
-            ext = 4;
-        else if (line.compare(i, 3, ".c:") == 0)
-            ext = 2;
-        if (ext != std::string::npos) {
-            size_t j = i + ext + 1;
-            if (j < line.size() && line[j] == '-') ++j;
-            size_t digits = j;
-            while (digits < line.size() && line[digits] >= '0' && line[digits] <= '9') ++digits;
-            if (digits > j) {
-                out.append(line, i, ext + 1);
-                out += 'N';
-                i = digits;
-                continue;
-            }
-        }
-        out += line[i++];
-    }
-    return out;
+    static const std::regex place(R"((\.cpp|\.c):-?[0-9]+)");
+    return std::regex_replace(line, place, "$1:N");
 }
 
 }  // namespace kova::test
