@@ -309,6 +309,10 @@ TEST_F(PortConflictTest, ConfFileSections) {
     EXPECT_EQ(check_file("[a]\n[b]\ndst.ports=445/tcp\n"), -1);
     EXPECT_EQ(mine(), Lines{kMe + "Failed to KVLIBCFileGetSection, file: " + path("/pkg/new.sc") +
                             ", section name: a, nHashRecords: 0, kovaerr=[0x0000 :0]"});
+    // The settings are read once per file, yet each section skips only its own reserved group.
+    info("WebDavPort=5005\n");
+    EXPECT_EQ(check_file("[webdav_http]\ndst.ports=5005/tcp\n[b]\ndst.ports=5005/tcp\n"), 1);
+    EXPECT_EQ(entries(), (Entries{node(5005, 5005)}));
 }
 
 }  // namespace
