@@ -19,10 +19,6 @@ namespace {
 
 using namespace kova::fuzz;
 
-struct Span {
-    uint64_t b, e;
-    bool operator==(const Span &) const = default;
-};
 using Model = std::vector<Span>;  // sorted, disjoint, not touching
 
 std::string show(const Model &m) {
@@ -31,22 +27,10 @@ std::string show(const Model &m) {
     return out.empty() ? "{}" : out;
 }
 
-Model normalize(std::vector<Span> spans) {
-    std::sort(spans.begin(), spans.end(), [](const Span &x, const Span &y) { return x.b < y.b; });
-    Model out;
-    for (const Span &s : spans) {
-        if (!out.empty() && s.b <= out.back().e + 1)
-            out.back().e = std::max(out.back().e, s.e);
-        else
-            out.push_back(s);
-    }
-    return out;
-}
-
 Model unite(const Model &x, const Model &y) {
     std::vector<Span> all(x);
     all.insert(all.end(), y.begin(), y.end());
-    return normalize(all);
+    return normalize_spans(all);
 }
 
 Model intersect(const Model &x, const Model &y) {
@@ -60,7 +44,7 @@ Model intersect(const Model &x, const Model &y) {
         else
             ++j;
     }
-    return normalize(out);
+    return normalize_spans(out);
 }
 
 // The shape every set has after every operation; returns its ranges.
@@ -102,7 +86,7 @@ Model model_import(const std::string &text, bool &open) {
         }
         spans.push_back({b, e});
     }
-    return normalize(spans);
+    return normalize_spans(spans);
 }
 
 std::string model_export(const Model &m) {

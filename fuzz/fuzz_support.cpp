@@ -391,8 +391,6 @@ bool has(const std::vector<std::string> &list, const std::string &word) {
     return std::find(list.begin(), list.end(), word) != list.end();
 }
 
-namespace {
-
 std::vector<Span> normalize_spans(std::vector<Span> spans) {
     std::sort(spans.begin(), spans.end(), [](const Span &x, const Span &y) { return x.b < y.b; });
     std::vector<Span> out;
@@ -404,8 +402,6 @@ std::vector<Span> normalize_spans(std::vector<Span> spans) {
     }
     return out;
 }
-
-}  // namespace
 
 bool model_reserved(const std::string &ports, const std::vector<Span> &reserved, Outcome &out) {
     std::vector<Span> spans;
@@ -420,7 +416,8 @@ bool model_reserved(const std::string &ports, const std::vector<Span> &reserved,
                 spans.push_back({std::max(r.b, mine->b), std::min(r.e, mine->e)});
     }
     out.list.clear();
-    for (const Span &s : normalize_spans(spans)) out.list.push_back({0, s.b == s.e ? 0u : 1u, 0, s.b, s.e});
+    for (const Span &s : normalize_spans(spans))
+        out.list.push_back({0, s.b == s.e ? 0u : 1u, 0, static_cast<uint32_t>(s.b), static_cast<uint32_t>(s.e)});
     if (!out.list.empty()) out.result = 1;
     return true;
 }

@@ -116,8 +116,11 @@ constexpr unsigned int kPoison = 0x7E57;  // an error code that no operation set
 constexpr unsigned int kAnyError = ~0u;   // the model does not settle the code
 
 struct Span {
-    uint32_t b, e;
+    uint64_t b, e;
+    bool operator==(const Span &) const = default;
 };
+// Sorted, and merged where spans overlap or touch.
+std::vector<Span> normalize_spans(std::vector<Span> spans);
 
 // What a check gives: the result, the conflict list (head first), the error code of a failure.
 struct Outcome {

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "firewall/firewall_service_enum.h"
@@ -87,13 +88,24 @@ Result<bool> compare_with_text(int first, int last, const PortText &other, Confl
 // It is built once when building it is silent (no log line, the error state untouched): another
 // build could only give the same. Otherwise each source builds its own, as each source always
 // has, so that everything the build says is said again.
+//
+// It also keeps, for the rest of the call, what the other sources read without a failure (and
+// so without a log line or a change of the error state): the ports in use over the whole port
+// space per protocol (1 TCP, 0 UDP) and the reserved ports of a settings key.
 class CatalogueSource {
 public:
     Result<const fw::Catalogue *> get();
 
+    const std::vector<int32_t> *used_ports(int tcp) const { return used_[tcp != 0] ? &*used_[tcp != 0] : nullptr; }
+    void keep_used_ports(int tcp, const std::vector<int32_t> &ports) { used_[tcp != 0] = ports; }
+    const std::vector<Span> *reserved(std::string_view key) const;
+    void keep_reserved(std::string_view key, std::vector<Span> spans);
+
 private:
     std::optional<fw::Catalogue> kept_;
     std::optional<fw::Catalogue> last_;
+    std::optional<std::vector<int32_t>> used_[2];
+    std::vector<std::pair<std::string, std::vector<Span>>> reserved_;
 };
 
 // One call of the service-wide check, its texts cut into words.

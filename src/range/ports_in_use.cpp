@@ -21,7 +21,7 @@ constexpr int kPortSpace = 65536;
 // The ports in use for one protocol (TCP: tcp 1, UDP: tcp 0).
 class UsedPorts {
 public:
-    explicit UsedPorts(int tcp) : tcp_(tcp) {}
+    UsedPorts(int tcp, CatalogueSource &kept) : tcp_(tcp), kept_(kept) {}
 
     // Whether some port of [first, last] is in use and not in `skipped`; fails only when the
     // array for the ports cannot be allocated.
@@ -31,9 +31,15 @@ public:
             // The whole space at once. When it cannot be read, this range's own request would
             // have failed the same way (and left the same error state): it has no port in use.
             tried_whole_ = true;
-            const Result<bool> r = fetch(0, kPortSpace - 1, whole_);
-            if (!r) return r.failure();
-            whole_read_ = *r;
+            if (const std::vector<int32_t> *read = kept_.used_ports(tcp_); read != nullptr) {
+                whole_ = *read;  // read by an earlier section of the same file check
+                whole_read_ = true;
+            } else {
+                const Result<bool> r = fetch(0, kPortSpace - 1, whole_);
+                if (!r) return r.failure();
+                whole_read_ = *r;
+                if (whole_read_) kept_.keep_used_ports(tcp_, whole_);
+            }
             if (!whole_read_) {
                 unread_ = {KVLIBCErrGet(), KVLIBCErrorGetFile() != nullptr ? KVLIBCErrorGetFile() : "",
                            KVLIBCErrorGetLine()};
@@ -89,6 +95,7 @@ private:
     };
 
     int tcp_;
+    CatalogueSource &kept_;
     bool tried_whole_ = false;
     bool whole_read_ = false;
     std::vector<int32_t> whole_;
@@ -133,8 +140,8 @@ Result<bool> in_use_conflict(const Request &req) {
         CHECK_LOG("Failed to enumerate services" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
         return f;
     }
-    Protocol protocols[2] = {{KOVA_PROTO_TCP, req.has_proto_word("tcp"), UsedPorts(1), {}},
-                             {KOVA_PROTO_UDP, req.has_proto_word("udp"), UsedPorts(0), {}}};
+    Protocol protocols[2] = {{KOVA_PROTO_TCP, req.has_proto_word("tcp"), UsedPorts(1, *req.catalogues), {}},
+                             {KOVA_PROTO_UDP, req.has_proto_word("udp"), UsedPorts(0, *req.catalogues), {}}};
     for (std::string_view text : req.portItems) {
         int first = 0;
         int last = 0;

@@ -66,6 +66,16 @@ Result<const fw::Catalogue *> CatalogueSource::get() {
     return &*slot;
 }
 
+const std::vector<Span> *CatalogueSource::reserved(std::string_view key) const {
+    for (const auto &[name, spans] : reserved_)
+        if (name == key) return &spans;
+    return nullptr;
+}
+
+void CatalogueSource::keep_reserved(std::string_view key, std::vector<Span> spans) {
+    reserved_.emplace_back(std::string(key), std::move(spans));
+}
+
 bool Request::has_proto_word(std::string_view word) const {
     return std::find(protoWords.begin(), protoWords.end(), word) != protoWords.end();
 }
