@@ -164,20 +164,27 @@ int append_no_conflict(KVLIB_DLIST *list, uint16_t port, uint16_t protocol, Log 
 
 // --- The check ------------------------------------------------------------------------------
 
+// Whether the check's arguments are usable; the first fault is logged.
 template <class F, class Log>
-int port_conflict_check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST *results, Log log) {
+bool check_arguments(const KVLIB_SZLIST *ports, uint16_t protocol, const KVLIB_DLIST *results, Log log) {
     if (!kova::ports::is_legal_protocol(protocol)) {
         log("Illegal protocol: %u", static_cast<unsigned int>(protocol));
-        return -1;
+        return false;
     }
     if (ports == nullptr) {
         log("pPortList is undefined");
-        return -1;
+        return false;
     }
     if (results == nullptr) {
         log(F::kNullCheckResults);
-        return -1;
+        return false;
     }
+    return true;
+}
+
+template <class F, class Log>
+int port_conflict_check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST *results, Log log) {
+    if (!check_arguments<F>(ports, protocol, results, log)) return -1;
     DListPtr inventory(F::inventory());
     if (!inventory) {
         log("Failed to ServiceConfListFetch");

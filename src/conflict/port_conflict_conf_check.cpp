@@ -18,18 +18,7 @@ constexpr auto module_log = [](const char *fmt, auto... args) { KOVA_LOG(fmt, ar
 
 int check(const KVLIB_SZLIST *ports, uint16_t protocol, KVLIB_DLIST *results) {
     using kova::conflict::Declared;
-    if (!kova::ports::is_legal_protocol(protocol)) {
-        KOVA_LOG("Illegal protocol: %u", static_cast<unsigned int>(protocol));
-        return -1;
-    }
-    if (ports == nullptr) {
-        KOVA_LOG("pPortList is undefined");
-        return -1;
-    }
-    if (results == nullptr) {
-        KOVA_LOG("ppResultList is undefined");
-        return -1;
-    }
+    if (!kova::conflict::check_arguments<Family>(ports, protocol, results, module_log)) return -1;
     const std::optional<kova::conflict::ConfiguredPorts> declared = kova::conflict::ConfiguredPorts::build();
     if (!declared) {
         KOVA_LOG("Failed to ServiceConfListFetch");

@@ -69,6 +69,15 @@ class Sandbox(unittest.TestCase):
                               preexec_fn=pre, timeout=120)
         return Run(proc)
 
+    def free_ports(self, n):
+        """Ports of 41001 and up that nothing declares, reserves or (on a live root) holds."""
+        ports, p = [], 41001
+        while len(ports) < n:
+            if self.svc("check", "%d/tcp" % p).status == 0:
+                ports.append(p)
+            p += 1
+        return ports
+
     def sc(self, name, section, ports):
         return self.write("scratch/" + name, "[%s]\ntitle=T\ndesc=D\ndst.ports=%s\n" % (section, ports))
 
@@ -231,7 +240,7 @@ class Changes(Sandbox):
     def test_failed_follow_ups_are_warnings_and_reach_the_users_log(self):
         self.live(firewall="exit 1")
         log = self.path("user.log")
-        r = self.svc("set-ports", "media_server.sc", "media_server", "41001/tcp", "--json",
+        r = self.svc("set-ports", "media_server.sc", "media_server", "%d/tcp" % self.free_ports(1)[0], "--json",
                      env={"KOVA_LOG_FILE": log})
         self.assertEqual(r.status, 0, r.err)
         self.assertTrue(r.json()["changed"])
@@ -241,8 +250,10 @@ class Changes(Sandbox):
 
     def test_concurrent_edits_of_one_file_take_turns(self):
         self.live()
+        ports = self.free_ports(16)
+
         def edit(i):
-            return self.svc("set-ports", "media_server.sc", "media_server", "%d/tcp" % (42000 + i), "--no-reload")
+            return self.svc("set-ports", "media_server.sc", "media_server", "%d/tcp" % ports[i], "--no-reload")
         with ThreadPoolExecutor(8) as pool:
             runs = list(pool.map(edit, range(16)))
         self.assertEqual([r.status for r in runs], [0] * 16, [r.err for r in runs if r.status])
