@@ -29,6 +29,18 @@ namespace kova::change {
 // exported operation of the same job once its arguments are tested, with its results, error
 // state and log lines, running out of memory included.
 
+// At the ABI edge: the core's result for the record the caller must pass, or error 0x0D00
+// (naming the caller's module and line) when it passes none.
+template <class T, class Core>
+int with_record(const T *record, Core core, const char *module, int line) noexcept {
+    if (record == nullptr) {
+        KVLIBCErrSetEx(KOVA_ERR_BAD_PARAMETER, module, line);
+        return -1;
+    }
+    return core(*record);
+}
+#define KOVA_WITH_RECORD(record, core) ::kova::change::with_record(record, core, __FILE_NAME__, __LINE__)
+
 // service_conf_common: removing, copying and moving paths ("/bin/rm -rf", "/bin/cp -rf",
 // "/bin/mv -f"), and the backup set of a request.
 int remove_path(const char *szPath);

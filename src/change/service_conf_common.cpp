@@ -228,27 +228,15 @@ int delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
 extern "C" {
 
 int KVLIBServiceConfBackup(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    if (pRequest == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    return kova::change::backup(*pRequest);
+    return KOVA_WITH_RECORD(pRequest, kova::change::backup);
 }
 
 int KVLIBServiceConfRestore(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    if (pRequest == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    return kova::change::restore(*pRequest);
+    return KOVA_WITH_RECORD(pRequest, kova::change::restore);
 }
 
 int KVLIBServiceBackupConfDelete(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    if (pRequest == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    return kova::change::delete_backup(*pRequest);
+    return KOVA_WITH_RECORD(pRequest, kova::change::delete_backup);
 }
 
 }  // extern "C"

@@ -190,27 +190,15 @@ int KVLIBServiceConfServRestart(unsigned int restartMask) {
 }
 
 int KVLIBServiceConfUpdateServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
-    if (pNotice == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    return kova::change::update_notify(*pNotice);
+    return KOVA_WITH_RECORD(pNotice, kova::change::update_notify);
 }
 
 int KVLIBServiceConfServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
-    if (pNotice == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    return kova::change::update_notify(*pNotice);
+    return KOVA_WITH_RECORD(pNotice, kova::change::update_notify);
 }
 
 int KVLIBServiceConfRemoveServNotify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE *pNotice) {
-    if (pNotice == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
-    return kova::change::remove_notify(*pNotice);
+    return KOVA_WITH_RECORD(pNotice, kova::change::remove_notify);
 }
 
 }  // extern "C"
