@@ -169,7 +169,7 @@ private:
 // them: system files before package files, files by name, sections in file order.
 class ScRecords final : kova::conf::FileVisitor, kova::conf::SectionVisitor {
 public:
-    ScRecords(const std::string &defaults, kova::fw::Origins *origins) : support_(defaults), origins_(origins) {}
+    explicit ScRecords(const std::string &defaults) : support_(defaults) {}
     ScRecords(const ScRecords &) = delete;
     ScRecords &operator=(const ScRecords &) = delete;
     ~ScRecords() { kova::FwServicePtr owned(head_); }
@@ -186,7 +186,7 @@ public:
     }
 
 private:
-    bool file(const char *path, int location) override {
+    bool file(const char *path, int) override {
         KOVA_FW_SERVICE **first = tail_;
         KOVA_SERVICE_CONF global{};
         if (!kova::conf::walk_conf(path, scratch_, global, *this)) return false;
@@ -194,11 +194,6 @@ private:
         // The support key is known once the whole file is read.
         const int supported = support_.supported(global.supportKey);
         for (KOVA_FW_SERVICE *s = *first; s != nullptr; s = s->next) s->supported = supported;
-        if (origins_ != nullptr) {
-            const auto file = static_cast<uint32_t>(origins_->files.size());
-            origins_->files.push_back({location, path, global.supportKey});
-            for (KOVA_FW_SERVICE *s = *first; s != nullptr; s = s->next) origins_->file_of.push_back(file);
-        }
         return true;
     }
 
@@ -237,7 +232,6 @@ private:
     }
 
     SupportKeys support_;
-    kova::fw::Origins *origins_;
     kova::conf::ScFile scratch_;
     kova::conf::SectionFields fields_;
     KOVA_FW_SERVICE *head_ = nullptr;
@@ -249,17 +243,16 @@ private:
 
 namespace kova::fw {
 
-Result<Catalogue> build_catalogue(Origins *origins) noexcept {
+Result<Catalogue> build_catalogue() noexcept {
     try {
         const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
         Builder builtin;
         add_table_rows(builtin, defaults);
-        ScRecords sc(defaults, origins);
+        ScRecords sc(defaults);
         sc.read_all();
         const int count = builtin.count() + sc.count();
         return Catalogue{FwServicePtr(sc.release(builtin.release())), count};
     } catch (const std::bad_alloc &) {
-        if (origins != nullptr) *origins = {};
         return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
     }
 }

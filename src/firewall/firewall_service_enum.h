@@ -19,21 +19,8 @@ struct Catalogue {
     FwServicePtr head;
     int count = 0;
 };
-// Where the records made from .sc sections come from: the catalogue lists them first, and
-// file_of[i] is the file of its i-th record.
-struct OriginFile {
-    int location = 0;  // 1 system, 2 package
-    std::string path;
-    std::string support_key;
-};
-struct Origins {
-    std::vector<OriginFile> files;
-    std::vector<uint32_t> file_of;
-};
-
-// Builds the catalogue, and where each .sc record comes from when `origins` is given; fails
-// (error 0x0200, this module) only when memory runs out.
-Result<Catalogue> build_catalogue(Origins *origins = nullptr) noexcept;
+// Builds the catalogue; fails (error 0x0200, this module) only when memory runs out.
+Result<Catalogue> build_catalogue() noexcept;
 
 // "137,138,139,445" (decimal ports separated by commas; runs of commas count as one) into
 // a new string list stored through ppList. 0, or -1 with a log line and nothing stored.

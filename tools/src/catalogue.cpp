@@ -1,10 +1,12 @@
 #include "catalogue.h"
 
-#include <cstring>
-#include <string_view>
-#include <unordered_set>
+#include <dirent.h>
 
-#include "firewall/firewall_service_enum.h"
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+
 #include "json.h"
 #include "ports_text.h"
 #include "status.h"
@@ -12,6 +14,56 @@
 namespace kovasvc {
 
 namespace {
+
+constexpr size_t kNameField = sizeof(KOVA_FW_SERVICE{}.name);
+
+struct ScSection {
+    std::string name;  // as the catalogue holds it (cut to its name field)
+    ServiceSource source;
+};
+
+// The names of a directory's entries in the order in which the library reads them.
+std::vector<std::string> directory_names(const std::string &dir) {
+    std::vector<std::string> names;
+    struct dirent **entries = nullptr;
+    int n = scandir(dir.c_str(), &entries, nullptr, alphasort);
+    if (n < 0) return names;
+    for (int i = 0; i < n; ++i) {
+        std::string name = entries[i]->d_name;
+        std::free(entries[i]);
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    std::free(entries);
+    return names;
+}
+
+// The .sc service sections in the order of their records in the catalogue: system files before
+// package files, files by name, sections in file order.
+std::vector<ScSection> sc_sections() {
+    std::vector<ScSection> out;
+    for (unsigned int location : {KOVA_CONF_LOCATION_SYSTEM, KOVA_CONF_LOCATION_PACKAGE}) {
+        std::string dir = services_dir(location);
+        if (dir.empty()) continue;
+        for (const auto &name : directory_names(dir)) {
+            std::string path = dir + "/" + name;
+            KOVA_SERVICE_CONF *head = nullptr;
+            if (KOVAServiceConfGet(path.c_str(), &head) != 0) continue;
+            ConfsPtr conf(head);
+            // The reader links each section in front: walk them back into file order.
+            std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
+            for (const auto *s = conf->sections; s != nullptr; s = s->next) sections.push_back(s);
+            for (auto it = sections.rbegin(); it != sections.rend(); ++it) {
+                ScSection sc;
+                sc.name = std::string((*it)->name).substr(0, kNameField - 1);
+                sc.source.origin = location == KOVA_CONF_LOCATION_SYSTEM ? Origin::System : Origin::Package;
+                sc.source.file = path;
+                sc.source.support_key = conf->supportKey;
+                out.push_back(std::move(sc));
+            }
+        }
+    }
+    return out;
+}
 
 ServiceSource builtin_source(const char *name) {
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row)
@@ -79,26 +131,26 @@ std::string string_key(const KOVA_SERVICE_STRING &s) {
 Catalogue Catalogue::load() {
     Catalogue cat;
     clear_library_error();
-    // One enumeration gives the records and the file of each record made from a .sc section.
-    kova::fw::Origins origins;
-    kova::Result<kova::fw::Catalogue> built = kova::fw::build_catalogue(&origins);
-    if (!built) {
-        kova::set_error(built.failure());
+    KOVA_FW_SERVICE *head = nullptr;
+    if (KOVAFwServiceEnum(&head) < 0) {
+        KOVAFwServiceFree(head);
         fail_with_library_error("cannot build the firewall service catalogue");
     }
-    cat.list_.reset(built->head.release());
+    cat.list_.reset(head);
 
-    std::unordered_set<std::string_view> seen;
-    cat.entries_.reserve(static_cast<size_t>(built->count));
-    size_t index = 0;
-    for (const KOVA_FW_SERVICE *s = cat.list_.get(); s != nullptr; s = s->next, ++index) {
+    std::vector<ScSection> expected = sc_sections();
+    std::set<std::string> seen;
+    size_t next = 0;
+    for (const KOVA_FW_SERVICE *s = head; s != nullptr; s = s->next) {
         CatalogueEntry entry;
         entry.service = s;
-        if (index < origins.file_of.size()) {
-            const kova::fw::OriginFile &file = origins.files[origins.file_of[index]];
-            entry.source.origin = file.location == KOVA_CONF_LOCATION_SYSTEM ? Origin::System : Origin::Package;
-            entry.source.file = file.path;
-            entry.source.support_key = file.support_key;
+        // The .sc records come first, in the order of `expected`; a section the catalogue left
+        // out is stepped over.
+        size_t k = next;
+        while (k < expected.size() && expected[k].name != s->name) ++k;
+        if (k < expected.size()) {
+            entry.source = expected[k].source;
+            next = k + 1;
         } else {
             entry.source = builtin_source(s->name);
         }

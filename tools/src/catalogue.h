@@ -30,8 +30,8 @@ struct CatalogueEntry {
 
 class Catalogue {
 public:
-    // Builds the catalogue (as KOVAFwServiceEnum does) and attributes every record to its
-    // built-in row or its .sc file, from the one enumeration. Throws Failure when the catalogue cannot be built.
+    // Builds the catalogue (KOVAFwServiceEnum) and attributes every record to its built-in row
+    // or its .sc file. Throws Failure when the catalogue cannot be built.
     static Catalogue load();
 
     // In the library's order.

@@ -5,10 +5,8 @@
 #include <map>
 #include <optional>
 #include <tuple>
-#include <unordered_map>
 
 #include "args.h"
-#include "conflict/runtime_inventory.h"
 #include "catalogue.h"
 #include "json.h"
 #include "session.h"
@@ -155,68 +153,50 @@ bool listening(unsigned int protocol, unsigned int state) {
     return (protocol == KOVA_PROTO_TCP && state == 10) || protocol == KOVA_PROTO_UDP;
 }
 
-// The sockets of the kernel's tables and the processes that hold them, each read once: a
-// socket with visible holders gives one line per holder (as the library's runtime inventory
-// lists them), a listening TCP or any UDP port without one a line of its own.
-bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
-    const kova::Door door;
-    // The processes before the socket tables: a socket opened in between has no holder.
-    const kova::conflict::SocketOwners owners = kova::conflict::collect_owners(door);
-    std::vector<RawSocketInfo> sockets;
-    kova::conflict::SocketSet read;
-    const std::pair<const char *, uint16_t> tables[] = {{"/proc/net/tcp", KOVA_PROTO_TCP},
-                                                        {"/proc/net/tcp6", KOVA_PROTO_TCP},
-                                                        {"/proc/net/udp", KOVA_PROTO_UDP},
-                                                        {"/proc/net/udp6", KOVA_PROTO_UDP}};
-    for (const auto &[path, protocol] : tables)
-        if (kova::conflict::read_socket_table(door.path(path).c_str(), protocol, read, sockets) !=
-            kova::conflict::TableRead::kOk)
+// Ports of the kernel's socket tables in the runs (TCP: listening), whoever owns them.
+bool ports_in_tables(const HolderQuery &q, unsigned int protocol, std::set<unsigned int> &ports) {
+    for (const auto &run : q.runs) {
+        std::vector<int32_t> found(run.last - run.first + 1, 0);
+        int count = static_cast<int>(found.size());
+        if (KOVANetGetPortUsedInRange(found.data(), &count, static_cast<int>(run.first), static_cast<int>(run.last),
+                                      protocol == KOVA_PROTO_TCP ? 1 : 0) < 0)
             return false;
+        for (int i = 0; i < count && i < static_cast<int>(found.size()); ++i)
+            if (found[static_cast<size_t>(i)] != 0)
+                ports.insert(static_cast<unsigned int>(found[static_cast<size_t>(i)]));
+    }
+    return true;
+}
 
-    auto slot = [](unsigned int port, unsigned int protocol) {
-        return (protocol == KOVA_PROTO_UDP ? 65536 : 0) + port;
-    };
-    std::set<std::tuple<unsigned int, unsigned int, unsigned int, unsigned int>> listed;  // pid, state, port, protocol
-    std::unordered_map<uint32_t, std::string> programs;
-    std::vector<bool> held(2 * 65536, false);  // a port and protocol with a visible holder listed
-    for (const RawSocketInfo &socket : sockets) {
-        const auto holders = owners.pids.find(socket.inode);
-        if (holders == owners.pids.end()) continue;
-        for (auto pid = holders->second.rbegin(); pid != holders->second.rend(); ++pid) {
-            const auto id = static_cast<uint32_t>(*pid);
-            if (!listed.emplace(id, socket.state, socket.port, socket.protocol).second) continue;
-            if ((socket.protocol & q.protocols) == 0 || (q.listening_only && !listening(socket.protocol, socket.state)))
-                continue;
-            auto [program, fresh] = programs.try_emplace(id);
-            if (fresh) program->second = kova::conflict::program_of(door, id);
-            Holder like;
-            like.source = HolderSource::InUse;
-            like.protocols = socket.protocol;
-            like.pid = id;
-            like.program = program->second;
-            like.state = socket_state(socket.protocol, socket.state);
-            const size_t before = out.size();
-            add(out, q, {socket.port, socket.port}, like);
-            if (out.size() != before) held[slot(socket.port, socket.protocol)] = true;
-        }
+bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
+    RuntimeResultsPtr inventory(RuntimeServiceListFetch());
+    if (!inventory) return false;
+    std::set<std::pair<unsigned int, unsigned int>> seen;  // port, protocol with a visible owner
+    for (const auto &r : DListRecords<KOVA_RUNTIME_PORT_CONFLICT_RESULT>(inventory.get())) {
+        if ((r.protocol & q.protocols) == 0 || (q.listening_only && !listening(r.protocol, r.state))) continue;
+        Holder like;
+        like.source = HolderSource::InUse;
+        like.protocols = r.protocol;
+        like.pid = r.pid;
+        like.program = r.program != nullptr ? r.program : "";
+        like.state = socket_state(r.protocol, r.state);
+        size_t before = out.size();
+        add(out, q, {r.port, r.port}, like);
+        if (out.size() != before) seen.insert({r.port, r.protocol});
     }
     for (unsigned int protocol : {KOVA_PROTO_TCP, KOVA_PROTO_UDP}) {
         if ((protocol & q.protocols) == 0) continue;
-        std::vector<bool> in_tables(65536, false);
-        for (const RawSocketInfo &socket : sockets)
-            if (socket.protocol == protocol && listening(socket.protocol, socket.state)) in_tables[socket.port] = true;
-        for (const PortRun &run : q.runs) {
-            for (unsigned int port = run.first; port <= run.last && port <= 65535; ++port) {
-                if (!in_tables[port] || held[slot(port, protocol)]) continue;
-                in_tables[port] = false;  // once, however many runs hold it
-                Holder h;
-                h.source = HolderSource::InUse;
-                h.run = {port, port};
-                h.protocols = protocol;
-                h.visible = false;
-                h.state = protocol == KOVA_PROTO_TCP ? "LISTEN" : "UNCONN";
-                out.push_back(h);
-            }
+        std::set<unsigned int> ports;
+        if (!ports_in_tables(q, protocol, ports)) return false;
+        for (unsigned int port : ports) {
+            if (seen.count({port, protocol}) != 0) continue;
+            Holder h;
+            h.source = HolderSource::InUse;
+            h.run = {port, port};
+            h.protocols = protocol;
+            h.visible = false;
+            h.state = protocol == KOVA_PROTO_TCP ? "LISTEN" : "UNCONN";
+            out.push_back(h);
         }
     }
     return true;
