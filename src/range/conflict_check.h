@@ -97,7 +97,9 @@ public:
     Result<const fw::Catalogue *> get();
 
     const std::vector<int32_t> *used_ports(int tcp) const { return used_[tcp != 0] ? &*used_[tcp != 0] : nullptr; }
-    void keep_used_ports(int tcp, const std::vector<int32_t> &ports) { used_[tcp != 0] = ports; }
+    const std::vector<int32_t> &keep_used_ports(int tcp, std::vector<int32_t> ports) {
+        return used_[tcp != 0].emplace(std::move(ports));
+    }
     const std::vector<Span> *reserved(std::string_view key) const;
     void keep_reserved(std::string_view key, std::vector<Span> spans);
 

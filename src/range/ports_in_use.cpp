@@ -31,28 +31,26 @@ public:
             // The whole space at once. When it cannot be read, this range's own request would
             // have failed the same way (and left the same error state): it has no port in use.
             tried_whole_ = true;
-            if (const std::vector<int32_t> *read = kept_.used_ports(tcp_); read != nullptr) {
-                whole_ = *read;  // read by an earlier section of the same file check
-                whole_read_ = true;
-            } else {
-                const Result<bool> r = fetch(0, kPortSpace - 1, whole_);
+            whole_ = kept_.used_ports(tcp_);  // read by an earlier section of the same file check
+            if (whole_ == nullptr) {
+                std::vector<int32_t> read;
+                const Result<bool> r = fetch(0, kPortSpace - 1, read);
                 if (!r) return r.failure();
-                whole_read_ = *r;
-                if (whole_read_) kept_.keep_used_ports(tcp_, whole_);
+                if (*r) whole_ = &kept_.keep_used_ports(tcp_, std::move(read));
             }
-            if (!whole_read_) {
+            if (whole_ == nullptr) {
                 unread_ = {KVLIBCErrGet(), KVLIBCErrorGetFile() != nullptr ? KVLIBCErrorGetFile() : "",
                            KVLIBCErrorGetLine()};
                 return false;
             }
         }
-        if (inside && !whole_read_) {
+        if (inside && whole_ == nullptr) {
             // The tables are not read again: each later range would fail as the whole space did.
             KVLIBCErrSetEx(unread_.code, unread_.file.c_str(), unread_.line);
             return false;
         }
         std::vector<int32_t> fetched;
-        const std::vector<int32_t> *used = &whole_;
+        const std::vector<int32_t> *used = whole_;
         if (!inside) {
             // A range outside the port space, as the network library answers it (it reads no
             // table for it).
@@ -97,8 +95,7 @@ private:
     int tcp_;
     CatalogueSource &kept_;
     bool tried_whole_ = false;
-    bool whole_read_ = false;
-    std::vector<int32_t> whole_;
+    const std::vector<int32_t> *whole_ = nullptr;  // kept by `kept_`; none when unreadable
     ErrorState unread_;
 };
 
