@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <set>
 
 #include "json.h"
@@ -86,16 +84,6 @@ std::string protocol_names(unsigned int flags) {
 PortRun item_run(const char *item) {
     unsigned int first = 0, last = 0;
     if (item == nullptr) return {};
-    // The catalogue's own forms ("80", "8000-8010") without scanf; anything else as "%u-%u" reads it.
-    const char *end = item + std::strlen(item);
-    const auto head = std::from_chars(item, end, first);
-    if (head.ec == std::errc() && head.ptr != item && std::isdigit(static_cast<unsigned char>(*item))) {
-        if (head.ptr == end) return {first, first};
-        if (*head.ptr == '-' && head.ptr + 1 < end && std::isdigit(static_cast<unsigned char>(head.ptr[1]))) {
-            const auto tail = std::from_chars(head.ptr + 1, end, last);
-            if (tail.ec == std::errc() && tail.ptr == end) return {std::min(first, last), std::max(first, last)};
-        }
-    }
     int n = std::sscanf(item, "%u-%u", &first, &last);
     if (n == 1) return {first, first};
     if (n == 2) return {std::min(first, last), std::max(first, last)};
