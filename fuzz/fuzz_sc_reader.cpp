@@ -2,11 +2,11 @@
 // private root and go through KOVAServiceConfGet and KOVAServiceConfSectionGet (enumeration
 // reads files with the same reader).
 //
-// Oracle: a model of the file format written here from its description, sharing no code with
-// the library or the platform (its own line splitting, sections, keys, quotes, the [global]
-// settings, the display-string split and the port_forward flag; port lists go through the port
-// list model of fuzz_support). Every record the library returns must equal the model's, field by
-// field, and a file the model refuses must be refused.
+// Oracle: a model of the file format written from its description, sharing no code with the
+// library or the platform (the [global] settings, which sections count, the display-string split
+// and the port_forward flag here; line syntax and port lists from the models of fuzz_support). Every record the library
+// returns must equal the model's, field by field, and a file the model refuses must be refused. The first line also
+// goes through KOVAServiceConfServiceStringGet as a display-string key.
 #include <kovaserviceconf.h>
 
 #include <cctype>
@@ -16,7 +16,6 @@
 #include <cstring>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -43,7 +42,7 @@ MODEL std::string before_nul(const std::string &s) {
 }
 
 struct ModelSection {
-    std::set<std::string> full_keys;           // as written, NUL bytes included
+    bool any_key = false;                      // a key line, NUL bytes and all
     std::map<std::string, std::string> value;  // key and value as C texts; the last line wins
 };
 
@@ -55,29 +54,15 @@ struct ModelFile {
 MODEL ModelFile model_file(const std::string &text) {
     ModelFile file;
     ModelSection *current = nullptr;
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string::npos) end = text.size();
-        const std::string line = text.substr(pos, end - pos);
-        pos = end + 1;
-        const std::string t = trim(line);
-        if (t.empty() || t[0] == '#' || t[0] == ';') continue;
-        if (t.front() == '[' && t.back() == ']' && t.size() >= 2) {
-            const std::string name = trim(t.substr(1, t.size() - 2));
-            const bool first = file.sections.count(name) == 0;
-            current = first ? &file.sections[name] : nullptr;
-            if (first) file.names.push_back(before_nul(name));
-            continue;
+    for (const IniLine &l : ini_lines(text)) {
+        if (l.kind == Ini::kSection) {
+            const bool first = file.sections.count(l.name) == 0;
+            current = first ? &file.sections[l.name] : nullptr;
+            if (first) file.names.push_back(before_nul(l.name));
+        } else if (l.kind == Ini::kKey && current != nullptr && !l.name.empty()) {
+            current->any_key = true;
+            current->value[before_nul(l.name)] = before_nul(l.value);
         }
-        const size_t eq = line.find('=');
-        if (eq == std::string::npos || current == nullptr) continue;
-        const std::string key = trim(line.substr(0, eq));
-        std::string value = trim(line.substr(eq + 1));
-        if (value.size() >= 2 && value.front() == '"' && value.back() == '"') value = value.substr(1, value.size() - 2);
-        if (key.empty()) continue;
-        current->full_keys.insert(key);
-        current->value[before_nul(key)] = before_nul(value);
     }
     return file;
 }
@@ -127,7 +112,7 @@ MODEL void set_string(std::string (&out)[5], const char *key, const char *text) 
 
 MODEL std::optional<ModelRecord> model_section(const ModelFile &file, const std::string &name) {
     const auto it = file.sections.find(name);
-    if (it == file.sections.end() || it->second.full_keys.empty()) return std::nullopt;
+    if (it == file.sections.end() || !it->second.any_key) return std::nullopt;
     const ModelSection &s = it->second;
     const char *title = get(s, "title");
     const char *desc = get(s, "desc");
@@ -161,7 +146,7 @@ MODEL std::optional<ModelConf> model_conf(const ModelFile &file) {
         if (!valid_name(name)) continue;
         if (name == "global") {
             const auto it = file.sections.find(name);
-            if (it == file.sections.end() || it->second.full_keys.empty()) continue;
+            if (it == file.sections.end() || !it->second.any_key) continue;
             const char *version = get(it->second, "version");
             conf.version = version != nullptr ? static_cast<int>(std::strtol(version, nullptr, 10)) : 1;
             if (const char *v = get(it->second, "support_key")) conf.support = cut(v, 128);
@@ -172,6 +157,28 @@ MODEL std::optional<ModelConf> model_conf(const ModelFile &file) {
     }
     if (conf.sections.empty()) return std::nullopt;
     return conf;
+}
+
+// The key split of a display-string key: the fields it writes are the model's, every other
+// byte of the record stays as it was.
+MODEL void check_string_key(const std::string &key) {
+    KOVA_SERVICE_STRING s;
+    std::memset(&s, 0xA5, sizeof s);
+    FUZZ_CHECKF(KOVAServiceConfServiceStringGet(key.c_str(), &s) == (key.empty() ? -1 : 0), "key \"%s\"", key.c_str());
+    FUZZ_CHECK(KOVAServiceConfServiceStringGet(key.c_str(), nullptr) == -1);
+    std::string m[5];
+    set_string(m, key.c_str(), key.c_str());
+    const bool split = key.find(':') != std::string::npos;
+    char *const field[5] = {s.prefix, s.section, s.key, s.text, s.extraText};
+    const size_t size[5] = {sizeof s.prefix, sizeof s.section, sizeof s.key, sizeof s.text, sizeof s.extraText};
+    for (size_t i = 0; i < 5; ++i) {
+        if (split ? i < 3 : i == 3 && !key.empty())
+            FUZZ_CHECKF(std::memchr(field[i], 0, size[i]) != nullptr && m[i] == field[i], "key \"%s\" field %zu",
+                        key.c_str(), i);
+        else
+            for (size_t b = 0; b < size[i]; ++b)
+                FUZZ_CHECKF(field[i][b] == '\xA5', "key \"%s\" changed byte %zu of field %zu", key.c_str(), b, i);
+    }
 }
 
 // ---- comparing -------------------------------------------------------------------------------
@@ -217,6 +224,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     write_file(kScFile, text);
     const ModelFile file = model_file(text);
     const std::optional<ModelConf> model = model_conf(file);
+    check_string_key(before_nul(text.substr(0, text.find('\n'))));
 
     // A list that already holds a record: a new record goes in front, a failure leaves it.
     KOVA_SERVICE_CONF held{};

@@ -1,28 +1,138 @@
-// The settings files as hostile input. The input is split at NUL bytes into /etc/kovainfo.conf,
-// /etc/ssh/sshd_config, the port-forwarding rule file (each missing when its piece is empty),
-// keys to look up (separated by "\x1f"), a port text and a skip list. Checked against models
-// of the file syntaxes:
+// The settings files and the port texts of the service-wide check as hostile input. The input
+// is split at NUL bytes into /etc/kovainfo.conf, /etc/ssh/sshd_config, the port-forwarding rule
+// file (each missing when its piece is empty), keys to look up (separated by "\x1f"), the
+// caller's port text, a skip list, a protocol text, a byte of check flags and another source's
+// port text. Checked against models of the file syntaxes and of the port texts:
 //   - KVLIBCFileGetKeyValue (buffers of 16 and 1024 bytes) and KVLIBCFileCheckKeyValue;
 //   - KOVAServiceSSHPortGet: the first "Port" line, 22 without one;
 //   - the rule file through the sectioned-file readers;
-//   - KVLIBIsPortConflict with the rules (0x02) and the reserved ports of the settings (0x08).
+//   - PortsConflictWithText: the caller's ranges (written with ":") against the other text's
+//     (written with "-"), each colliding piece put in front of the list;
+//   - KVLIBIsPortConflict with the rules (0x02), the reserved ports of the settings (0x08) and
+//     the ports in use in fixed socket tables (0x10), as the flag byte chooses (0x0A when it
+//     chooses none); the catalogue source 0x04 is the built-in table's business.
+// Flag byte 0x80: the conflict lists already hold an entry, which new entries go in front of.
 #include <kovaserviceconf.h>
 
 #include <cstdint>
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "fuzz_support.h"
+#include "range/port_conflict_text.h"
 
 namespace {
 
 using namespace kova::fuzz;
 
+constexpr unsigned int kAnyError = ~0u;  // the model does not settle the code
 constexpr const char *kInfo = "/etc/kovainfo.conf";
 constexpr const char *kSshd = "/etc/ssh/sshd_config";
 constexpr const char *kRules = "/etc/portforward/rule.conf";
+constexpr uint32_t kTcpInUse[] = {40001, 40005};
+constexpr uint32_t kUdpInUse = 40003;
+
+// What a check gives: the result, the conflict list (head first), the error code of a failure.
+struct Outcome {
+    int result = 0;
+    std::vector<Port> list;
+    unsigned int error = kPoison;
+};
+
+// One item of a port text: a port, or two joined by `joiner` (the smaller first).
+std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
+    const size_t at = item.find(joiner);
+    const std::string a = item.substr(0, at), b = at == std::string::npos ? a : item.substr(at + 1);
+    if (at != std::string::npos && (a.empty() || b.empty())) return std::nullopt;
+    if (!model_port_check(a) || !model_port_check(b)) {
+        out.error = KOVA_ERR_BAD_PARAMETER;
+        return std::nullopt;
+    }
+    const uint32_t x = static_cast<uint32_t>(std::stoul(a)), y = static_cast<uint32_t>(std::stoul(b));
+    return Span{std::min(x, y), std::max(x, y)};
+}
+
+std::vector<std::string> items_of(const std::string &text) {
+    std::vector<std::string> out = split_all(trim(text), ',');
+    for (std::string &item : out) item = trim(item);
+    return out;
+}
+
+void add(Outcome &out, uint32_t b, uint32_t e) {
+    out.list.insert(out.list.begin(), Port{0, b == e ? 0u : 1u, KOVA_PROTO_BOTH, b, b == e ? 0u : e});
+}
+
+// PortsConflictWithText: the caller's ports ("80,8000:8010") against another source's text
+// ("80,55900-55910"), each colliding piece put in front of the list; false when it fails.
+bool model_compare(const std::string &ports, const std::string &other, Outcome &out) {
+    for (const std::string &item : items_of(ports)) {
+        const std::optional<Span> mine = item_of(item, ':', out);
+        if (!mine) return false;
+        const bool single = item.find(':') == std::string::npos;
+        for (const std::string &o : items_of(other)) {
+            const std::optional<Span> theirs = item_of(o, '-', out);
+            if (!theirs) return false;
+            const uint32_t lo = std::max(mine->b, theirs->b), hi = std::min(mine->e, theirs->e);
+            if (lo > hi) continue;
+            add(out, lo, single || o.find('-') == std::string::npos ? lo : hi);
+            out.result = 1;
+        }
+    }
+    return true;
+}
+
+// The words of a text split at spaces and commas; `empty_words` tells whether two separators
+// meet (the splitter may keep or drop the empty word between them).
+std::vector<std::string> words(const std::string &text, bool &empty_words) {
+    std::vector<std::string> out;
+    if (text.empty()) return out;
+    for (const std::string &w : split_all(text, ',')) {
+        for (const std::string &v : split_all(w, ' ')) {
+            if (!v.empty()) out.push_back(v);
+            empty_words = empty_words || v.empty();
+        }
+    }
+    return out;
+}
+
+bool has(const std::vector<std::string> &list, const std::string &word) {
+    return std::find(list.begin(), list.end(), word) != list.end();
+}
+
+// The reserved-ports source: the list becomes the merged union of what it held and the
+// reserved ports among the caller's; false where the outcome is not settled.
+bool model_reserved(const std::string &ports, const std::vector<Span> &reserved, Outcome &out) {
+    std::vector<Span> spans;
+    for (const Port &p : out.list) spans.push_back({p.begin, p.type == 1 ? p.end : p.begin});
+    for (const std::string &item : items_of(ports)) {
+        Outcome ignored;
+        const std::optional<Span> mine = item_of(item, ':', ignored);
+        const size_t colon = item.find(':');
+        if (!mine || (colon != std::string::npos && std::stoul(item.substr(0, colon)) > mine->b)) return false;
+        for (const Span &r : reserved)
+            if (std::max(r.b, mine->b) <= std::min(r.e, mine->e))
+                spans.push_back({std::max(r.b, mine->b), std::min(r.e, mine->e)});
+    }
+    out.list.clear();
+    for (const Span &s : normalize_spans(spans))
+        out.list.push_back({0, s.b == s.e ? 0u : 1u, 0, static_cast<uint32_t>(s.b), static_cast<uint32_t>(s.e)});
+    if (!out.list.empty()) out.result = 1;
+    return true;
+}
+
+// The result, the list and (on failure) the error code are the model's.
+void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what) {
+    const std::vector<Port> got = to_vector(list);
+    FUZZ_CHECKF(rc == want.result && got == want.list, "%s gave %d %s, model %d %s", what, rc, describe(got).c_str(),
+                want.result, describe(want.list).c_str());
+    if (rc < 0 && want.error != kAnyError)
+        FUZZ_CHECKF(KVLIBCErrGet() == want.error, "%s failed with 0x%04X, model 0x%04X", what, KVLIBCErrGet(),
+                    want.error);
+}
 
 void put(const char *rel, const std::string &content) {
     std::remove(under_root(rel).c_str());
@@ -80,17 +190,51 @@ bool reserve(const std::vector<IniLine> &lines, const char *key, std::vector<Spa
     return true;
 }
 
-// KVLIBIsPortConflict with the flags 0x02 and 0x0A; std::nullopt where not settled.
+// Leading digits as a number (none: 0); std::nullopt where the conversion is not settled.
+std::optional<uint32_t> number(const std::string &s) {
+    size_t n = 0;
+    while (n < s.size() && n < 6 && s[n] >= '0' && s[n] <= '9') ++n;
+    if (n == 6 || (n == 0 && !s.empty() && (s[0] == '+' || s[0] == '-' || is_space(s[0])))) return std::nullopt;
+    return n == 0 ? 0 : static_cast<uint32_t>(std::stoul(s.substr(0, n)));
+}
+
+// The ports in use: the caller's items against the fixed socket tables; false where not settled.
+bool model_in_use(const std::vector<std::string> &items, bool loose, const std::string &protocol, Outcome &out) {
+    bool ignored = false;
+    const std::vector<std::string> protocols = words(lower(protocol), ignored);
+    if (loose || protocol.size() >= 1024) return false;  // empty items; a protocol text cut
+    for (const std::string &item : items) {
+        const size_t colon = item.find(':');
+        const std::optional<uint32_t> a = number(item.substr(0, colon));
+        const std::optional<uint32_t> b = colon == std::string::npos ? a : number(item.substr(colon + 1));
+        if (!a || !b) return false;
+        if (*a == 0 && *b == 0) {
+            out.error = KOVA_ERR_BAD_PARAMETER;
+            out.result = -1;
+            return true;
+        }
+        const uint32_t lo = std::min(*a, *b), hi = std::max(*a, *b);
+        if (hi > 65535) return false;  // up to the network library
+        bool used = has(protocols, "tcp") && std::any_of(std::begin(kTcpInUse), std::end(kTcpInUse),
+                                                         [&](uint32_t p) { return lo <= p && p <= hi; });
+        if (used || (has(protocols, "udp") && lo <= kUdpInUse && kUdpInUse <= hi)) {
+            out.result = 1;
+            return true;
+        }
+    }
+    return true;
+}
+
+// KVLIBIsPortConflict with `flags`, from the list `out` holds; std::nullopt where not settled.
 std::optional<Outcome> model_check(const std::string &info_text, const std::vector<IniLine> &info,
                                    const std::vector<IniSection> &rules, const std::string &skip_text,
-                                   const std::string &ports, bool reserved) {
-    Outcome out;
-    bool loose = false;
-    const std::vector<std::string> skip = words(skip_text, loose), items = words(ports, loose);
+                                   const std::string &ports, const std::string &protocol, int flags, Outcome out) {
+    bool loose = false, ignored = false;
+    const std::vector<std::string> skip = words(skip_text, ignored), items = words(ports, loose);
     if (has(items, "412")) out.result = 1;
     std::vector<std::string> seen;
     for (const IniSection &rule : rules) {
-        if (rule.top || has(seen, rule.name)) continue;
+        if ((flags & KOVA_PORT_CHECK_PORT_FORWARD) == 0 || rule.top || has(seen, rule.name)) continue;
         seen.push_back(rule.name);
         if (rule.keys.empty()) return std::nullopt;  // a section without keys: the read gives 0
         const auto id = rule.keys.find("service_id");
@@ -106,41 +250,72 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
             return out;
         }
     }
-    if (!reserved) return out;
-    const bool ftp = !has(skip, "ftp");
-    if (info_text.empty() &&
-        (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server"))) {
-        out.result = -1;  // no settings file to read
-        out.error = kAnyError;
-        return out;
+    if ((flags & KOVA_PORT_CHECK_RESERVED) != 0) {
+        const bool ftp = !has(skip, "ftp");
+        if (info_text.empty() &&
+            (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server"))) {
+            out.result = -1;  // no settings file to read
+            out.error = kAnyError;
+            return out;
+        }
+        std::vector<Span> spans;
+        bool ok = !ftp || reserve(info, "ftpport", spans);
+        if (ok && ftp && !model_value(info, "ftphighport").value_or("").empty()) {
+            std::vector<Span> low, high;
+            ok = reserve(info, "ftplowport", low) && !low.empty() && reserve(info, "ftphighport", high);
+            if (ok && low[0].b > high[0].b) return std::nullopt;  // a backwards range: not settled
+            if (ok) spans.push_back({low[0].b, high[0].b});
+        }
+        ok = ok && (has(skip, "webdav_http") || reserve(info, "WebDavPort", spans));
+        ok = ok && (has(skip, "webdavs_https") || reserve(info, "secure_WebDavPort", spans));
+        ok = ok && (has(skip, "syslog_server") || reserve(info, "syslogport", spans));
+        if (!ok) {
+            out.result = -1;
+            out.error = KOVA_ERR_BAD_PARAMETER;
+            return out;
+        }
+        if (!model_reserved(ports, spans, out)) return std::nullopt;
     }
-    std::vector<Span> spans;
-    bool ok = !ftp || reserve(info, "ftpport", spans);
-    if (ok && ftp && !model_value(info, "ftphighport").value_or("").empty()) {
-        std::vector<Span> low, high;
-        ok = reserve(info, "ftplowport", low) && !low.empty() && reserve(info, "ftphighport", high);
-        if (ok && low[0].b > high[0].b) return std::nullopt;  // a backwards range: not settled
-        if (ok) spans.push_back({low[0].b, high[0].b});
-    }
-    ok = ok && (has(skip, "webdav_http") || reserve(info, "WebDavPort", spans));
-    ok = ok && (has(skip, "webdavs_https") || reserve(info, "secure_WebDavPort", spans));
-    ok = ok && (has(skip, "syslog_server") || reserve(info, "syslogport", spans));
-    if (!ok) {
-        out.result = -1;
-        out.error = KOVA_ERR_BAD_PARAMETER;
-        return out;
-    }
-    if (!model_reserved(ports, spans, out)) return std::nullopt;
+    if ((flags & KOVA_PORT_CHECK_IN_USE) != 0 && !model_in_use(items, loose, protocol, out)) return std::nullopt;
     return out;
+}
+
+std::string socket_line(uint32_t port, const char *state) {
+    char buf[160];
+    std::snprintf(buf, sizeof buf,
+                  "   0: 00000000:%04X 00000000:0000 %s 00000000:00000000 00:00000000 00000000     0        0 %u\n",
+                  port, state, port);
+    return buf;
+}
+
+void setup() {
+    std::filesystem::create_directories(under_root("/usr/kova/etc/services.d"));
+    std::filesystem::create_directories(under_root("/usr/local/etc/services.d"));
+    const std::string header = "  sl  local_address rem_address   st\n";
+    write_file("/proc/net/tcp", header + socket_line(kTcpInUse[0], "0A") + socket_line(40002, "01"));
+    write_file("/proc/net/tcp6", header + socket_line(kTcpInUse[1], "0A"));
+    write_file("/proc/net/udp", header + socket_line(kUdpInUse, "07"));
+    write_file("/proc/net/udp6", header);
+}
+
+// A conflict list that is empty or, with flag byte 0x80, holds one entry.
+KOVA_SERVICE_CONF_PORT *start_list(uint8_t byte) {
+    KOVA_SERVICE_CONF_PORT *list = nullptr;
+    if ((byte & 0x80) != 0) FUZZ_CHECK(KOVAServiceConfPortsGet("7/tcp", 0, &list) == 0);
+    return list;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 8192) return 0;
+    static const bool ready = (setup(), true);
+    (void)ready;
     std::vector<std::string> in = split_all(std::string(reinterpret_cast<const char *>(data), size), '\0');
-    in.resize(std::max<size_t>(in.size(), 6));
+    in.resize(std::max<size_t>(in.size(), 9));
     const std::string &info = in[0], &sshd = in[1], &rules = in[2], &ports = in[4], &skip = in[5];
+    const std::string &protocol = in[6], &other = in[8];
+    const uint8_t byte = in[7].empty() ? 0 : static_cast<uint8_t>(in[7][0]);
     put(kInfo, info);
     put(kSshd, sshd);
     put(kRules, rules);
@@ -159,15 +334,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::vector<IniSection> sections = ini_sections(ini_lines(rules));
     if (!rules.empty()) check_section_reader(under_root(kRules), sections);
 
-    for (const bool reserved : {false, true}) {
-        const std::optional<Outcome> want = model_check(info, info_lines, sections, skip, ports, reserved);
-        KOVA_SERVICE_CONF_PORT *list = nullptr;
-        KVLIBCErrSetEx(kPoison, "fuzz", 0);
-        const int got = KVLIBIsPortConflict(
-            skip.c_str(), ports.c_str(), "tcp",
-            reserved ? KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_RESERVED : KOVA_PORT_CHECK_PORT_FORWARD, &list);
-        if (want) check_outcome(*want, got, list, reserved ? "check 0x0A" : "check 0x02");
-        KOVAServiceConfPortsFree(list);
-    }
+    KOVA_SERVICE_CONF_PORT *list = start_list(byte);
+    const Outcome start{0, to_vector(list), kPoison};
+    Outcome want = start;
+    if (!model_compare(ports, other, want)) want.result = -1;
+    KVLIBCErrSetEx(kPoison, "fuzz", 0);
+    int got = PortsConflictWithText(ports.c_str(), other.c_str(), &list);
+    check_outcome(want, got, list, "PortsConflictWithText");
+    KOVAServiceConfPortsFree(list);
+
+    const int flags = (byte & 0x1B) != 0 ? byte & 0x1B : KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_RESERVED;
+    const std::optional<Outcome> expected =
+        model_check(info, info_lines, sections, skip, ports, protocol, flags, start);
+    list = start_list(byte);
+    KVLIBCErrSetEx(kPoison, "fuzz", 0);
+    got = KVLIBIsPortConflict(skip.c_str(), ports.c_str(), protocol.c_str(), flags, &list);
+    if (expected) check_outcome(*expected, got, list, "KVLIBIsPortConflict");
+    KOVAServiceConfPortsFree(list);
     return 0;
 }

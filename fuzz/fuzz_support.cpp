@@ -178,84 +178,6 @@ std::optional<std::vector<Port>> model_ports_get(std::string_view text, uint32_t
     return out;
 }
 
-void check_port_list(const KOVA_SERVICE_CONF_PORT *list, uint32_t direction) {
-    FUZZ_CHECK(list != nullptr);
-    const uint32_t protocol = list->protocol;
-    FUZZ_CHECKF(protocol >= 1 && protocol <= 3, "protocol %u", protocol);
-    for (const KOVA_SERVICE_CONF_PORT *p = list; p != nullptr; p = p->next) {
-        FUZZ_CHECKF(p->direction == direction, "direction %u, expected %u", p->direction, direction);
-        FUZZ_CHECKF(p->protocol == protocol, "mixed protocols %u and %u", p->protocol, protocol);
-        FUZZ_CHECKF(p->type == 0 || p->type == 1, "type %u", p->type);
-        FUZZ_CHECKF(p->beginPort <= 65535 && p->endPort <= 65535, "ports %u-%u", p->beginPort, p->endPort);
-        if (p->type == 0) FUZZ_CHECKF(p->endPort == 0, "single port %u with end %u", p->beginPort, p->endPort);
-    }
-}
-
-namespace {
-
-std::string expected_port_text(const std::vector<Port> &ports) {
-    std::string out;
-    for (const Port &p : ports) {
-        if (!out.empty()) out += ',';
-        if (p.type == 1)
-            out += std::to_string(std::min(p.begin, p.end)) + ":" + std::to_string(std::max(p.begin, p.end));
-        else
-            out += std::to_string(p.begin);
-    }
-    return out;
-}
-
-std::string expected_protocol_text(uint32_t protocol) {
-    std::string out;
-    if (protocol & KOVA_PROTO_TCP) out += "tcp";
-    if (protocol & KOVA_PROTO_UDP) out += out.empty() ? "udp" : ",udp";
-    return out;
-}
-
-}  // namespace
-
-void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list) {
-    const std::vector<Port> original = to_vector(list);
-    FUZZ_CHECK(!original.empty());
-    const std::string ports = expected_port_text(original);
-    const std::string protocol = expected_protocol_text(original.front().protocol);
-
-    // Exactly large enough: both texts written.
-    std::vector<char> pbuf(ports.size() + 1, '\x7f');
-    std::vector<char> qbuf(protocol.size() + 1, '\x7f');
-    int rc = KVLIBServiceConfPortsToStr(list, pbuf.data(), static_cast<int>(pbuf.size()), qbuf.data(),
-                                        static_cast<int>(qbuf.size()));
-    FUZZ_CHECKF(rc == 0, "render failed with 0x%04X for %s", KVLIBCErrGet(), describe(original).c_str());
-    FUZZ_CHECKF(ports == pbuf.data(), "rendered ports \"%s\", expected \"%s\"", pbuf.data(), ports.c_str());
-    FUZZ_CHECKF(protocol == qbuf.data(), "rendered protocol \"%s\", expected \"%s\"", qbuf.data(), protocol.c_str());
-
-    // One byte short: refused with 0xBF00, neither buffer written.
-    std::vector<char> small(ports.size(), '\x7f');
-    std::vector<char> other(protocol.size() + 1, '\x7f');
-    if (!small.empty()) {
-        rc = KVLIBServiceConfPortsToStr(list, small.data(), static_cast<int>(small.size()), other.data(),
-                                        static_cast<int>(other.size()));
-        FUZZ_CHECK(rc == -1);
-        FUZZ_CHECKF(KVLIBCErrGet() == KOVA_ERR_BUFFER_TOO_SMALL, "error 0x%04X", KVLIBCErrGet());
-        FUZZ_CHECK(std::all_of(small.begin(), small.end(), [](char c) { return c == '\x7f'; }));
-        FUZZ_CHECK(std::all_of(other.begin(), other.end(), [](char c) { return c == '\x7f'; }));
-    }
-
-    // The rendering parses back to the same entries in reverse order, ranges low to high.
-    const std::string text = ports + "/" + protocol;
-    KOVA_SERVICE_CONF_PORT *again = nullptr;
-    rc = KOVAServiceConfPortsGet(text.c_str(), original.front().direction, &again);
-    FUZZ_CHECKF(rc == 0 && again != nullptr, "rendering \"%s\" does not parse (0x%04X)", text.c_str(), KVLIBCErrGet());
-    std::vector<Port> expected(original.rbegin(), original.rend());
-    for (Port &p : expected) {
-        if (p.type == 1 && p.begin > p.end) std::swap(p.begin, p.end);
-    }
-    const std::vector<Port> back = to_vector(again);
-    KOVAServiceConfPortsFree(again);
-    FUZZ_CHECKF(back == expected, "\"%s\" parsed to %s, expected %s", text.c_str(), describe(back).c_str(),
-                describe(expected).c_str());
-}
-
 // ---- the sectioned file syntax as a model ------------------------------------------------
 
 std::string ini_value(std::string_view written) {
@@ -329,67 +251,7 @@ void check_section_reader(const std::string &path, const std::vector<IniSection>
     KVLIBCSzListFree(names);
 }
 
-// ---- the port texts of the service-wide check as a model ---------------------------------
-
-namespace {
-
-// One item of a port text: a port, or two joined by `joiner` (the smaller first).
-std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
-    const size_t at = item.find(joiner);
-    const std::string a = item.substr(0, at), b = at == std::string::npos ? a : item.substr(at + 1);
-    if (at != std::string::npos && (a.empty() || b.empty())) return std::nullopt;
-    if (!model_port_check(a) || !model_port_check(b)) {
-        out.error = KOVA_ERR_BAD_PARAMETER;
-        return std::nullopt;
-    }
-    const uint32_t x = static_cast<uint32_t>(std::stoul(a)), y = static_cast<uint32_t>(std::stoul(b));
-    return Span{std::min(x, y), std::max(x, y)};
-}
-
-std::vector<std::string> items_of(const std::string &text) {
-    std::vector<std::string> out = split_all(trim(text), ',');
-    for (std::string &item : out) item = trim(item);
-    return out;
-}
-
-void add(Outcome &out, uint32_t b, uint32_t e) {
-    out.list.insert(out.list.begin(), Port{0, b == e ? 0u : 1u, KOVA_PROTO_BOTH, b, b == e ? 0u : e});
-}
-
-}  // namespace
-
-bool model_compare(const std::string &ports, const std::string &other, Outcome &out) {
-    for (const std::string &item : items_of(ports)) {
-        const std::optional<Span> mine = item_of(item, ':', out);
-        if (!mine) return false;
-        const bool single = item.find(':') == std::string::npos;
-        for (const std::string &o : items_of(other)) {
-            const std::optional<Span> theirs = item_of(o, '-', out);
-            if (!theirs) return false;
-            const uint32_t lo = std::max(mine->b, theirs->b), hi = std::min(mine->e, theirs->e);
-            if (lo > hi) continue;
-            add(out, lo, single || o.find('-') == std::string::npos ? lo : hi);
-            out.result = 1;
-        }
-    }
-    return true;
-}
-
-std::vector<std::string> words(const std::string &text, bool &empty_words) {
-    std::vector<std::string> out;
-    if (text.empty()) return out;
-    for (const std::string &w : split_all(text, ',')) {
-        for (const std::string &v : split_all(w, ' ')) {
-            if (!v.empty()) out.push_back(v);
-            empty_words = empty_words || v.empty();
-        }
-    }
-    return out;
-}
-
-bool has(const std::vector<std::string> &list, const std::string &word) {
-    return std::find(list.begin(), list.end(), word) != list.end();
-}
+// ---- port spans ----------------------------------------------------------------------------
 
 std::vector<Span> normalize_spans(std::vector<Span> spans) {
     std::sort(spans.begin(), spans.end(), [](const Span &x, const Span &y) { return x.b < y.b; });
@@ -401,34 +263,6 @@ std::vector<Span> normalize_spans(std::vector<Span> spans) {
             out.push_back(s);
     }
     return out;
-}
-
-bool model_reserved(const std::string &ports, const std::vector<Span> &reserved, Outcome &out) {
-    std::vector<Span> spans;
-    for (const Port &p : out.list) spans.push_back({p.begin, p.type == 1 ? p.end : p.begin});
-    for (const std::string &item : items_of(ports)) {
-        Outcome ignored;
-        const std::optional<Span> mine = item_of(item, ':', ignored);
-        const size_t colon = item.find(':');
-        if (!mine || (colon != std::string::npos && std::stoul(item.substr(0, colon)) > mine->b)) return false;
-        for (const Span &r : reserved)
-            if (std::max(r.b, mine->b) <= std::min(r.e, mine->e))
-                spans.push_back({std::max(r.b, mine->b), std::min(r.e, mine->e)});
-    }
-    out.list.clear();
-    for (const Span &s : normalize_spans(spans))
-        out.list.push_back({0, s.b == s.e ? 0u : 1u, 0, static_cast<uint32_t>(s.b), static_cast<uint32_t>(s.e)});
-    if (!out.list.empty()) out.result = 1;
-    return true;
-}
-
-void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what) {
-    const std::vector<Port> got = to_vector(list);
-    FUZZ_CHECKF(rc == want.result && got == want.list, "%s gave %d %s, model %d %s", what, rc, describe(got).c_str(),
-                want.result, describe(want.list).c_str());
-    if (rc < 0 && want.error != kAnyError)
-        FUZZ_CHECKF(KVLIBCErrGet() == want.error, "%s failed with 0x%04X, model 0x%04X", what, KVLIBCErrGet(),
-                    want.error);
 }
 
 }  // namespace kova::fuzz

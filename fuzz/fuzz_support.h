@@ -78,12 +78,6 @@ int model_protocol(const std::optional<std::string> &text);
 // KOVAServiceConfPortsGet: the entries in list order, or std::nullopt when the text is refused.
 std::optional<std::vector<Port>> model_ports_get(std::string_view text, uint32_t direction);
 
-// A parsed list: every entry well-formed, one protocol, the caller's direction.
-void check_port_list(const KOVA_SERVICE_CONF_PORT *list, uint32_t direction);
-// Renders a parsed list with KVLIBServiceConfPortsToStr (exact texts, exact buffer sizes) and
-// parses the rendering again: the same entries, in reverse order, ranges written low to high.
-void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list);
-
 // ---- the sectioned file syntax as a model ------------------------------------------------
 
 // "[name]" starts a section, "key = value" sets a key (both trimmed, one pair of quotes around
@@ -110,10 +104,9 @@ std::vector<IniSection> ini_sections(const std::vector<IniLine> &lines);
 // KVLIBCFileEnumSection and KVLIBCFileGetSection of `path` give exactly what the model reads.
 void check_section_reader(const std::string &path, const std::vector<IniSection> &model);
 
-// ---- the port texts of the service-wide check as a model ---------------------------------
+// ---- port spans ----------------------------------------------------------------------------
 
 constexpr unsigned int kPoison = 0x7E57;  // an error code that no operation sets
-constexpr unsigned int kAnyError = ~0u;   // the model does not settle the code
 
 struct Span {
     uint64_t b, e;
@@ -121,25 +114,5 @@ struct Span {
 };
 // Sorted, and merged where spans overlap or touch.
 std::vector<Span> normalize_spans(std::vector<Span> spans);
-
-// What a check gives: the result, the conflict list (head first), the error code of a failure.
-struct Outcome {
-    int result = 0;
-    std::vector<Port> list;
-    unsigned int error = kPoison;
-};
-
-// PortsConflictWithText: the caller's ports ("80,8000:8010") against another source's text
-// ("80,55900-55910"), each colliding piece put in front of the list; false when it fails.
-bool model_compare(const std::string &ports, const std::string &other, Outcome &out);
-// The words of a text split at spaces and commas; `empty_words` tells whether two separators
-// meet (the splitter may keep or drop the empty word between them).
-std::vector<std::string> words(const std::string &text, bool &empty_words);
-bool has(const std::vector<std::string> &list, const std::string &word);
-// The reserved-ports source: the list becomes the merged union of what it held and the
-// reserved ports among the caller's; false where the outcome is not settled.
-bool model_reserved(const std::string &ports, const std::vector<Span> &reserved, Outcome &out);
-// The result, the list and (on failure) the error code are the model's.
-void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what);
 
 }  // namespace kova::fuzz
