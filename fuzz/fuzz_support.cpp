@@ -44,7 +44,6 @@ void remove_root() {
     std::error_code ec;
     if (!g_root.empty()) std::filesystem::remove_all(g_root, ec);
 }
-}  // namespace
 
 const std::string &root() {
     if (g_root.empty()) {
@@ -60,6 +59,8 @@ const std::string &root() {
     }
     return g_root;
 }
+
+}  // namespace
 
 std::string under_root(std::string_view rel) {
     return root() + std::string(rel);

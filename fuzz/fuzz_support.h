@@ -46,10 +46,8 @@ std::string cut(std::string_view s, size_t capacity);
 
 // ---- the private root ----------------------------------------------------------------------
 
-// A temporary directory made once per process and removed at exit; KOVA_ROOT points at it and
-// KOVA_LOG_FILE is unset (log lines go to the system log only).
-const std::string &root();
-// `rel` (an absolute system path) under the root.
+// `rel` (an absolute system path) under a temporary directory made once per process and removed
+// at exit; KOVA_ROOT points at it and KOVA_LOG_FILE is unset (log lines go to the system log only).
 std::string under_root(std::string_view rel);
 // Writes a file under the root, creating its directories.
 void write_file(std::string_view rel, std::string_view content);

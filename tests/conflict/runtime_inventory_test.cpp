@@ -1,7 +1,6 @@
 // The runtime inventory over a fabricated process table, and the reader of descriptor links.
 #include <cstdio>
 
-#include "conflict/runtime_inventory.h"
 #include "conflict_test.h"
 
 namespace {
@@ -13,21 +12,24 @@ const std::string kHelper = "port_conflict_runtime_helper.cpp:N ";
 class RuntimeInventoryTest : public ProcTableTest {
 protected:
     // Processes 1000, 77 and 812 (walked in text order: 1000, 77, 812) share socket 4321; 77
-    // holds it on two descriptors and holds 999 through the "[0000]:" form of a socket link.
+    // holds it on two descriptors and holds 999 through the "[0000]:" form of a socket link. Its
+    // other links are no socket links (an empty inode, a space before, another "[...]:" form).
     void shared_socket_processes() const {
         process("1000", "/usr/bin/first", {{3, "socket:[4321]"}});
         process("77", "/usr/sbin/rsyncd",
-                {{3, "socket:[4321]"}, {4, "socket:[4321]"}, {5, "[0000]:999"}, {6, "pipe:[4321]"}, {7, "/dev/null"}});
+                {{3, "socket:[4321]"},
+                 {4, "socket:[4321]"},
+                 {5, "[0000]:999"},
+                 {6, "pipe:[4321]"},
+                 {7, "/dev/null"},
+                 {8, "socket:[]"},
+                 {9, " socket:[1]"},
+                 {10, "[0001]:5"}});
         process("812", "", {{0, "socket:[4321]"}});
     }
 };
 
 // Which sockets the tables hold, in which order, is the socket table fuzz harness's model.
-TEST_F(RuntimeInventoryTest, IllegalProtocol) {
-    EXPECT_EQ(RawSocketInfoListFetch(4), nullptr);
-    EXPECT_EQ(log_normalized(), (Lines{kHelper + "Illegal protocol: 4"}));
-}
-
 TEST_F(RuntimeInventoryTest, MissingOrUnreadableTableFailsWithItsLines) {
     tables(sock_line(873, 0x0A, 4321), "", sock_line(5353, 0x07, 999), "");
     std::remove(path("/proc/net/tcp6").c_str());
@@ -44,8 +46,9 @@ TEST_F(RuntimeInventoryTest, MissingOrUnreadableTableFailsWithItsLines) {
     clear_log();
     mkdir("/proc/net/tcp6");  // there but not readable as a file; the message ends in a line break
     EXPECT_EQ(RawSocketInfoListFetch(1), nullptr);
+    EXPECT_EQ(RawSocketInfoListFetch(4), nullptr);
     EXPECT_EQ(log_normalized(), (Lines{kHelper + "Failed to open File: " + path("/proc/net/tcp6"), "",
-                                       kHelper + "Failed to ParseToRawSocketInfo"}));
+                                       kHelper + "Failed to ParseToRawSocketInfo", kHelper + "Illegal protocol: 4"}));
 }
 
 TEST_F(RuntimeInventoryTest, PidWalkIsTextSortedAndStopsAtTheFirstNonNumber) {
@@ -124,17 +127,6 @@ TEST_F(RuntimeInventoryTest, ParseAndContainCompareTheWholeKey) {
     EXPECT_EQ(ContainRawSocketInfo(nullptr, &known), 0);
     EXPECT_EQ(ContainRuntimeResult(results.get(), nullptr), 0);
     EXPECT_EQ(log_normalized(), (Lines{kHelper + "pRawSocketInfoList is undefined", kHelper + "pResult is undefined"}));
-}
-
-TEST(SocketLinkScan, TakesOnlySocketLinks) {
-    uint64_t inode = 0;
-    EXPECT_TRUE(kova::conflict::scan_socket_link("socket:[4321]", inode));
-    EXPECT_EQ(inode, 4321u);
-    EXPECT_TRUE(kova::conflict::scan_socket_link("[0000]:77", inode));
-    EXPECT_EQ(inode, 77u);
-    for (const char *other : {"pipe:[4321]", "/dev/null", "socket:[]", "", " socket:[1]", "[0001]:5"})
-        EXPECT_FALSE(kova::conflict::scan_socket_link(other, inode)) << other;
-    EXPECT_EQ(inode, 77u);
 }
 
 }  // namespace

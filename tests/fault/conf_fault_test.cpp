@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <memory>
 
 #include "../conf/conf_test_util.h"
 #include "fault_harness.h"
@@ -13,7 +12,6 @@ namespace {
 
 using kova::test::parts;
 using kova::test::port_texts;
-constexpr unsigned int kPoison = 0x7E57;
 
 std::string joined(const KOVA_SERVICE_CONF_PORT *p) {
     std::string out;
@@ -32,29 +30,7 @@ std::string conf_text(const KOVA_SERVICE_CONF &c) {
     return out;
 }
 
-// An operation that hands out its result whole or not at all: `op` returns 0 or -1 and `now`
-// shows the caller's outputs. Success shows `expected`; failure leaves `untouched` and sets the
-// out-of-memory error.
-Case all_or_nothing(
-    std::function<void()> reset, std::function<int()> op, std::function<std::string()> now, const std::string &expected,
-    const std::string &untouched, std::function<void()> release, std::function<void()> finish = [] {}) {
-    auto rc = std::make_shared<int>(0);
-    return {[reset] {
-                reset();
-                KVLIBCErrSetEx(kPoison, "test", 0);
-            },
-            [rc, op] { *rc = op(); },
-            [rc, now, expected, untouched](bool) {
-                EXPECT_EQ(now(), *rc == 0 ? expected : untouched) << "returned " << *rc;
-                if (*rc == 0) return true;
-                EXPECT_EQ(*rc, -1);
-                EXPECT_EQ(KVLIBCErrGet(), KOVA_ERR_OUT_OF_MEMORY);
-                return false;
-            },
-            release, finish};
-}
-
-// The same for an operation that links one new record in front of a list the caller holds.
+// An operation that links one new record in front of a list the caller holds: all or nothing.
 template <class T>
 Case prepended(T *&held_ref, T *&list_ref, std::function<int()> op, std::function<std::string(const T &)> text,
                const std::string &expected, void (*free_list)(T *)) {
@@ -66,8 +42,8 @@ Case prepended(T *&held_ref, T *&list_ref, std::function<int()> op, std::functio
                           expected, "held",
                           [=] {
                               if (*list != *held) (*list)->next = nullptr, free_list(*list);
-                          },
-                          [=] { free_list(*held); });
+                              free_list(*held);
+                          });
 }
 
 class ConfFaultTest : public FaultTest {};
@@ -169,8 +145,8 @@ TEST_P(ConfFaultTest, EnumerateBothDirectories) {
                        while (*link != held) link = &(*link)->next;
                        *link = nullptr;
                        KOVAServiceConfFree(list);
-                   },
-                   [&] { KOVAServiceConfFree(held); }});
+                       KOVAServiceConfFree(held);
+                   }});
 }
 
 }  // namespace

@@ -1,11 +1,17 @@
 #include "fault_alloc.h"
 
-#if !defined(__SANITIZE_ADDRESS__)
-
-#include <atomic>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
+
+namespace kova::fault {
+constinit Trigger allocations;  // used before any constructor runs
+}
+
+namespace {
+constinit std::atomic<long> g_live{0};
+}
+
+#if !defined(__SANITIZE_ADDRESS__)
 
 extern "C" {
 void *__libc_malloc(size_t size);
@@ -17,35 +23,16 @@ void *__libc_memalign(size_t alignment, size_t size);
 
 namespace {
 
-// All state is constant-initialized: the allocator is used before any constructor runs.
-std::atomic<long> g_countdown{0};  // 0: disarmed; else allocations left until the failing one
-std::atomic<bool> g_sticky{false};
-std::atomic<bool> g_failing{false};  // sticky mode, past the failing allocation
-std::atomic<long> g_injected{0};
-std::atomic<long> g_live{0};
-
-bool refuse() {
-    if (g_failing.load(std::memory_order_relaxed)) {
-        g_injected.fetch_add(1, std::memory_order_relaxed);
-        return true;
+// Null (ENOMEM) when the allocation is to fail; else `alloc()`, counted.
+template <class Alloc>
+void *counted(Alloc alloc) {
+    if (kova::fault::allocations.fire()) {
+        errno = ENOMEM;
+        return nullptr;
     }
-    if (g_countdown.load(std::memory_order_relaxed) <= 0) return false;
-    if (g_countdown.fetch_sub(1, std::memory_order_relaxed) != 1) return false;
-    g_injected.fetch_add(1, std::memory_order_relaxed);
-    if (g_sticky.load(std::memory_order_relaxed)) g_failing.store(true, std::memory_order_relaxed);
-    return true;
-}
-
-void *counted(void *block) {
-    if (block != nullptr) {
-        g_live.fetch_add(1, std::memory_order_relaxed);
-    }
+    void *block = alloc();
+    if (block != nullptr) g_live.fetch_add(1, std::memory_order_relaxed);
     return block;
-}
-
-void *fail_alloc() {
-    errno = ENOMEM;
-    return nullptr;
 }
 
 }  // namespace
@@ -53,13 +40,11 @@ void *fail_alloc() {
 extern "C" {
 
 void *malloc(size_t size) noexcept {
-    if (refuse()) return fail_alloc();
-    return counted(__libc_malloc(size));
+    return counted([=] { return __libc_malloc(size); });
 }
 
 void *calloc(size_t count, size_t size) noexcept {
-    if (refuse()) return fail_alloc();
-    return counted(__libc_calloc(count, size));
+    return counted([=] { return __libc_calloc(count, size); });
 }
 
 void *realloc(void *p, size_t size) noexcept {
@@ -68,13 +53,19 @@ void *realloc(void *p, size_t size) noexcept {
         g_live.fetch_sub(1, std::memory_order_relaxed);
         return __libc_realloc(p, 0);
     }
-    if (refuse()) return fail_alloc();
+    if (kova::fault::allocations.fire()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
     return __libc_realloc(p, size);
 }
 
 void *reallocarray(void *p, size_t count, size_t size) noexcept {
     size_t bytes = 0;
-    if (__builtin_mul_overflow(count, size, &bytes)) return fail_alloc();
+    if (__builtin_mul_overflow(count, size, &bytes)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
     return realloc(p, bytes);
 }
 
@@ -85,8 +76,7 @@ void free(void *p) noexcept {
 }
 
 void *memalign(size_t alignment, size_t size) noexcept {
-    if (refuse()) return fail_alloc();
-    return counted(__libc_memalign(alignment, size));
+    return counted([=] { return __libc_memalign(alignment, size); });
 }
 
 void *aligned_alloc(size_t alignment, size_t size) noexcept {
@@ -102,27 +92,16 @@ int posix_memalign(void **out, size_t alignment, size_t size) noexcept {
 }
 
 }  // extern "C"
+#endif
 
 namespace kova::fault {
 
 bool available() {
+#if defined(__SANITIZE_ADDRESS__)
+    return false;
+#else
     return true;
-}
-
-void arm(long nth, bool sticky) {
-    g_injected.store(0);
-    g_failing.store(false);
-    g_sticky.store(sticky);
-    g_countdown.store(nth);
-}
-
-void disarm() {
-    g_countdown.store(0);
-    g_failing.store(false);
-}
-
-long injected() {
-    return g_injected.load();
+#endif
 }
 
 long live() {
@@ -130,23 +109,3 @@ long live() {
 }
 
 }  // namespace kova::fault
-
-#else  // AddressSanitizer owns the allocator.
-
-namespace kova::fault {
-
-bool available() {
-    return false;
-}
-void arm(long, bool) {}
-void disarm() {}
-long injected() {
-    return 0;
-}
-long live() {
-    return 0;
-}
-
-}  // namespace kova::fault
-
-#endif

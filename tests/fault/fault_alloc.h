@@ -1,26 +1,40 @@
-// Allocation failure injection for the fault tests.
+// Failure injection for the fault tests.
 //
-// The test program replaces malloc, calloc, realloc, free (and the aligned variants) with
-// versions that forward to the C library and count the blocks alive. Armed with N, the Nth
-// allocation from then on fails (returns null with ENOMEM); in sticky mode every allocation after
-// it fails too. operator new, strdup, the platform stand-ins and the library all allocate through
-// these functions, so a failure can hit any of them.
-//
-// AddressSanitizer replaces the allocator itself: under it the replacement is not compiled and
-// available() is false.
+// A Trigger armed with N makes the Nth event from then on fail; with `sticky`, every one after it
+// too. The test program replaces malloc, calloc, realloc, free (and the aligned variants) with
+// versions that forward to the C library, count the blocks alive and return null (ENOMEM) when
+// `allocations` fires. operator new, strdup, the platform stand-ins and the library all allocate
+// through them. AddressSanitizer replaces the allocator itself: under it the replacement is not
+// compiled and available() is false.
 #pragma once
 
-#include <cstddef>
+#include <atomic>
 
 namespace kova::fault {
 
-bool available();
+class Trigger {
+public:
+    constexpr Trigger() = default;
+    void arm(long nth, bool sticky) { fired_ = 0, failing_ = false, sticky_ = sticky, countdown_ = nth; }
+    void disarm() { countdown_ = 0, failing_ = false; }
+    long fired() const { return fired_; }  // events failed since arm()
+    // Counts one event; whether it is to fail.
+    bool fire() {
+        if (!failing_) {
+            if (countdown_ <= 0 || countdown_.fetch_sub(1) != 1) return false;
+            failing_ = sticky_.load();
+        }
+        ++fired_;
+        return true;
+    }
 
-// The nth allocation from now (1: the next one) fails; with `sticky`, every one after it too.
-void arm(long nth, bool sticky);
-void disarm();
-// Allocations refused since the last arm().
-long injected();
+private:
+    std::atomic<long> countdown_{0}, fired_{0};  // countdown 0: disarmed
+    std::atomic<bool> sticky_{false}, failing_{false};
+};
+
+extern constinit Trigger allocations;
+bool available();
 // Blocks allocated and not yet freed, over the whole process.
 long live();
 

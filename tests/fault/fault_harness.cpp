@@ -1,43 +1,32 @@
 #include "fault_harness.h"
 
-#include <kovaserviceconf.h>
-
 #include <ctime>
+#include <memory>
 
 namespace kova::fault {
 
-namespace {
-
-constexpr long kMaxRuns = 200000;
-
-int failure_count() {
-    return ::testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
-}
-
-}  // namespace
-
 void expect_robust(const std::string &name, const Case &c, Mode mode) {
     const char *mode_name = mode == Mode::kSticky ? "sticky" : "once";
-    const int failures_before = failure_count();
+    const auto *result = ::testing::UnitTest::GetInstance()->current_test_info()->result();
+    const int failures_before = result->total_part_count();
     long failed_calls = 0;
     // Run 0 injects nothing: lazy one-time set-ups of the C library (time zone, the system log)
     // happen there, and the operation must succeed.
-    for (long n = 0; n <= kMaxRuns; ++n) {
+    for (long n = 0; n <= 200000; ++n) {
         SCOPED_TRACE(name + ", " + mode_name + ", failing allocation " + std::to_string(n));
         const long base = live();
         c.prepare();
-        if (n > 0) arm(n, mode == Mode::kSticky);
+        if (n > 0) allocations.arm(n, mode == Mode::kSticky);
         bool escaped = false;
         try {
             c.call();
         } catch (...) {
             escaped = true;
         }
-        const long fired = injected();
-        disarm();
+        const long fired = allocations.fired();
+        allocations.disarm();
         if (escaped) {
             ADD_FAILURE() << name << ": an exception crossed the C interface";
-            c.finish();
             return;
         }
         // What the checks themselves leave alive (the records of failed expectations) does not count.
@@ -45,7 +34,6 @@ void expect_robust(const std::string &name, const Case &c, Mode mode) {
         const bool success = c.check(n > 0 && fired > 0);
         const long by_check = live() - before_check;
         c.release();
-        c.finish();
         EXPECT_EQ(live() - by_check, base) << name << ": blocks left alive";
         failed_calls += !success;
         EXPECT_TRUE(success || (n > 0 && fired > 0)) << name << ": fails without an injected failure";
@@ -54,9 +42,35 @@ void expect_robust(const std::string &name, const Case &c, Mode mode) {
                         mode_name, n - 1, failed_calls);
             return;
         }
-        if (failure_count() != failures_before) return;
+        if (result->total_part_count() != failures_before) return;
     }
-    ADD_FAILURE() << name << ": still allocating after " << kMaxRuns << " runs";
+    ADD_FAILURE() << name << ": still allocating after 200000 runs";
+}
+
+Case all_or_nothing(std::function<void()> reset, std::function<int()> op, std::function<std::string()> now,
+                    const std::string &expected, const std::string &untouched, std::function<void()> release,
+                    bool sets_error) {
+    auto rc = std::make_shared<int>(0);
+    return {[reset] {
+                reset();
+                KVLIBCErrSetEx(kPoison, "test", 0);
+            },
+            [rc, op] { *rc = op(); },
+            [=](bool) {
+                EXPECT_EQ(now(), *rc == 0 ? expected : untouched) << "returned " << *rc;
+                const unsigned int error = KVLIBCErrGet();
+                if (!sets_error) {
+                    EXPECT_TRUE(error == kPoison || error == KOVA_ERR_OUT_OF_MEMORY)
+                        << "error state " << error << " set by " << KVLIBCErrorGetFile();
+                }
+                if (*rc == 0) return true;
+                EXPECT_EQ(*rc, -1);
+                if (sets_error) {
+                    EXPECT_EQ(error, KOVA_ERR_OUT_OF_MEMORY);
+                }
+                return false;
+            },
+            release};
 }
 
 void prime_c_library() {
@@ -86,7 +100,7 @@ void FaultTest::SetUp() {
     write("/proc/net/tcp", std::string(header) +
                                "   0: 00000000:0016 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0   "
                                "     0 20123 1 0000000000000000 100 0 0 10 0\n");
-    for (const char *t : {"/proc/net/tcp6", "/proc/net/udp", "/proc/net/udp6"}) write(t, header);
+    for (const char *t : {"/proc/net/tcp6", "/proc/net/udp6", "/proc/net/udp"}) write(t, header);
 }
 
 }  // namespace kova::fault

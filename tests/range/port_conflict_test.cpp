@@ -86,36 +86,24 @@ protected:
     KOVA_SERVICE_CONF_PORT *list = nullptr;
 };
 
-TEST_F(PortConflictTest, TextComparison) {
-    EXPECT_EQ(compare("445", "1-100"), 0);
-    EXPECT_EQ(compare("8000:8010", "8011-9000,1-7999"), 0);
-    // Every item of both texts is compared, the newest entry first (nothing came before).
-    EXPECT_EQ(compare(" 80 , 100:105, 443,443 ", " 80 , 50-90 , 103,443 "), 1);
-    EXPECT_EQ(entries(), (Entries{one(443), one(443), one(103), one(80), one(80)}));
-    // Ranges written backwards on either side; a one-port overlap is a single entry.
-    EXPECT_EQ(compare("8010:8000", "8005-8020,8010-8020,8020-7990"), 1);
-    EXPECT_EQ(entries(), (Entries{range(8000, 8010), one(8010), range(8005, 8010)}));
-    // A range item with an empty side: no line, error state untouched.
+TEST_F(PortConflictTest, TextComparisonAndInvalidArguments) {
+    // Results, entries and error codes are the port texts fuzz harness's model; here the lines.
+    // A range item with an empty side: no line.
     for (auto [ports, other] : {std::pair{"80:", "80"}, {":80", "80"}, {"80", "10-"}, {"80", "-10"}}) {
-        poison_error();
         EXPECT_EQ(compare(ports, other), -1) << ports << " / " << other;
-        EXPECT_EQ(KVLIBCErrGet(), 0xEEEEu) << ports << " / " << other;
     }
     EXPECT_TRUE(log().empty());
-    // Numbers refused by the port check: its code, and its line unless the number is empty.
+    // Numbers refused by the port check: its line unless the number is empty.
     // clang-format off
     for (auto [ports, other, bad] : {std::tuple{"70000", "80", "70000"}, {"80 443", "80", "80 443"}, {"-1", "80", "-1"},
                                      {"80", "65536,80", "65536"}, {"80,,90", "80", nullptr}, {"80", "80,", nullptr}}) {
         // clang-format on
         clear_log();
-        KVLIBCErrSetEx(0, "", 0);
         EXPECT_EQ(compare(ports, other), -1) << ports << " / " << other;
-        EXPECT_EQ(KVLIBCErrGet(), kBad) << ports << " / " << other;
         const std::string line = std::string("service_conf_ports_get.cpp:N illegal ports number, port=") +
                                  (bad ? bad : "") + ", kovaerr=[0x0D00 service_conf_ports_get.cpp:N]";
         EXPECT_EQ(log_normalized(), bad ? Lines{line} : Lines{}) << ports << " / " << other;
     }
-    EXPECT_EQ(entries(), (Entries{one(80), one(80)}));  // added before "80,,90" and "80," failed
     clear_log();
     poison_error();
     EXPECT_EQ(PortConflictWithText(10, 5, "7", &list), -1);
@@ -125,9 +113,7 @@ TEST_F(PortConflictTest, TextComparison) {
     EXPECT_EQ(PortsConflictWithText(nullptr, "1", &list), -1);
     EXPECT_EQ(KVLIBCErrGet(), kBad);
     EXPECT_EQ(mine().size(), 1u);
-}
-
-TEST_F(PortConflictTest, InvalidArguments) {
+    clear_log();
     for (int rc :
          {check("", "80", "tcp", 0), check("", "80", "tcp", 32), check(nullptr, "80", "tcp", 1),
           check("", nullptr, "tcp", 1), check("", "80", nullptr, 1), KVLIBIsPortConflict("", "80", "tcp", 1, nullptr)})
