@@ -13,16 +13,10 @@
 #include <kovaserviceconf.h>
 
 #include <cctype>
-#include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <optional>
 #include <set>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "fuzz_support.h"
 
@@ -36,9 +30,7 @@ constexpr const char *kFile = "/usr/kova/etc/services.d/w.sc";
 std::optional<std::string> read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::nullopt;
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 // Entries in a directory; beside the file there must be none.
@@ -178,10 +170,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::vector<std::string> pieces = split_all(std::string(reinterpret_cast<const char *>(data), size), '\0');
     if (pieces.size() > 9) return 0;
     const std::string path = under_root(kFile);
-    static const bool made = std::filesystem::create_directories(under_root(kDir));
-    (void)made;
-    std::remove(path.c_str());
-    if (!pieces[0].empty()) write_file(kFile, pieces[0]);
+    [[maybe_unused]] static const bool made = std::filesystem::create_directories(under_root(kDir));
+    write_file(kFile, pieces[0], true);
     std::optional<std::string> text = read_file(path);
 
     for (size_t p = 1; p < pieces.size(); ++p) {
