@@ -8,12 +8,7 @@
 // imported again. After every step each set must be sorted, merged (no two nodes overlap or
 // touch), counted right, and equal to an interval model of its own. Where the family leaves the
 // outcome open (ranges written backwards) only the shape is checked and the model follows the set.
-#include <kovaserviceconf.h>
-
-#include <algorithm>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "fuzz_support.h"
 

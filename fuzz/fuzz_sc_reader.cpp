@@ -7,13 +7,8 @@
 // and the port_forward flag here; line syntax and port lists from fuzz_support). Every record the
 // library returns must equal the model's, field by field, and a file the model refuses must be
 // refused. The first line also goes through KOVAServiceConfServiceStringGet as a display-string key.
-#include <kovaserviceconf.h>
-
-#include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdlib>
-#include <string>
 
 #include "fuzz_support.h"
 
@@ -66,13 +61,6 @@ MODEL const char *get(const ModelSection &s, const char *key) {
     return it == s.value.end() ? nullptr : it->second.c_str();
 }
 
-MODEL bool valid_name(const std::string &name) {
-    if (name.empty()) return false;
-    for (const char c : name)
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '.' && c != '_') return false;
-    return true;
-}
-
 struct ModelRecord {
     std::string name, title[5], desc[5];  // prefix, section, key, text, extra text
     int port_forward = 0;
@@ -121,7 +109,7 @@ struct ModelConf {
 MODEL std::optional<ModelConf> model_conf(const ModelFile &file) {
     ModelConf conf;
     for (const std::string &name : file.names) {
-        if (!valid_name(name)) continue;
+        if (!word_of(name, "-._")) continue;
         if (name == "global") {
             const auto it = file.sections.find(name);
             if (it == file.sections.end() || !it->second.any_key) continue;

@@ -12,15 +12,7 @@
 //     the ports in use in fixed socket tables (0x10), as the flag byte chooses (0x0A when it
 //     chooses none); the catalogue source 0x04 is the built-in table's business.
 // Flag byte 0x80: the conflict lists already hold an entry, which new entries go in front of.
-#include <kovaserviceconf.h>
-
-#include <cstdint>
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "fuzz_support.h"
 #include "range/port_conflict_text.h"
@@ -43,6 +35,12 @@ struct Outcome {
     unsigned int error = kPoison;
 };
 
+Outcome failed(Outcome out, unsigned int error) {
+    out.result = -1;
+    out.error = error;
+    return out;
+}
+
 // One item of a port text: a port, or two joined by `joiner` (the smaller first).
 std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
     const size_t at = item.find(joiner);
@@ -56,23 +54,20 @@ std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) 
     return Span{std::min(x, y), std::max(x, y)};
 }
 
-void add(Outcome &out, uint32_t b, uint32_t e) {
-    out.list.insert(out.list.begin(), Port{0, b == e ? 0u : 1u, KOVA_PROTO_BOTH, b, b == e ? 0u : e});
-}
-
 // PortsConflictWithText: the caller's ports ("80,8000:8010") against another source's text
 // ("80,55900-55910"), each colliding piece put in front of the list; false when it fails.
 bool model_compare(const std::string &ports, const std::string &other, Outcome &out) {
-    for (const std::string &item : split_all(trim(ports), ',', true)) {
+    for (const std::string &item : split_all(ports, ',', true)) {
         const std::optional<Span> mine = item_of(item, ':', out);
         if (!mine) return false;
         const bool single = item.find(':') == std::string::npos;
-        for (const std::string &o : split_all(trim(other), ',', true)) {
+        for (const std::string &o : split_all(other, ',', true)) {
             const std::optional<Span> theirs = item_of(o, '-', out);
             if (!theirs) return false;
             const uint32_t lo = std::max(mine->b, theirs->b), hi = std::min(mine->e, theirs->e);
             if (lo > hi) continue;
-            add(out, lo, single || o.find('-') == std::string::npos ? lo : hi);
+            const uint32_t e = single || o.find('-') == std::string::npos ? lo : hi;
+            out.list.insert(out.list.begin(), Port{0, lo == e ? 0u : 1u, KOVA_PROTO_BOTH, lo, lo == e ? 0u : e});
             out.result = 1;
         }
     }
@@ -84,12 +79,11 @@ bool model_compare(const std::string &ports, const std::string &other, Outcome &
 std::vector<std::string> words(const std::string &text, bool &empty_words) {
     std::vector<std::string> out;
     if (text.empty()) return out;
-    for (const std::string &w : split_all(text, ',')) {
+    for (const std::string &w : split_all(text, ','))
         for (const std::string &v : split_all(w, ' ')) {
             if (!v.empty()) out.push_back(v);
             empty_words = empty_words || v.empty();
         }
-    }
     return out;
 }
 
@@ -102,7 +96,7 @@ bool has(const std::vector<std::string> &list, const std::string &word) {
 bool model_reserved(const std::string &ports, const std::vector<Span> &reserved, Outcome &out) {
     std::vector<Span> spans;
     for (const Port &p : out.list) spans.push_back({p.begin, p.type == 1 ? p.end : p.begin});
-    for (const std::string &item : split_all(trim(ports), ',', true)) {
+    for (const std::string &item : split_all(ports, ',', true)) {
         Outcome ignored;
         const std::optional<Span> mine = item_of(item, ':', ignored);
         const size_t colon = item.find(':');
@@ -195,11 +189,7 @@ bool model_in_use(const std::vector<std::string> &items, bool loose, const std::
         const std::optional<uint32_t> a = number(item.substr(0, colon));
         const std::optional<uint32_t> b = colon == std::string::npos ? a : number(item.substr(colon + 1));
         if (!a || !b) return false;
-        if (*a == 0 && *b == 0) {
-            out.error = KOVA_ERR_BAD_PARAMETER;
-            out.result = -1;
-            return true;
-        }
+        if (*a == 0 && *b == 0) return (out = failed(out, KOVA_ERR_BAD_PARAMETER), true);
         const uint32_t lo = std::min(*a, *b), hi = std::max(*a, *b);
         if (hi > 65535) return false;  // up to the network library
         bool used = has(protocols, "tcp") && std::any_of(std::begin(kTcpInUse), std::end(kTcpInUse),
@@ -227,24 +217,16 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         const auto id = rule.keys.find("service_id");
         if (id != rule.keys.end() && has(skip, id->second)) continue;
         const auto s = rule.keys.find("s_port"), r = rule.keys.find("r_port");
-        if (rule.keys.count("protocol name") == 0 || s == rule.keys.end() || r == rule.keys.end()) {
-            out.result = -1;
-            out.error = kAnyError;
-            return out;
-        }
-        if (!model_compare(ports, s->second, out) || !model_compare(ports, r->second, out)) {
-            out.result = -1;
-            return out;
-        }
+        if (rule.keys.count("protocol name") == 0 || s == rule.keys.end() || r == rule.keys.end())
+            return failed(out, kAnyError);
+        if (!model_compare(ports, s->second, out) || !model_compare(ports, r->second, out))
+            return failed(out, out.error);
     }
     if ((flags & KOVA_PORT_CHECK_RESERVED) != 0) {
         const bool ftp = !has(skip, "ftp");
         if (info_text.empty() &&
-            (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server"))) {
-            out.result = -1;  // no settings file to read
-            out.error = kAnyError;
-            return out;
-        }
+            (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server")))
+            return failed(out, kAnyError);  // no settings file to read
         std::vector<Span> spans;
         bool ok = !ftp || reserve(info, "ftpport", spans);
         if (ok && ftp && !model_value(info, "ftphighport").value_or("").empty()) {
@@ -256,11 +238,7 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         ok = ok && (has(skip, "webdav_http") || reserve(info, "WebDavPort", spans));
         ok = ok && (has(skip, "webdavs_https") || reserve(info, "secure_WebDavPort", spans));
         ok = ok && (has(skip, "syslog_server") || reserve(info, "syslogport", spans));
-        if (!ok) {
-            out.result = -1;
-            out.error = KOVA_ERR_BAD_PARAMETER;
-            return out;
-        }
+        if (!ok) return failed(out, KOVA_ERR_BAD_PARAMETER);
         if (!model_reserved(ports, spans, out)) return std::nullopt;
     }
     if ((flags & KOVA_PORT_CHECK_IN_USE) != 0 && !model_in_use(items, loose, protocol, out)) return std::nullopt;
@@ -268,11 +246,8 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
 }
 
 std::string socket_line(uint32_t port, const char *state) {
-    char buf[160];
-    std::snprintf(buf, sizeof buf,
-                  "   0: 00000000:%04X 00000000:0000 %s 00000000:00000000 00:00000000 00000000     0        0 %u\n",
+    return format("   0: 00000000:%04X 00000000:0000 %s 00000000:00000000 00:00000000 00000000     0        0 %u\n",
                   port, state, port);
-    return buf;
 }
 
 void setup() {
@@ -323,7 +298,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     KOVA_SERVICE_CONF_PORT *list = start_list(byte);
     const Outcome start{0, to_vector(list), kPoison};
     Outcome want = start;
-    if (!model_compare(ports, other, want)) want.result = -1;
+    if (!model_compare(ports, other, want)) want = failed(want, want.error);
     poison();
     int got = PortsConflictWithText(ports.c_str(), other.c_str(), &list);
     check_outcome(want, got, list, "PortsConflictWithText");

@@ -3,12 +3,6 @@
 // short, a header or a line of garbage. The model knows from the construction which sockets a
 // table holds; the tables go under a private root through ParseToRawSocketInfo and
 // RawSocketInfoListFetch, which must give exactly those, in table order, without duplicates.
-#include <kovaserviceconf.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "fuzz_support.h"
 
 namespace {

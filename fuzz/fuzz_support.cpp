@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,23 +14,20 @@
 
 namespace kova::fuzz {
 
-void fail(const char *file, int line, const char *cond, const char *fmt, ...) {
-    std::fprintf(stderr, "%s:%d: invariant failed: %s\n  ", file, line, cond);
-    va_list ap;
-    va_start(ap, fmt);
-    std::vfprintf(stderr, fmt, ap);
-    va_end(ap);
-    std::fprintf(stderr, "\n");
+void fail(const char *file, int line, const char *cond, const std::string &message) {
+    std::fprintf(stderr, "%s:%d: invariant failed: %s\n  %s\n", file, line, cond, message.c_str());
     std::abort();
 }
 
 std::string format(const char *fmt, ...) {
-    char buf[512];
-    va_list ap;
+    va_list ap, again;
     va_start(ap, fmt);
-    std::vsnprintf(buf, sizeof buf, fmt, ap);
+    va_copy(again, ap);
+    std::string out(static_cast<size_t>(std::vsnprintf(nullptr, 0, fmt, ap)), '\0');
+    std::vsnprintf(out.data(), out.size() + 1, fmt, again);
+    va_end(again);
     va_end(ap);
-    return buf;
+    return out;
 }
 
 std::string cut(std::string_view s, size_t capacity) {
@@ -41,30 +37,24 @@ std::string cut(std::string_view s, size_t capacity) {
 
 namespace {
 std::string g_root;
-void remove_root() {
-    std::error_code ec;
-    if (!g_root.empty()) std::filesystem::remove_all(g_root, ec);
-}
+}  // namespace
 
-const std::string &root() {
+std::string under_root(std::string_view rel) {
     if (g_root.empty()) {
         const char *base = std::getenv("KOVA_FUZZ_TMPDIR");
-        std::string tmpl = std::string(base != nullptr && *base != '\0' ? base : KOVA_FUZZ_TMPDIR);
+        std::string tmpl = base != nullptr && *base != '\0' ? base : KOVA_FUZZ_TMPDIR;
         std::filesystem::create_directories(tmpl);
         tmpl += "/fuzzroot.XXXXXX";
         FUZZ_CHECKF(::mkdtemp(tmpl.data()) != nullptr, "cannot create %s", tmpl.c_str());
         g_root = tmpl;
         ::setenv("KOVA_ROOT", g_root.c_str(), 1);
         ::unsetenv("KOVA_LOG_FILE");
-        std::atexit(remove_root);
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(g_root, ec);
+        });
     }
-    return g_root;
-}
-
-}  // namespace
-
-std::string under_root(std::string_view rel) {
-    return root() + std::string(rel);
+    return g_root + std::string(rel);
 }
 
 void write_file(std::string_view rel, std::string_view content, bool missing_if_empty) {
@@ -82,12 +72,15 @@ bool is_space(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
+bool word_of(std::string_view s, std::string_view extra) {
+    return !s.empty() && s.find_first_not_of(std::string(extra) + "0123456789abcdefghijklmnopqrstuvwxyz" +
+                                             "ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string_view::npos;
+}
+
 std::string trim(std::string_view s) {
-    size_t b = 0;
-    while (b < s.size() && is_space(s[b])) ++b;
-    size_t e = s.size();
-    while (e > b && is_space(s[e - 1])) --e;
-    return std::string(s.substr(b, e - b));
+    while (!s.empty() && is_space(s.front())) s.remove_prefix(1);
+    while (!s.empty() && is_space(s.back())) s.remove_suffix(1);
+    return std::string(s);
 }
 
 std::string lower(std::string_view s) {
@@ -135,12 +128,8 @@ int model_protocol(const std::optional<std::string> &text) {
     if (!text || text->empty()) return KOVA_PROTO_BOTH;
     int flags = 0;
     for (const std::string &w : split_all(lower(trim(*text)), ',', true)) {
-        if (w == "tcp")
-            flags |= KOVA_PROTO_TCP;
-        else if (w == "udp")
-            flags |= KOVA_PROTO_UDP;
-        else
-            return -1;
+        if (w != "tcp" && w != "udp") return -1;
+        flags |= w == "tcp" ? KOVA_PROTO_TCP : KOVA_PROTO_UDP;
     }
     return flags;
 }
@@ -153,7 +142,7 @@ std::optional<std::vector<Port>> model_ports_get(std::string_view text, uint32_t
     if (flags <= 0) return std::nullopt;
 
     std::vector<Port> out;  // in list order: the reverse of the text's
-    for (const std::string &item : split_all(trim(text.substr(0, slash)), ',', true)) {
+    for (const std::string &item : split_all(text.substr(0, slash), ',', true)) {
         const size_t colon = item.find(':');
         const bool range = colon != std::string::npos;
         const std::string first = item.substr(0, colon), last = range ? item.substr(colon + 1) : "0";

@@ -4,6 +4,7 @@
 
 #include <kovaserviceconf.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -13,26 +14,21 @@
 #include <vector>
 
 namespace kova::fuzz {
-[[noreturn]] void fail(const char *file, int line, const char *cond, const char *fmt, ...)
-    __attribute__((format(printf, 4, 5)));
-}  // namespace kova::fuzz
+
+[[noreturn]] void fail(const char *file, int line, const char *cond, const std::string &message);
+std::string format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));  // printf into a string
 
 // Aborts (so that the fuzzer or the replay driver reports the input) when `cond` is false.
-#define FUZZ_CHECKF(cond, ...)                                                   \
-    do {                                                                         \
-        if (!(cond)) ::kova::fuzz::fail(__FILE__, __LINE__, #cond, __VA_ARGS__); \
+#define FUZZ_CHECKF(cond, ...)                                                                         \
+    do {                                                                                               \
+        if (!(cond)) ::kova::fuzz::fail(__FILE__, __LINE__, #cond, ::kova::fuzz::format(__VA_ARGS__)); \
     } while (0)
-#define FUZZ_CHECK(cond) FUZZ_CHECKF(cond, " ")
-
-namespace kova::fuzz {
+#define FUZZ_CHECK(cond) FUZZ_CHECKF(cond, "%s", "")
 
 constexpr unsigned int kPoison = 0x7E57;  // an error code that no operation sets
 inline void poison() {
     KVLIBCErrSetEx(kPoison, "fuzz", 0);
 }
-
-// printf into a string, for messages.
-std::string format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // True when the fixed text field holds its terminating NUL inside its capacity.
 template <size_t N>
@@ -52,6 +48,8 @@ void write_file(std::string_view rel, std::string_view content, bool missing_if_
 // ---- the port list syntax ------------------------------------------------------------------
 
 bool is_space(char c);  // as the platform trims
+// Not empty, and nothing but ASCII letters, digits and the characters of `extra`.
+bool word_of(std::string_view s, std::string_view extra);
 std::string trim(std::string_view s);
 std::string lower(std::string_view s);
 // Pieces between separators, empty pieces included (strsep); `trimmed`: each piece trimmed.
