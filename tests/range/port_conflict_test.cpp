@@ -1,12 +1,7 @@
 // The conflict checks: the port text comparison, each source of the service-wide check with the
 // entries it leaves, the skip list, the order of the sources, the .sc file check, and failures.
-#include <kovaserviceconf.h>
-
 #include <cstdio>
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "kova_test.h"
 #include "range/port_conflict_text.h"
@@ -24,7 +19,6 @@ const std::string kMe = "service_is_port_conflict.cpp:N ";
 // (one port, or a range), or as the reserved ports rebuild the list (a node of a range set).
 using Entry = std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>;
 using Entries = std::vector<Entry>;
-using Lines = std::vector<std::string>;
 const auto one = [](uint32_t p) { return Entry{0, kBoth, p, 0}; };
 const auto range = [](uint32_t b, uint32_t e) { return Entry{1, kBoth, b, e}; };
 const auto node = [](uint32_t b, uint32_t e) { return Entry{b != e ? 1u : 0u, 0, b, e}; };
@@ -51,11 +45,7 @@ protected:
     // A /proc/net socket table with one socket per (port, state); 0x0A is listening.
     void sockets(const std::string &table, const std::vector<std::pair<int, int>> &socks) const {
         std::string text = "  sl  local_address rem_address   st tx_queue rx_queue\n";
-        char line[80];
-        for (auto [port, state] : socks) {
-            std::snprintf(line, sizeof line, "   0: 00000000:%04X 00000000:0000 %02X 00000000:00000000\n", port, state);
-            text += line;
-        }
+        for (auto [port, state] : socks) text += sock_line(port, state);
         write("/proc/net/" + table, text);
     }
     int check(const char *skip, const char *ports, const char *protocol, int flags) {

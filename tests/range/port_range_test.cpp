@@ -1,13 +1,8 @@
 // Port range sets: adding and removing entries compared with a bitset model under the set
 // invariant, and the failure lines and edge cases. Import, export, overlap and join texts are the
 // port range fuzz harness's model and seeds.
-#include <kovaserviceconf.h>
-
 #include <bitset>
 #include <random>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "foundation/raii.h"
 #include "kova_test.h"
@@ -16,7 +11,6 @@ namespace kova::test {
 namespace {
 
 using Ranges = std::vector<std::pair<uint32_t, uint32_t>>;
-using Lines = std::vector<std::string>;
 
 const auto entry = [](uint32_t b, uint32_t e, uint32_t type = 1) {
     return KOVA_SERVICE_CONF_PORT{0, type, 0, b, e, nullptr};
