@@ -14,6 +14,8 @@
 #include <cstring>
 #include <string>
 
+#include "foundation/echo.h"
+
 namespace kova {
 namespace {
 
@@ -243,16 +245,11 @@ void send(const char *msg, size_t size) noexcept;
 
 }  // namespace
 
-namespace {
-thread_local unsigned long lines_sent = 0;
-}  // namespace
-
-unsigned long lines_logged() noexcept {
-    return lines_sent;
+void send_line(const std::string &line) noexcept {
+    send(line.c_str(), line.size());
 }
 
 void log_line(const char *module, int line, const char *fmt, ...) noexcept {
-    ++lines_sent;
     const int saved_errno = errno;
     va_list ap;
     va_start(ap, fmt);
@@ -265,6 +262,7 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
         TextOut out{msg};
         format_line(out, fmt, ap, saved_errno);
         send(msg.c_str(), msg.size());
+        if (Echo *echo = Echo::recording(); echo != nullptr) echo->keep(msg);
     } catch (...) {
         // Out of memory: a fixed buffer, the line cut to its size.
         char buf[1024];
@@ -274,6 +272,7 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
         if (n > 0) out.len = static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1;
         format_line(out, fmt, fallback, saved_errno);
         send(buf, out.len);
+        if (Echo *echo = Echo::recording(); echo != nullptr) echo->lose();
     }
     va_end(fallback);
     va_end(ap);

@@ -5,6 +5,8 @@
 
 #include <kovaserviceconf.h>
 
+#include <string>
+
 namespace kova {
 
 // Formats `fmt` (printf style; "%m" stands for the text of errno) and sends the line. Never
@@ -12,8 +14,14 @@ namespace kova {
 // into a fixed buffer instead, cut to its size.
 void log_line(const char *module, int line, const char *fmt, ...) noexcept KOVA_PRINTF(3, 4);
 
-// How many lines this thread has logged so far: a caller can tell whether a step was silent.
-unsigned long lines_logged() noexcept;
+// Sends a line formatted before (a kept line said again).
+void send_line(const std::string &line) noexcept;
+
+// The error state as log lines print it: the state itself, except while an Echo records a step
+// that has not set it yet (see foundation/echo.h).
+unsigned shown_error_code() noexcept;
+const char *shown_error_file() noexcept;
+int shown_error_line() noexcept;
 
 }  // namespace kova
 
@@ -21,7 +29,7 @@ unsigned long lines_logged() noexcept;
 
 // The current error state as log lines print it: "[0x%04X %s:%d]".
 #define KOVA_ERRFMT "[0x%04X %s:%d]"
-#define KOVA_ERRARGS KVLIBCErrGet(), KVLIBCErrorGetFile(), KVLIBCErrorGetLine()
+#define KOVA_ERRARGS ::kova::shown_error_code(), ::kova::shown_error_file(), ::kova::shown_error_line()
 
 // Sets the error state naming this module and line.
 #define KOVA_SET_ERR(code) KVLIBCErrSetEx((code), __FILE_NAME__, __LINE__)

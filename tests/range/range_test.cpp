@@ -327,19 +327,50 @@ TEST_F(PortConflictTest, SourcesRunInOrderAndTheFirstThreeToTheirEnd) {
     EXPECT_EQ(entries(), (Entries{one(139), one(139)}));
 }
 
-// A catalogue build that logs is made again by each source that needs it, lines and all.
-TEST_F(PortConflictTest, ACatalogueBuildThatLogsIsRepeatedPerSource) {
-    write("/usr/local/etc/services.d/bad.sc", "[bad]\ntitle=t\n");
-    KOVA_FW_SERVICE *raw = nullptr;
-    ASSERT_GT(KOVAFwServiceEnum(&raw), 0);
-    KOVAFwServiceFree(raw);
-    const Lines once = log_normalized();
-    ASSERT_FALSE(once.empty());
-    Lines twice = once;
-    twice.insert(twice.end(), once.begin(), once.end());
-    clear_log();
-    EXPECT_EQ(check("", "9", "tcp", kServices | kInUse), 0);
-    EXPECT_EQ(log_normalized(), twice);
+// A catalogue build that logs is said again by each source that needs it: the lines and the
+// error state another build would give, also where a line shows the state the build started from
+// and that state changed in between (the file check's second section).
+TEST_F(PortConflictTest, ACatalogueBuildThatLogsIsSaidAgainPerSource) {
+    // Nothing else in the build sets the error state, so its lines show the one it starts from.
+    write("/etc/nfs/kova_nfs_conf", "nfs_custom_port_enable=no\n");
+    mkdir("/usr/kova/etc/services.d");
+    write("/usr/local/etc/services.d/bad.sc", "[bad]\ntitle=t\n[empty]\n");
+    struct Said {
+        Lines lines;
+        unsigned code;
+        std::string file;
+        int line;
+        bool operator==(const Said &) const = default;
+    };
+    const auto said = [this](auto &&call) {
+        clear_log();
+        call();
+        return Said{log(), KVLIBCErrGet(), KVLIBCErrorGetFile(), KVLIBCErrorGetLine()};
+    };
+    const auto build = [] {
+        KOVA_FW_SERVICE *raw = nullptr;
+        EXPECT_GT(KOVAFwServiceEnum(&raw), 0);
+        KOVAFwServiceFree(raw);
+    };
+    const auto then = [](Said a, const Said &b) {
+        a.lines.insert(a.lines.end(), b.lines.begin(), b.lines.end());
+        return Said{a.lines, b.code, b.file, b.line};
+    };
+    poison_error();
+    const Said first = said(build), second = said(build);
+    ASSERT_FALSE(first.lines.empty());
+    poison_error();
+    EXPECT_EQ(said([this] { EXPECT_EQ(check("", "9", "tcp", kServices | kInUse), 0); }), then(first, second));
+
+    // Section a's failure changes the state between the builds for b and c.
+    poison_error();
+    const Said a = said([this] { EXPECT_EQ(check_file("[a]\ndst.ports=80\n"), 0); });
+    const Said c1 = said(build), c2 = said(build);
+    EXPECT_NE(c1.lines, first.lines);
+    poison_error();
+    EXPECT_EQ(
+        said([this] { EXPECT_EQ(check_file("[b]\ndst.ports=9/tcp\n[a]\ndst.ports=80\n[c]\ndst.ports=10/tcp\n"), 0); }),
+        then(then(then(then(first, second), a), c1), c2));
 }
 
 TEST_F(PortConflictTest, ConfFileSections) {

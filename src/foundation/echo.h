@@ -1,0 +1,76 @@
+// Saying a step again. Inside one call, a value that several parts of the call need (the
+// firewall catalogue, for each source of a conflict check and each section of a file check) is
+// built once. What building it said (its log lines) and left (the error state) is still said and
+// left each time the value is asked for, as if it were built again. An Echo runs the step once,
+// keeps its lines and the state it left, and says them again on request.
+//
+// A step's lines depend on the files it reads and on the error state it starts from, which a line
+// prints ("[0x%04X %s:%d]", KOVA_ERRARGS) until the step sets a state of its own. The step runs
+// from a stand-in state that no operation sets: KOVA_ERRARGS shows the real start state in its
+// place and the Echo notes that it did; such lines are said again only from the same start state.
+// A step that ran out of memory is not said again (another run might not), nor one whose lines
+// could not all be kept.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kova {
+
+struct ErrorState {
+    unsigned code = 0;
+    char file[256] = "";
+    int line = 0;
+
+    static ErrorState current() noexcept;
+    void set() const noexcept;
+    bool operator==(const ErrorState &other) const noexcept;
+};
+
+class Echo {
+public:
+    Echo() = default;
+    Echo(const Echo &) = delete;
+    Echo &operator=(const Echo &) = delete;
+
+    // Runs `step`, its lines sent as it logs them, and keeps what it said and left.
+    template <class Step>
+    auto record(Step &&step) {
+        Recording recording(*this);
+        return step();
+    }
+    // Whether say() now stands for running the step again.
+    bool can_say() const noexcept;
+    // Sends the kept lines again and leaves the error state as the step left it.
+    void say() const noexcept;
+
+    // For the log: the Echo recording on this thread, if any, and what it is told.
+    static Echo *recording() noexcept;
+    void keep(const std::string &line) noexcept;
+    void lose() noexcept { complete_ = false; }
+    const ErrorState *shown_start() noexcept;
+
+private:
+    class Recording {
+    public:
+        explicit Recording(Echo &echo) noexcept;
+        ~Recording();
+        Recording(const Recording &) = delete;
+        Recording &operator=(const Recording &) = delete;
+
+    private:
+        Echo &echo_;
+        Echo *outer_;
+    };
+
+    std::vector<std::string> lines_;
+    ErrorState start_;
+    ErrorState left_;
+    bool recorded_ = false;
+    bool complete_ = true;
+    bool sets_state_ = false;   // the step set the error state; left_ is what it left
+    bool shows_start_ = false;  // a line printed the state the step started from
+    bool out_of_memory_ = false;
+};
+
+}  // namespace kova
