@@ -54,11 +54,11 @@ inline SzListPtr port_list(std::initializer_list<const char *> ports) {
 
 class ProcTableTest : public RootTest {
 protected:
-    // A process directory with descriptor links ({fd, target}) and, unless empty, its executable.
-    void process(const std::string &pid, const std::string &exe,
-                 const std::vector<std::pair<int, std::string>> &fds) const {
+    // A process directory with descriptor links (`fds` from descriptor `first` on) and, unless
+    // empty, its executable.
+    void process(const std::string &pid, const std::string &exe, int first, const Lines &fds) const {
         mkdir("/proc/" + pid + "/fd");
-        for (const auto &[fd, target] : fds) symlink(target, "/proc/" + pid + "/fd/" + std::to_string(fd));
+        for (const std::string &target : fds) symlink(target, "/proc/" + pid + "/fd/" + std::to_string(first++));
         if (!exe.empty()) symlink(exe, "/proc/" + pid + "/exe");
     }
 };

@@ -108,47 +108,38 @@ TEST_P(ConfFaultTest, ReadOneFileAndCompose) {
 // every record that is there is whole.
 TEST_P(ConfFaultTest, EnumerateBothDirectories) {
     std::map<std::string, std::string> expected;  // first section name -> record
-    {
-        KOVA_SERVICE_CONF *ref = nullptr;
-        ASSERT_EQ(KOVAServiceConfEnum(&ref, 3), 2);
-        for (KOVA_SERVICE_CONF *c = ref; c != nullptr; c = c->next) expected[c->sections->name] = conf_text(*c);
-        KOVAServiceConfFree(ref);
-    }
-    KOVA_SERVICE_CONF *held = nullptr;
-    KOVA_SERVICE_CONF *list = nullptr;
+    KOVA_SERVICE_CONF *ref = nullptr;
+    ASSERT_EQ(KOVAServiceConfEnum(&ref, 3), 2);
+    for (KOVA_SERVICE_CONF *c = ref; c != nullptr; c = c->next) expected[c->sections->name] = conf_text(*c);
+    KOVAServiceConfFree(ref);
+    KOVA_SERVICE_CONF *held = nullptr, *list = nullptr;
     int rc = 0;
+    const auto check = [&](bool injected) {
+        if (rc == -1) {  // out of memory before any directory is read
+            EXPECT_TRUE(injected && list == held && KVLIBCErrGet() == KOVA_ERR_OUT_OF_MEMORY) << KVLIBCErrGet();
+            return false;
+        }
+        int records = 0;
+        const KOVA_SERVICE_CONF *c = list;
+        for (; c != nullptr && c != held && c->sections != nullptr; c = c->next, ++records)
+            EXPECT_EQ(conf_text(*c), expected[c->sections->name]);
+        EXPECT_TRUE(c == held && records == rc) << records << " records, " << rc;
+        return injected ? rc >= 0 : rc == 2;
+    };
+    const auto release = [&] {
+        KOVA_SERVICE_CONF **link = &list;
+        while (*link != held) link = &(*link)->next;
+        *link = nullptr;
+        KOVAServiceConfFree(list);
+        KOVAServiceConfFree(held);
+    };
     expect_robust("KOVAServiceConfEnum",
-                  {[&] {
-                       held = static_cast<KOVA_SERVICE_CONF *>(std::calloc(1, sizeof(KOVA_SERVICE_CONF)));
-                       list = held;
-                   },
+                  {[&] { list = held = static_cast<KOVA_SERVICE_CONF *>(std::calloc(1, sizeof(KOVA_SERVICE_CONF))); },
                    [&] {
                        KVLIBCErrSetEx(kPoison, "test", 0);
                        rc = KOVAServiceConfEnum(&list, 3);
                    },
-                   [&](bool injected) {
-                       // Out of memory before any directory is read: the failure result.
-                       if (rc == -1) {
-                           EXPECT_TRUE(injected);
-                           EXPECT_EQ(list, held);
-                           EXPECT_EQ(KVLIBCErrGet(), KOVA_ERR_OUT_OF_MEMORY);
-                           return false;
-                       }
-                       int records = 0;
-                       const KOVA_SERVICE_CONF *c = list;
-                       for (; c != nullptr && c != held && c->sections != nullptr; c = c->next, ++records)
-                           EXPECT_EQ(conf_text(*c), expected[c->sections->name]);
-                       EXPECT_EQ(c, held);
-                       EXPECT_EQ(records, rc);
-                       return injected ? rc >= 0 : rc == 2;
-                   },
-                   [&] {
-                       KOVA_SERVICE_CONF **link = &list;
-                       while (*link != held) link = &(*link)->next;
-                       *link = nullptr;
-                       KOVAServiceConfFree(list);
-                       KOVAServiceConfFree(held);
-                   }});
+                   check, release});
 }
 
 // "[b,e][b,e]...", with a node's type and the set's count where they are wrong (the texts compared

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "firewall/firewall_service_enum.h"
 #include "foundation/raii.h"
 #include "kova_test.h"
 
@@ -202,14 +201,6 @@ TEST_F(Fw, SupportedFromDefaultsFile) {
     for (const KOVA_FW_SERVICE *s = list.get(); s != nullptr; s = s->next) flags += std::to_string(s->supported);
     // on1 on2 off on3 always, then ipp lpr rx52 bonjour iscsitrg ... ups_server mysql ssh telnet
     EXPECT_EQ(flags, "11011110101111111011");
-}
-
-// Fixed port texts of the table: anything but digits is refused.
-TEST_F(Fw, PortTextConverter) {
-    KVLIB_SZLIST *list = nullptr;
-    EXPECT_EQ(kova::fw::ports_text_to_list("137,,13a8,139", &list), -1);
-    EXPECT_EQ(list, nullptr);
-    EXPECT_EQ(log_normalized(), Texts{"firewall_service_enum.cpp:N illegal ports number, port=13a8"});
 }
 
 }  // namespace

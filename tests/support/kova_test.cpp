@@ -56,7 +56,9 @@ bool RootTest::exists(const std::string &rel) const {
     return fs::exists(fs::symlink_status(path(rel), ec));
 }
 
-void RootTest::mkdir(const std::string &rel) const { fs::create_directories(path(rel)); }
+void RootTest::mkdir(const std::string &rel) const {
+    fs::create_directories(path(rel));
+}
 
 void RootTest::symlink(const std::string &target, const std::string &rel) const {
     fs::create_directories(fs::path(path(rel)).parent_path());
@@ -92,7 +94,9 @@ Lines RootTest::log_normalized() const {
     return lines;
 }
 
-void RootTest::clear_log() const { std::ofstream(log_file_, std::ios::trunc).close(); }
+void RootTest::clear_log() const {
+    std::ofstream(log_file_, std::ios::trunc).close();
+}
 
 bool RootTest::logged(const std::string &line) const {
     const Lines lines = log_normalized();

@@ -33,8 +33,7 @@ protected:
     // The names in a directory under the root, sorted.
     Lines entries(const std::string &rel) const;
     // The four socket tables under /proc/net, each a header line and the lines given.
-    void tables(const std::string &tcp, const std::string &tcp6, const std::string &udp,
-                const std::string &udp6) const;
+    void tables(const std::string &tcp, const std::string &tcp6, const std::string &udp, const std::string &udp6) const;
 
     // Log lines written since the test began (or since clear_log()); normalized, with every
     // "file.cpp:<line>" turned into "file.cpp:N".
