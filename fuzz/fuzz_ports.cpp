@@ -9,6 +9,7 @@
 // touch), counted right, and equal to an interval model of its own. Where the family leaves the
 // outcome open (ranges written backwards) only the shape is checked and the model follows the set.
 #include <cstdlib>
+#include <memory>
 
 #include "fuzz_support.h"
 
@@ -100,8 +101,6 @@ void check_port_number(const std::string &text) {
                 "port \"%s\" gave %d (0x%04X), expected %d", text.c_str(), rc, KVLIBCErrGet(), expected);
 }
 
-// ---- port range sets -----------------------------------------------------------------------
-
 using Model = std::vector<Span>;  // sorted, disjoint, not touching
 
 // The text an export gives; also how a model is shown.
@@ -159,18 +158,15 @@ Model model_import(const std::string &text, bool &open) {
 }
 
 struct Set {
-    KVLIB_PORT_RANGE *set = KVLIBPortRangeCreate();
-    Model model;
     const char *name;
-
-    explicit Set(const char *n) : name(n) { FUZZ_CHECK(set != nullptr); }
-    ~Set() { KVLIBPortRangeDestory(set); }
-    Set(const Set &) = delete;
-    Set &operator=(const Set &) = delete;
+    std::unique_ptr<KVLIB_PORT_RANGE, void (*)(KVLIB_PORT_RANGE *)> set{KVLIBPortRangeCreate(), KVLIBPortRangeDestory};
+    Model model;
+    explicit Set(const char *n) : name(n) {}
 
     // Checks the shape; compares with the model unless the outcome is open, then adopts the set.
     void verify(bool open, const std::string &op) {
-        const Model got = check_set(set, name);
+        FUZZ_CHECK(set != nullptr);
+        const Model got = check_set(set.get(), name);
         FUZZ_CHECKF(open || got == model, "%s after \"%s\": %s, expected %s", name, op.c_str(),
                     model_export(got).c_str(), model_export(model).c_str());
         model = got;
@@ -179,13 +175,13 @@ struct Set {
     void import(const std::string &text) {
         bool open = false;
         model = unite(model, model_import(text, open));
-        FUZZ_CHECKF(KVLIBPortRangeImport(set, text.c_str()) == 0, "import \"%s\" failed", text.c_str());
+        FUZZ_CHECKF(KVLIBPortRangeImport(set.get(), text.c_str()) == 0, "import \"%s\" failed", text.c_str());
         verify(open, "import " + text);
     }
 
     // Export, and import the text into a new set: the same ranges.
     void round_trip() {
-        char *text = KVLIBPortRangeExport(set);
+        char *text = KVLIBPortRangeExport(set.get());
         const std::string exported = text != nullptr ? text : "(null)";
         if (text != nullptr) KVLIBCStrPut(text);
         FUZZ_CHECKF(model.empty() ? text == nullptr : exported == model_export(model),
@@ -193,7 +189,7 @@ struct Set {
         if (model.empty()) return;
         Set again("re-import");
         again.model = model;
-        FUZZ_CHECK(KVLIBPortRangeImport(again.set, exported.c_str()) == 0);
+        FUZZ_CHECK(KVLIBPortRangeImport(again.set.get(), exported.c_str()) == 0);
         again.verify(false, "import " + exported);
     }
 };
@@ -232,10 +228,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     c.import(lines[2]);
     for (Set *x : {&a, &b, &c}) x->round_trip();
 
-    FUZZ_CHECK(KVLIBPortRangeOverlap(a.set, b.set, c.set) == 0);
+    FUZZ_CHECK(KVLIBPortRangeOverlap(a.set.get(), b.set.get(), c.set.get()) == 0);
     c.model = unite(c.model, intersect(a.model, b.model));
     c.verify(false, "overlap A B into C");
-    FUZZ_CHECK(KVLIBPortRangeJoin(a.set, b.set) == 0);
+    FUZZ_CHECK(KVLIBPortRangeJoin(a.set.get(), b.set.get()) == 0);
     a.model = unite(a.model, b.model);
     a.verify(false, "join B into A");
     b.verify(false, "join B into A");

@@ -1,12 +1,9 @@
 // .sc files as hostile input: the bytes become a file of the system services.d directory under a
 // private root and go through KOVAServiceConfGet and KOVAServiceConfSectionGet (enumeration
-// reads files with the same reader).
-//
-// Oracle: a model of the file format written from its description, sharing no code with the
-// library or the platform (the [global] settings, which sections count, the display-string split
-// and the port_forward flag here; line syntax and port lists from fuzz_support). Every record the
-// library returns must equal the model's, field by field, and a file the model refuses must be
-// refused. The first line also goes through KOVAServiceConfServiceStringGet as a display-string key.
+// reads files with the same reader). The model is written from the file format and shares no
+// code with the library: every record must equal the model's field by field, and a file the
+// model refuses must be refused. The first line is also a display-string key for
+// KOVAServiceConfServiceStringGet.
 #include <array>
 #include <cstdlib>
 
@@ -30,10 +27,8 @@ MODEL std::string before_nul(const std::string &s) {
     return s.substr(0, s.find('\0'));
 }
 
-struct ModelSection {
-    bool any_key = false;                      // a key line, NUL bytes and all
-    std::map<std::string, std::string> value;  // key and value as C texts; the last line wins
-};
+// A section's keys and values as C texts (the last line wins); it counts when it has a key.
+using ModelSection = std::map<std::string, std::string>;
 
 struct ModelFile {
     std::vector<std::string> names;                // listed: first of each full name, as a C text
@@ -49,16 +44,15 @@ MODEL ModelFile model_file(const std::string &text) {
             current = first ? &file.sections[l.name] : nullptr;
             if (first) file.names.push_back(before_nul(l.name));
         } else if (l.kind == Ini::kKey && current != nullptr && !l.name.empty()) {
-            current->any_key = true;
-            current->value[before_nul(l.name)] = before_nul(l.value);
+            (*current)[before_nul(l.name)] = before_nul(l.value);
         }
     }
     return file;
 }
 
 MODEL const char *get(const ModelSection &s, const char *key) {
-    const auto it = s.value.find(key);
-    return it == s.value.end() ? nullptr : it->second.c_str();
+    const auto it = s.find(key);
+    return it == s.end() ? nullptr : it->second.c_str();
 }
 
 struct ModelRecord {
@@ -83,7 +77,7 @@ MODEL void set_string(std::string (&out)[5], const char *key, const char *text) 
 
 MODEL std::optional<ModelRecord> model_section(const ModelFile &file, const std::string &name) {
     const auto it = file.sections.find(name);
-    if (it == file.sections.end() || !it->second.any_key) return std::nullopt;
+    if (it == file.sections.end() || it->second.empty()) return std::nullopt;
     const ModelSection &s = it->second;
     const char *title = get(s, "title"), *desc = get(s, "desc"), *dst = get(s, "dst.ports");
     if (title == nullptr || desc == nullptr || dst == nullptr) return std::nullopt;
@@ -112,7 +106,7 @@ MODEL std::optional<ModelConf> model_conf(const ModelFile &file) {
         if (!word_of(name, "-._")) continue;
         if (name == "global") {
             const auto it = file.sections.find(name);
-            if (it == file.sections.end() || !it->second.any_key) continue;
+            if (it == file.sections.end() || it->second.empty()) continue;
             const char *version = get(it->second, "version");
             conf.version = version != nullptr ? static_cast<int>(std::strtol(version, nullptr, 10)) : 1;
             if (const char *v = get(it->second, "support_key")) conf.support = cut(v, 128);
@@ -164,20 +158,20 @@ MODEL void check_string_key(const std::string &key) {
 }
 
 MODEL void check_section(const KOVA_SERVICE_CONF_SECTION &s, const ModelRecord &m) {
-    FUZZ_CHECK(terminated(s.name));
-    FUZZ_CHECKF(m.name == s.name, "section \"%s\", model \"%s\"", s.name, m.name.c_str());
+    FUZZ_CHECKF(terminated(s.name) && m.name == s.name, "section \"%.*s\", model \"%s\"",
+                static_cast<int>(sizeof s.name), s.name, m.name.c_str());
     check_string(s.title, m.title, "title");
     check_string(s.desc, m.desc, "desc");
-    FUZZ_CHECKF(s.portForward == m.port_forward, "port_forward %d in [%s]", s.portForward, s.name);
-    FUZZ_CHECK(m.src ? to_vector(s.srcPort) == *m.src : s.srcPort == nullptr);
-    FUZZ_CHECKF(to_vector(s.dstPort) == *m.dst, "dst.ports %s, model %s", describe(to_vector(s.dstPort)).c_str(),
-                describe(*m.dst).c_str());
+    FUZZ_CHECKF(s.portForward == m.port_forward && to_vector(s.dstPort) == *m.dst &&
+                    (m.src ? to_vector(s.srcPort) == *m.src : s.srcPort == nullptr),
+                "[%s] port_forward %d, src %s, dst %s", m.name.c_str(), s.portForward,
+                describe(to_vector(s.srcPort)).c_str(), describe(to_vector(s.dstPort)).c_str());
 }
 
 MODEL void check_conf(const KOVA_SERVICE_CONF &c, const ModelConf &m) {
-    FUZZ_CHECK(terminated(c.supportKey) && terminated(c.runKey));
-    FUZZ_CHECKF(c.version == m.version && m.support == c.supportKey && m.run == c.runKey, "global v%d \"%s\" \"%s\"",
-                c.version, c.supportKey, c.runKey);
+    FUZZ_CHECKF(terminated(c.supportKey) && terminated(c.runKey) && c.version == m.version &&
+                    m.support == c.supportKey && m.run == c.runKey,
+                "global v%d, model v%d \"%s\" \"%s\"", c.version, m.version, m.support.c_str(), m.run.c_str());
     size_t i = 0;
     for (const KOVA_SERVICE_CONF_SECTION *s = c.sections; s != nullptr; s = s->next, ++i) {
         FUZZ_CHECKF(i < m.sections.size(), "more sections than the model's %zu", m.sections.size());

@@ -32,8 +32,7 @@ std::optional<std::string> read_file(const std::string &path) {
 
 // Entries in a directory; beside the file there must be none.
 long entries(const std::string &dir) {
-    std::error_code ec;
-    return std::distance(std::filesystem::directory_iterator(dir, ec), std::filesystem::directory_iterator());
+    return std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator());
 }
 
 bool has_break(const std::string &s) {

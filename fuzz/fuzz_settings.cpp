@@ -25,8 +25,8 @@ constexpr unsigned int kAnyError = ~0u;  // the model does not settle the code
 constexpr const char *kInfo = "/etc/kovainfo.conf";
 constexpr const char *kSshd = "/etc/ssh/sshd_config";
 constexpr const char *kRules = "/etc/portforward/rule.conf";
-constexpr uint32_t kTcpInUse[] = {40001, 40005};
-constexpr uint32_t kUdpInUse = 40003;
+// The sockets in use in the socket tables the harness writes (TCP, TCP over IPv6, UDP).
+constexpr std::pair<uint32_t, const char *> kInUse[] = {{40001, "tcp"}, {40005, "tcp"}, {40003, "udp"}};
 
 // What a check gives: the result, the conflict list (head first), the error code of a failure.
 struct Outcome {
@@ -139,25 +139,21 @@ void check_key(const std::string &info, const std::vector<IniLine> &lines, const
         FUZZ_CHECKF(rc == expected && (rc < 0 || want == buf.data()), "%s (%d bytes): %d \"%s\", model %d \"%s\"",
                     key.c_str(), size, rc, rc < 0 ? "" : buf.data(), expected, want.c_str());
     }
-    if (value) {
-        FUZZ_CHECK(KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), value->c_str(), 0) == 1);
-        FUZZ_CHECK(KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), (*value + "x").c_str(), 0) == 0);
-    }
+    FUZZ_CHECKF(!value || (KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), value->c_str(), 0) == 1 &&
+                           KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), (*value + "x").c_str(), 0) == 0),
+                "%s = \"%s\" not confirmed", key.c_str(), value.value_or("").c_str());
 }
 
 // The SSH port: std::nullopt where a "Port" line is not a plain port number (not settled).
 std::optional<int> model_ssh_port(const std::string &sshd) {
-    for (const std::string &raw : split_all(sshd, '\n')) {
-        std::string line = trim(raw);
+    for (const std::string &line : split_all(sshd, '\n', true)) {
         if (line.size() < 4 || lower(line.substr(0, 4)) != "port") continue;
         std::string rest = line.substr(4);
         if (!rest.empty() && !is_space(rest[0]) && rest[0] != '=') continue;  // another keyword
         rest = trim(rest);
         if (!rest.empty() && rest[0] == '=') rest = trim(rest.substr(1));
-        if (rest.empty() || rest.size() > 5 || rest.find_first_not_of("0123456789") != std::string::npos)
-            return std::nullopt;
-        const int port = std::stoi(rest);
-        return port >= 1 && port <= 65535 ? std::optional<int>(port) : std::nullopt;
+        if (rest.size() > 5 || !model_port_check(rest) || std::stoi(rest) == 0) return std::nullopt;
+        return std::stoi(rest);
     }
     return 22;
 }
@@ -192,12 +188,8 @@ bool model_in_use(const std::vector<std::string> &items, bool loose, const std::
         if (*a == 0 && *b == 0) return (out = failed(out, KOVA_ERR_BAD_PARAMETER), true);
         const uint32_t lo = std::min(*a, *b), hi = std::max(*a, *b);
         if (hi > 65535) return false;  // up to the network library
-        bool used = has(protocols, "tcp") && std::any_of(std::begin(kTcpInUse), std::end(kTcpInUse),
-                                                         [&](uint32_t p) { return lo <= p && p <= hi; });
-        if (used || (has(protocols, "udp") && lo <= kUdpInUse && kUdpInUse <= hi)) {
-            out.result = 1;
-            return true;
-        }
+        for (const auto &u : kInUse)
+            if (lo <= u.first && u.first <= hi && has(protocols, u.second)) return (out.result = 1, true);
     }
     return true;
 }
@@ -254,9 +246,9 @@ void setup() {
     std::filesystem::create_directories(under_root("/usr/kova/etc/services.d"));
     std::filesystem::create_directories(under_root("/usr/local/etc/services.d"));
     const std::string header = "  sl  local_address rem_address   st\n";
-    write_file("/proc/net/tcp", header + socket_line(kTcpInUse[0], "0A") + socket_line(40002, "01"));
-    write_file("/proc/net/tcp6", header + socket_line(kTcpInUse[1], "0A"));
-    write_file("/proc/net/udp", header + socket_line(kUdpInUse, "07"));
+    write_file("/proc/net/tcp", header + socket_line(kInUse[0].first, "0A") + socket_line(40002, "01"));
+    write_file("/proc/net/tcp6", header + socket_line(kInUse[1].first, "0A"));
+    write_file("/proc/net/udp", header + socket_line(kInUse[2].first, "07"));
     write_file("/proc/net/udp6", header);
 }
 

@@ -97,11 +97,8 @@ std::string build_table(Input &in, uint16_t protocol, std::vector<Socket> &socke
 
 std::vector<Socket> distinct(const std::vector<Socket> &sockets) {
     std::vector<Socket> out;
-    for (const Socket &s : sockets) {
-        bool seen = false;
-        for (const Socket &o : out) seen = seen || o == s;
-        if (!seen) out.push_back(s);
-    }
+    for (const Socket &s : sockets)
+        if (std::find(out.begin(), out.end(), s) == out.end()) out.push_back(s);
     return out;
 }
 

@@ -31,8 +31,7 @@ std::string format(const char *fmt, ...) {
 }
 
 std::string cut(std::string_view s, size_t capacity) {
-    s = s.substr(0, std::min(s.size(), s.find('\0')));
-    return std::string(s.substr(0, std::min(s.size(), capacity - 1)));
+    return std::string(s.substr(0, std::min(s.find('\0'), capacity - 1)));
 }
 
 namespace {
@@ -114,14 +113,9 @@ std::string describe(const std::vector<Port> &ports) {
 }
 
 bool model_port_check(std::string_view text) {
-    if (text.empty()) return false;
-    uint32_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        value = value * 10 + static_cast<uint32_t>(c - '0');
-        if (value > 65535) return false;
-    }
-    return true;
+    const std::string_view digits = text.substr(std::min(text.find_first_not_of('0'), text.size()));
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos && digits.size() <= 5 &&
+           (digits.empty() || std::stoul(std::string(digits)) <= 65535);
 }
 
 int model_protocol(const std::optional<std::string> &text) {
@@ -198,11 +192,9 @@ std::vector<IniSection> ini_sections(const std::vector<IniLine> &lines) {
 
 void check_section_reader(const std::string &path, const std::vector<IniSection> &model) {
     std::vector<const IniSection *> first;
-    for (const IniSection &s : model) {
-        bool seen = s.top;
-        for (const IniSection *f : first) seen = seen || f->name == s.name;
-        if (!seen) first.push_back(&s);
-    }
+    for (const IniSection &s : model)
+        if (!s.top && std::none_of(first.begin(), first.end(), [&](const IniSection *f) { return f->name == s.name; }))
+            first.push_back(&s);
     KVLIB_SZLIST *names = KVLIBCSzListAlloc(128);
     const int count = KVLIBCFileEnumSection(path.c_str(), &names);
     FUZZ_CHECKF(count == static_cast<int>(first.size()) && names->nItem == count, "%d sections listed, model %zu",

@@ -45,8 +45,6 @@ std::string under_root(std::string_view rel);
 // content leaves no file.
 void write_file(std::string_view rel, std::string_view content, bool missing_if_empty = false);
 
-// ---- the port list syntax ------------------------------------------------------------------
-
 bool is_space(char c);  // as the platform trims
 // Not empty, and nothing but ASCII letters, digits and the characters of `extra`.
 bool word_of(std::string_view s, std::string_view extra);
@@ -74,8 +72,6 @@ struct Span {
     bool operator==(const Span &) const = default;
 };
 std::vector<Span> normalize_spans(std::vector<Span> spans);  // sorted, merged where they overlap or touch
-
-// ---- the sectioned file syntax -------------------------------------------------------------
 
 // "[name]" starts a section, "key = value" sets a key (both trimmed, one pair of quotes around
 // the value dropped), blank lines and lines starting with "#" or ";" are comments.
