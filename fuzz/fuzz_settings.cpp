@@ -112,13 +112,22 @@ bool model_reserved(const std::string &ports, const std::vector<Span> &reserved,
     return true;
 }
 
-// The result, the list and (on failure) the error code are the model's.
-void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what) {
+// Runs `call` on a conflict list that is empty or, with flag byte 0x80, holds one entry; where the
+// model settles the outcome, the result, the list and (on failure) the error code are the model's.
+template <class Call>
+void check_outcome(uint8_t byte, const std::optional<Outcome> &want, const char *what, Call call) {
+    KOVA_SERVICE_CONF_PORT *list = nullptr;
+    if ((byte & 0x80) != 0) FUZZ_CHECK(KOVAServiceConfPortsGet("7/tcp", 0, &list) == 0);
+    poison();
+    const int rc = call(&list);
+    const unsigned int error = KVLIBCErrGet();
     const std::vector<Port> got = to_vector(list);
+    KOVAServiceConfPortsFree(list);
+    if (!want) return;
     FUZZ_CHECKF(
-        rc == want.result && got == want.list && (rc >= 0 || want.error == kAnyError || KVLIBCErrGet() == want.error),
-        "%s gave %d %s (0x%04X), model %d %s (0x%04X)", what, rc, describe(got).c_str(), KVLIBCErrGet(), want.result,
-        describe(want.list).c_str(), want.error);
+        rc == want->result && got == want->list && (rc >= 0 || want->error == kAnyError || error == want->error),
+        "%s gave %d %s (0x%04X), model %d %s (0x%04X)", what, rc, describe(got).c_str(), error, want->result,
+        describe(want->list).c_str(), want->error);
 }
 
 // A key-value file: the first key line of that key counts.
@@ -252,13 +261,6 @@ void setup() {
     write_file("/proc/net/udp6", header);
 }
 
-// A conflict list that is empty or, with flag byte 0x80, holds one entry.
-KOVA_SERVICE_CONF_PORT *start_list(uint8_t byte) {
-    KOVA_SERVICE_CONF_PORT *list = nullptr;
-    if ((byte & 0x80) != 0) FUZZ_CHECK(KOVAServiceConfPortsGet("7/tcp", 0, &list) == 0);
-    return list;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -287,22 +289,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::vector<IniSection> sections = ini_sections(ini_lines(rules));
     if (!rules.empty()) check_section_reader(under_root(kRules), sections);
 
-    KOVA_SERVICE_CONF_PORT *list = start_list(byte);
-    const Outcome start{0, to_vector(list), kPoison};
+    const Outcome start{0, (byte & 0x80) != 0 ? *model_ports_get("7/tcp", 0) : std::vector<Port>{}, kPoison};
     Outcome want = start;
     if (!model_compare(ports, other, want)) want = failed(want, want.error);
-    poison();
-    int got = PortsConflictWithText(ports.c_str(), other.c_str(), &list);
-    check_outcome(want, got, list, "PortsConflictWithText");
-    KOVAServiceConfPortsFree(list);
-
+    check_outcome(byte, want, "PortsConflictWithText", [&](KOVA_SERVICE_CONF_PORT **list) {
+        return PortsConflictWithText(ports.c_str(), other.c_str(), list);
+    });
     const int flags = (byte & 0x1B) != 0 ? byte & 0x1B : KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_RESERVED;
-    const std::optional<Outcome> expected =
-        model_check(info, info_lines, sections, skip, ports, protocol, flags, start);
-    list = start_list(byte);
-    poison();
-    got = KVLIBIsPortConflict(skip.c_str(), ports.c_str(), protocol.c_str(), flags, &list);
-    if (expected) check_outcome(*expected, got, list, "KVLIBIsPortConflict");
-    KOVAServiceConfPortsFree(list);
+    check_outcome(byte, model_check(info, info_lines, sections, skip, ports, protocol, flags, start),
+                  "KVLIBIsPortConflict", [&](KOVA_SERVICE_CONF_PORT **list) {
+                      return KVLIBIsPortConflict(skip.c_str(), ports.c_str(), protocol.c_str(), flags, list);
+                  });
     return 0;
 }
