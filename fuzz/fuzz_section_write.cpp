@@ -57,7 +57,6 @@ Write parse_write(const std::string &piece) {
     size_t at = 1;
     if (w.op == 's' && f.size() > 1) w.rename = f[at++];
     for (; at < f.size(); at += 2) w.entries.emplace_back(f[at], at + 1 < f.size() ? f[at + 1] : "");
-    if (w.op == 'v' && w.entries.empty()) w.entries.emplace_back("", "");
     if (w.op == 'v') w.entries.resize(1);
     if (w.op == 'r') w.entries.clear();
     std::map<std::string, std::string> last;  // a key given twice: the hash keeps its last value

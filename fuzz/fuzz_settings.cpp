@@ -45,13 +45,10 @@ Outcome failed(Outcome out, unsigned int error) {
 std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
     const size_t at = item.find(joiner);
     const std::string a = item.substr(0, at), b = at == std::string::npos ? a : item.substr(at + 1);
-    if (at != std::string::npos && (a.empty() || b.empty())) return std::nullopt;
-    if (!model_port_check(a) || !model_port_check(b)) {
-        out.error = KOVA_ERR_BAD_PARAMETER;
-        return std::nullopt;
-    }
-    const uint32_t x = static_cast<uint32_t>(std::stoul(a)), y = static_cast<uint32_t>(std::stoul(b));
-    return Span{std::min(x, y), std::max(x, y)};
+    const bool bad = !model_port_check(a) || !model_port_check(b);
+    if (bad && (at == std::string::npos || (!a.empty() && !b.empty()))) out.error = KOVA_ERR_BAD_PARAMETER;
+    if (bad) return std::nullopt;  // an empty side is refused without an error code
+    return Span{std::min(std::stoul(a), std::stoul(b)), std::max(std::stoul(a), std::stoul(b))};
 }
 
 // PortsConflictWithText: the caller's ports ("80,8000:8010") against another source's text

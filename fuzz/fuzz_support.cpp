@@ -162,18 +162,15 @@ std::vector<IniLine> ini_lines(std::string_view text) {
         text.remove_prefix(line.text.size());
         const std::string t = trim(line.text);
         const size_t eq = line.text.find('=');
-        if (t.empty()) {
-            line.kind = Ini::kBlank;
-        } else if (t[0] == '#' || t[0] == ';') {
-            line.kind = Ini::kComment;
-        } else if (t.size() >= 2 && t.front() == '[' && t.back() == ']') {
-            line.kind = Ini::kSection;
-            line.name = trim(t.substr(1, t.size() - 2));
-        } else if (eq != std::string::npos) {
-            line.kind = Ini::kKey;
-            line.name = trim(line.text.substr(0, eq));
-            line.value = ini_value(line.text.substr(eq + 1));
-        }
+        const bool section = t.size() >= 2 && t.front() == '[' && t.back() == ']';
+        line.kind = t.empty()                    ? Ini::kBlank
+                    : t[0] == '#' || t[0] == ';' ? Ini::kComment
+                    : section                    ? Ini::kSection
+                    : eq != std::string::npos    ? Ini::kKey
+                                                 : Ini::kOther;
+        if (section) line.name = trim(t.substr(1, t.size() - 2));
+        if (line.kind == Ini::kKey) line.name = trim(line.text.substr(0, eq));
+        if (line.kind == Ini::kKey) line.value = ini_value(line.text.substr(eq + 1));
         out.push_back(std::move(line));
     }
     return out;
