@@ -1,9 +1,8 @@
-// .sc files as hostile input: the bytes become a file of the system services.d directory under a
-// private root and go through KOVAServiceConfGet and KOVAServiceConfSectionGet (enumeration
-// reads files with the same reader). The model is written from the file format and shares no
-// code with the library: every record must equal the model's field by field, and a file the
-// model refuses must be refused. The first line is also a display-string key for
-// KOVAServiceConfServiceStringGet.
+// .sc files as hostile input, in the system services.d directory under a private root, read by
+// KOVAServiceConfGet and KOVAServiceConfSectionGet (enumeration uses the same reader); the first
+// line is also a display-string key for KOVAServiceConfServiceStringGet. The model is written from
+// the file format and shares no code with the library: every record must equal the model's field
+// by field, and a file the model refuses must be refused.
 #include <array>
 #include <cstdlib>
 
@@ -188,8 +187,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     KOVA_SERVICE_CONF held{};
     KOVA_SERVICE_CONF *list = &held;
     const int rc = KOVAServiceConfGet(path.c_str(), &list);
-    FUZZ_CHECKF(rc == (model ? 0 : -1), "read gave %d, the model %s the file", rc, model ? "accepts" : "refuses");
-    FUZZ_CHECK(rc == 0 ? list != &held && list->next == &held : list == &held);
+    FUZZ_CHECKF(rc == (model ? 0 : -1) && (rc == 0 ? list != &held && list->next == &held : list == &held),
+                "read gave %d, the model %s the file", rc, model ? "accepts" : "refuses");
     if (rc == 0) {
         check_conf(*list, *model);
         list->next = nullptr;

@@ -147,7 +147,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::vector<std::string> pieces = split_all(std::string(reinterpret_cast<const char *>(data), size), '\0');
     if (pieces.size() > 9) return 0;
     const std::string path = under_root(kFile);
-    [[maybe_unused]] static const bool made = std::filesystem::create_directories(under_root(kDir));
     write_file(kFile, pieces[0], true);
     std::optional<std::string> text = read_file(path);
 

@@ -10,8 +10,8 @@
 //     (written with "-"), each colliding piece put in front of the list;
 //   - KVLIBIsPortConflict with the rules (0x02), the reserved ports of the settings (0x08) and
 //     the ports in use in fixed socket tables (0x10), as the flag byte chooses (0x0A when it
-//     chooses none); the catalogue source 0x04 is the built-in table's business.
-// Flag byte 0x80: the conflict lists already hold an entry, which new entries go in front of.
+//     chooses none); the catalogue source 0x04 is the built-in table's business. With flag 0x80
+//     the conflict lists start with an entry, which new entries go in front of.
 #include <filesystem>
 
 #include "fuzz_support.h"
@@ -34,12 +34,6 @@ struct Outcome {
     std::vector<Port> list;
     unsigned int error = kPoison;
 };
-
-Outcome failed(Outcome out, unsigned int error) {
-    out.result = -1;
-    out.error = error;
-    return out;
-}
 
 // One item of a port text: a port, or two joined by `joiner` (the smaller first).
 std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
@@ -191,7 +185,7 @@ bool model_in_use(const std::vector<std::string> &items, bool loose, const std::
         const std::optional<uint32_t> a = number(item.substr(0, colon));
         const std::optional<uint32_t> b = colon == std::string::npos ? a : number(item.substr(colon + 1));
         if (!a || !b) return false;
-        if (*a == 0 && *b == 0) return (out = failed(out, KOVA_ERR_BAD_PARAMETER), true);
+        if (*a == 0 && *b == 0) return (out = Outcome{-1, out.list, KOVA_ERR_BAD_PARAMETER}, true);
         const uint32_t lo = std::min(*a, *b), hi = std::max(*a, *b);
         if (hi > 65535) return false;  // up to the network library
         for (const auto &u : kInUse)
@@ -216,15 +210,15 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         if (id != rule.keys.end() && has(skip, id->second)) continue;
         const auto s = rule.keys.find("s_port"), r = rule.keys.find("r_port");
         if (rule.keys.count("protocol name") == 0 || s == rule.keys.end() || r == rule.keys.end())
-            return failed(out, kAnyError);
+            return Outcome{-1, out.list, kAnyError};
         if (!model_compare(ports, s->second, out) || !model_compare(ports, r->second, out))
-            return failed(out, out.error);
+            return Outcome{-1, out.list, out.error};
     }
     if ((flags & KOVA_PORT_CHECK_RESERVED) != 0) {
         const bool ftp = !has(skip, "ftp");
         if (info_text.empty() &&
             (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server")))
-            return failed(out, kAnyError);  // no settings file to read
+            return Outcome{-1, out.list, kAnyError};  // no settings file to read
         std::vector<Span> spans;
         bool ok = !ftp || reserve(info, "ftpport", spans);
         if (ok && ftp && !model_value(info, "ftphighport").value_or("").empty()) {
@@ -236,7 +230,7 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         ok = ok && (has(skip, "webdav_http") || reserve(info, "WebDavPort", spans));
         ok = ok && (has(skip, "webdavs_https") || reserve(info, "secure_WebDavPort", spans));
         ok = ok && (has(skip, "syslog_server") || reserve(info, "syslogport", spans));
-        if (!ok) return failed(out, KOVA_ERR_BAD_PARAMETER);
+        if (!ok) return Outcome{-1, out.list, KOVA_ERR_BAD_PARAMETER};
         if (!model_reserved(ports, spans, out)) return std::nullopt;
     }
     if ((flags & KOVA_PORT_CHECK_IN_USE) != 0 && !model_in_use(items, loose, protocol, out)) return std::nullopt;
@@ -288,7 +282,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     const Outcome start{0, (byte & 0x80) != 0 ? *model_ports_get("7/tcp", 0) : std::vector<Port>{}, kPoison};
     Outcome want = start;
-    if (!model_compare(ports, other, want)) want = failed(want, want.error);
+    if (!model_compare(ports, other, want)) want.result = -1;
     check_outcome(byte, want, "PortsConflictWithText", [&](KOVA_SERVICE_CONF_PORT **list) {
         return PortsConflictWithText(ports.c_str(), other.c_str(), list);
     });

@@ -145,7 +145,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::vector<Socket> all = expected;
     all.insert(all.end(), udp.begin(), udp.end());
     const std::vector<Socket> both = fetch(KOVA_PROTO_BOTH), only_udp = fetch(KOVA_PROTO_UDP);
-    FUZZ_CHECKF(both == all, "fetched %s, expected %s", show(both).c_str(), show(all).c_str());
-    FUZZ_CHECKF(only_udp == udp, "UDP fetch %s, expected %s", show(only_udp).c_str(), show(udp).c_str());
+    FUZZ_CHECKF(both == all && only_udp == udp, "fetched %s, UDP %s; expected %s, UDP %s", show(both).c_str(),
+                show(only_udp).c_str(), show(all).c_str(), show(udp).c_str());
     return 0;
 }

@@ -34,9 +34,7 @@ std::string cut(std::string_view s, size_t capacity) {
     return std::string(s.substr(0, std::min(s.find('\0'), capacity - 1)));
 }
 
-namespace {
-std::string g_root;
-}  // namespace
+static std::string g_root;  // made on first use
 
 std::string under_root(std::string_view rel) {
     if (g_root.empty()) {
@@ -59,8 +57,8 @@ std::string under_root(std::string_view rel) {
 void write_file(std::string_view rel, std::string_view content, bool missing_if_empty) {
     const std::string path = under_root(rel);
     std::remove(path.c_str());  // a new file: rewriting one in place makes the file system flush it
-    if (content.empty() && missing_if_empty) return;
     std::filesystem::create_directories(path.substr(0, path.rfind('/')));
+    if (content.empty() && missing_if_empty) return;
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(content.data(), static_cast<std::streamsize>(content.size()));
     out.close();
