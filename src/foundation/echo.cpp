@@ -9,8 +9,6 @@
 namespace kova {
 namespace {
 
-thread_local Echo *t_recording = nullptr;
-
 // The state a recorded step starts from: no operation sets this code.
 constexpr unsigned kStandInCode = 0xFFFFFFFFu;
 constexpr char kStandInFile[] = "echo stand-in";
@@ -21,37 +19,18 @@ bool is_stand_in(const ErrorState &s) noexcept {
 
 }  // namespace
 
-ErrorState ErrorState::current() noexcept {
-    ErrorState s;
-    s.code = KVLIBCErrGet();
-    if (const char *file = KVLIBCErrorGetFile(); file != nullptr) {
-        std::strncpy(s.file, file, sizeof s.file - 1);
-        s.file[sizeof s.file - 1] = '\0';
-    }
-    s.line = KVLIBCErrorGetLine();
-    return s;
-}
-
-void ErrorState::set() const noexcept {
-    KVLIBCErrSetEx(code, file, line);
-}
-
-bool ErrorState::operator==(const ErrorState &other) const noexcept {
-    return code == other.code && line == other.line && std::strcmp(file, other.file) == 0;
-}
-
-Echo::Recording::Recording(Echo &echo) noexcept : echo_(echo), outer_(t_recording) {
+Echo::Recording::Recording(Echo &echo) noexcept : echo_(echo), outer_(nullptr) {
     echo_.lines_.clear();
     echo_.recorded_ = true;
     echo_.complete_ = true;
     echo_.sets_state_ = echo_.shows_start_ = echo_.out_of_memory_ = false;
     echo_.start_ = ErrorState::current();
     KVLIBCErrSetEx(kStandInCode, kStandInFile, 0);
-    t_recording = &echo_;
+    outer_ = set_line_tap(&echo_);
 }
 
 Echo::Recording::~Recording() {
-    t_recording = outer_;
+    set_line_tap(outer_);
     const ErrorState now = ErrorState::current();
     if (is_stand_in(now)) {
         echo_.start_.set();
@@ -60,10 +39,6 @@ Echo::Recording::~Recording() {
     echo_.sets_state_ = true;
     echo_.left_ = now;
     if (now.code == KOVA_ERR_OUT_OF_MEMORY) echo_.out_of_memory_ = true;
-}
-
-Echo *Echo::recording() noexcept {
-    return t_recording;
 }
 
 void Echo::keep(const std::string &line) noexcept {
@@ -75,7 +50,7 @@ void Echo::keep(const std::string &line) noexcept {
     }
 }
 
-const ErrorState *Echo::shown_start() noexcept {
+const ErrorState *Echo::shown_state() noexcept {
     if (KVLIBCErrGet() != kStandInCode || !is_stand_in(ErrorState::current())) return nullptr;
     shows_start_ = true;
     return &start_;
@@ -88,24 +63,6 @@ bool Echo::can_say() const noexcept {
 void Echo::say() const noexcept {
     for (const std::string &line : lines_) send_line(line);
     if (sets_state_) left_.set();
-}
-
-unsigned shown_error_code() noexcept {
-    Echo *echo = Echo::recording();
-    const ErrorState *start = echo != nullptr ? echo->shown_start() : nullptr;
-    return start != nullptr ? start->code : KVLIBCErrGet();
-}
-
-const char *shown_error_file() noexcept {
-    Echo *echo = Echo::recording();
-    const ErrorState *start = echo != nullptr ? echo->shown_start() : nullptr;
-    return start != nullptr ? start->file : KVLIBCErrorGetFile();
-}
-
-int shown_error_line() noexcept {
-    Echo *echo = Echo::recording();
-    const ErrorState *start = echo != nullptr ? echo->shown_start() : nullptr;
-    return start != nullptr ? start->line : KVLIBCErrorGetLine();
 }
 
 }  // namespace kova

@@ -15,19 +15,11 @@
 #include <string>
 #include <vector>
 
+#include "foundation/log.h"
+
 namespace kova {
 
-struct ErrorState {
-    unsigned code = 0;
-    char file[256] = "";
-    int line = 0;
-
-    static ErrorState current() noexcept;
-    void set() const noexcept;
-    bool operator==(const ErrorState &other) const noexcept;
-};
-
-class Echo {
+class Echo final : LineTap {
 public:
     Echo() = default;
     Echo(const Echo &) = delete;
@@ -44,12 +36,6 @@ public:
     // Sends the kept lines again and leaves the error state as the step left it.
     void say() const noexcept;
 
-    // For the log: the Echo recording on this thread, if any, and what it is told.
-    static Echo *recording() noexcept;
-    void keep(const std::string &line) noexcept;
-    void lose() noexcept { complete_ = false; }
-    const ErrorState *shown_start() noexcept;
-
 private:
     class Recording {
     public:
@@ -60,8 +46,12 @@ private:
 
     private:
         Echo &echo_;
-        Echo *outer_;
+        LineTap *outer_;
     };
+
+    void keep(const std::string &line) noexcept override;
+    void lose() noexcept override { complete_ = false; }
+    const ErrorState *shown_state() noexcept override;
 
     std::vector<std::string> lines_;
     ErrorState start_;

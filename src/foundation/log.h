@@ -17,8 +17,33 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept KOVA_
 // Sends a line formatted before (a kept line said again).
 void send_line(const std::string &line) noexcept;
 
-// The error state as log lines print it: the state itself, except while an Echo records a step
-// that has not set it yet (see foundation/echo.h).
+// An error state: code, the module and the line it names.
+struct ErrorState {
+    unsigned code = 0;
+    char file[256] = "";
+    int line = 0;
+
+    static ErrorState current() noexcept;
+    void set() const noexcept;
+    bool operator==(const ErrorState &other) const noexcept;
+};
+
+// What listens to the lines this thread logs (an Echo recording a step, foundation/echo.h).
+class LineTap {
+public:
+    // The line as it was sent; lose() when memory ran out before it could be kept.
+    virtual void keep(const std::string &line) noexcept = 0;
+    virtual void lose() noexcept = 0;
+    // The state lines show in place of the thread's own, or null to show that.
+    virtual const ErrorState *shown_state() noexcept = 0;
+
+protected:
+    ~LineTap() = default;
+};
+// Puts a tap on this thread's lines (null: none); returns the one it replaces.
+LineTap *set_line_tap(LineTap *tap) noexcept;
+
+// The error state as log lines print it: the thread's, unless its tap shows another.
 unsigned shown_error_code() noexcept;
 const char *shown_error_file() noexcept;
 int shown_error_line() noexcept;
