@@ -7,8 +7,10 @@
 // A step's lines depend on the files it reads and on the error state it starts from, which a line
 // prints ("[0x%04X %s:%d]", KOVA_ERRARGS) until the step sets a state of its own. The step runs
 // from a stand-in state that no operation sets: KOVA_ERRARGS shows the real start state in its
-// place and the Echo notes that it did; such lines are said again only from the same start state.
-// A step that ran out of memory is not said again (another run might not), nor one whose lines
+// place, and the Echo notes where in the line it did, so that the line is said again with the
+// state the step would start from then. A line that shows the start state in another form (the
+// code alone) is said again only from the same start state; otherwise the step runs again. A
+// step that ran out of memory is not said again (another run might not), nor one whose lines
 // could not all be kept.
 #pragma once
 
@@ -53,13 +55,19 @@ private:
     void lose() noexcept override { complete_ = false; }
     const ErrorState *shown_state() noexcept override;
 
-    std::vector<std::string> lines_;
+    struct Line {
+        std::string text;
+        std::vector<size_t> starts;  // where the start state shows, as "[0x%04X %s:%d]"
+    };
+
+    std::vector<Line> lines_;
     ErrorState start_;
     ErrorState left_;
+    int showings_ = 0;  // calls that showed the start state since the last line was kept
     bool recorded_ = false;
     bool complete_ = true;
     bool sets_state_ = false;   // the step set the error state; left_ is what it left
-    bool shows_start_ = false;  // a line printed the state the step started from
+    bool start_bound_ = false;  // a line shows the start state where it cannot be replaced
     bool out_of_memory_ = false;
 };
 
