@@ -4,25 +4,16 @@
 //
 // Oracle: a model of the file format written from its description, sharing no code with the
 // library or the platform (the [global] settings, which sections count, the display-string split
-// and the port_forward flag here; line syntax and port lists from the models of fuzz_support). Every record the library
-// returns must equal the model's, field by field, and a file the model refuses must be refused. The first line also
-// goes through KOVAServiceConfServiceStringGet as a display-string key.
-#include <kovaserviceconf.h>
-
-#include <cctype>
-#include <cstdint>
-#include <cstdio>
+// and the port_forward flag here; line syntax and port lists from fuzz_support). Every record the
+// library returns must equal the model's, field by field, and a file the model refuses must be
+// refused. The first line also goes through KOVAServiceConfServiceStringGet as a display-string key.
+#include <array>
 #include <cstdlib>
-#include <cstring>
-#include <map>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "fuzz_support.h"
 
-// The model and the comparisons are not what the fuzzer should explore: without coverage
-// instrumentation they add no features, and each run costs less.
+// The model and the comparisons are not what the fuzzer should explore: uninstrumented, they
+// add no features and each run costs less.
 #if defined(__clang__)
 #define MODEL __attribute__((no_sanitize("coverage")))
 #else
@@ -34,8 +25,6 @@ namespace {
 using namespace kova::fuzz;
 
 constexpr const char *kScFile = "/usr/kova/etc/services.d/fuzz.sc";
-
-// ---- the model of the sectioned file -------------------------------------------------------
 
 MODEL std::string before_nul(const std::string &s) {
     return s.substr(0, s.find('\0'));
@@ -72,40 +61,22 @@ MODEL const char *get(const ModelSection &s, const char *key) {
     return it == s.value.end() ? nullptr : it->second.c_str();
 }
 
-// ---- the model of the records ----------------------------------------------------------------
-
-MODEL bool valid_name(const std::string &name) {
-    if (name.empty()) return false;
-    for (const char c : name)
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '.' && c != '_') return false;
-    return true;
-}
-
-struct Split {
-    std::string prefix, section, key;
-};
-
-// prefix:section:key, "section:key", or no ":" (nothing but the text).
-MODEL std::optional<Split> split_key(const char *text) {
-    if (text == nullptr || std::strchr(text, ':') == nullptr) return std::nullopt;
-    const std::vector<std::string> parts = split_all(text, ':');
-    if (parts.size() == 2) return Split{"", trim(parts[0]), trim(parts[1])};
-    const std::string s(text);
-    const size_t second = s.find(':', s.find(':') + 1);
-    return Split{trim(parts[0]), trim(parts[1]), trim(s.substr(second + 1))};
-}
-
 struct ModelRecord {
     std::string name, title[5], desc[5];  // prefix, section, key, text, extra text
     int port_forward = 0;
     std::optional<std::vector<Port>> src, dst;
 };
 
+// A display-string key: "prefix:section:key" (the key keeps any further ":"), "section:key", or
+// without ":" nothing but the text.
 MODEL void set_string(std::string (&out)[5], const char *key, const char *text) {
-    if (const auto split = split_key(key)) {
-        out[0] = cut(split->prefix, 256);
-        out[1] = cut(split->section, 64);
-        out[2] = cut(split->key, 128);
+    const std::string k = key != nullptr ? key : "";
+    const size_t one = k.find(':'), two = k.find(':', one + 1);
+    if (one != std::string::npos) {
+        const bool three = two != std::string::npos;
+        if (three) out[0] = cut(trim(k.substr(0, one)), 256);
+        out[1] = cut(trim(three ? k.substr(one + 1, two - one - 1) : k.substr(0, one)), 64);
+        out[2] = cut(trim(k.substr((three ? two : one) + 1)), 128);
     }
     out[3] = cut(text, 128);
 }
@@ -114,9 +85,7 @@ MODEL std::optional<ModelRecord> model_section(const ModelFile &file, const std:
     const auto it = file.sections.find(name);
     if (it == file.sections.end() || !it->second.any_key) return std::nullopt;
     const ModelSection &s = it->second;
-    const char *title = get(s, "title");
-    const char *desc = get(s, "desc");
-    const char *dst = get(s, "dst.ports");
+    const char *title = get(s, "title"), *desc = get(s, "desc"), *dst = get(s, "dst.ports");
     if (title == nullptr || desc == nullptr || dst == nullptr) return std::nullopt;
     ModelRecord r;
     r.name = cut(name, 256);
@@ -124,12 +93,10 @@ MODEL std::optional<ModelRecord> model_section(const ModelFile &file, const std:
     set_string(r.desc, get(s, "desc_key"), desc);
     if (const char *extra = get(s, "desc_extra")) r.desc[4] = cut(extra, 128);
     if (const char *pf = get(s, "port_forward")) r.port_forward = trim(lower(cut(pf, 32))) == "yes";
-    if (const char *src = get(s, "src.ports")) {
-        r.src = model_ports_get(src, 0);
-        if (!r.src) return std::nullopt;
-    }
+    const char *src = get(s, "src.ports");
+    if (src != nullptr) r.src = model_ports_get(src, 0);
     r.dst = model_ports_get(dst, 1);
-    if (!r.dst) return std::nullopt;
+    if (!r.dst || (src != nullptr && !r.src)) return std::nullopt;
     return r;
 }
 
@@ -140,10 +107,9 @@ struct ModelConf {
 };
 
 MODEL std::optional<ModelConf> model_conf(const ModelFile &file) {
-    if (file.names.empty() || (file.names.size() == 1 && file.names[0] == "global")) return std::nullopt;
     ModelConf conf;
     for (const std::string &name : file.names) {
-        if (!valid_name(name)) continue;
+        if (!word_of(name, "-._")) continue;
         if (name == "global") {
             const auto it = file.sections.find(name);
             if (it == file.sections.end() || !it->second.any_key) continue;
@@ -159,6 +125,24 @@ MODEL std::optional<ModelConf> model_conf(const ModelFile &file) {
     return conf;
 }
 
+// The five fields of a display string (prefix, section, key, text, extra text) and their sizes.
+std::array<std::pair<const char *, size_t>, 5> fields(const KOVA_SERVICE_STRING &s) {
+    return {{{s.prefix, sizeof s.prefix},
+             {s.section, sizeof s.section},
+             {s.key, sizeof s.key},
+             {s.text, sizeof s.text},
+             {s.extraText, sizeof s.extraText}}};
+}
+
+MODEL void check_field(const std::pair<const char *, size_t> &f, const std::string &model, const char *what) {
+    FUZZ_CHECKF(std::memchr(f.first, 0, f.second) != nullptr && model == f.first, "%s: \"%.*s\", model \"%s\"", what,
+                static_cast<int>(f.second), f.first, model.c_str());
+}
+
+MODEL void check_string(const KOVA_SERVICE_STRING &s, const std::string (&m)[5], const char *what) {
+    for (size_t i = 0; i < 5; ++i) check_field(fields(s)[i], m[i], what);
+}
+
 // The key split of a display-string key: the fields it writes are the model's, every other
 // byte of the record stays as it was.
 MODEL void check_string_key(const std::string &key) {
@@ -169,26 +153,14 @@ MODEL void check_string_key(const std::string &key) {
     std::string m[5];
     set_string(m, key.c_str(), key.c_str());
     const bool split = key.find(':') != std::string::npos;
-    char *const field[5] = {s.prefix, s.section, s.key, s.text, s.extraText};
-    const size_t size[5] = {sizeof s.prefix, sizeof s.section, sizeof s.key, sizeof s.text, sizeof s.extraText};
     for (size_t i = 0; i < 5; ++i) {
+        const auto f = fields(s)[i];
         if (split ? i < 3 : i == 3 && !key.empty())
-            FUZZ_CHECKF(std::memchr(field[i], 0, size[i]) != nullptr && m[i] == field[i], "key \"%s\" field %zu",
-                        key.c_str(), i);
+            check_field(f, m[i], "key field");
         else
-            for (size_t b = 0; b < size[i]; ++b)
-                FUZZ_CHECKF(field[i][b] == '\xA5', "key \"%s\" changed byte %zu of field %zu", key.c_str(), b, i);
+            FUZZ_CHECKF(std::count(f.first, f.first + f.second, '\xA5') == static_cast<long>(f.second),
+                        "key \"%s\" changed field %zu", key.c_str(), i);
     }
-}
-
-// ---- comparing -------------------------------------------------------------------------------
-
-MODEL void check_string(const KOVA_SERVICE_STRING &s, const std::string (&m)[5], const char *what) {
-    FUZZ_CHECK(terminated(s.prefix) && terminated(s.section) && terminated(s.key) && terminated(s.text) &&
-               terminated(s.extraText));
-    FUZZ_CHECKF(m[0] == s.prefix && m[1] == s.section && m[2] == s.key && m[3] == s.text && m[4] == s.extraText,
-                "%s \"%s|%s|%s|%s|%s\", model \"%s|%s|%s|%s|%s\"", what, s.prefix, s.section, s.key, s.text,
-                s.extraText, m[0].c_str(), m[1].c_str(), m[2].c_str(), m[3].c_str(), m[4].c_str());
 }
 
 MODEL void check_section(const KOVA_SERVICE_CONF_SECTION &s, const ModelRecord &m) {
@@ -220,7 +192,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 65536) return 0;
     const std::string text(reinterpret_cast<const char *>(data), size);
     const std::string path = under_root(kScFile);
-    std::remove(path.c_str());  // a new file: rewriting one in place makes the file system flush it
     write_file(kScFile, text);
     const ModelFile file = model_file(text);
     const std::optional<ModelConf> model = model_conf(file);
@@ -231,13 +202,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     KOVA_SERVICE_CONF *list = &held;
     const int rc = KOVAServiceConfGet(path.c_str(), &list);
     FUZZ_CHECKF(rc == (model ? 0 : -1), "read gave %d, the model %s the file", rc, model ? "accepts" : "refuses");
+    FUZZ_CHECK(rc == 0 ? list != &held && list->next == &held : list == &held);
     if (rc == 0) {
-        FUZZ_CHECK(list != &held && list->next == &held);
         check_conf(*list, *model);
         list->next = nullptr;
         KOVAServiceConfFree(list);
-    } else {
-        FUZZ_CHECK(list == &held);
     }
 
     // One section read by name, the first that the file lists.

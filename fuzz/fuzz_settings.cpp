@@ -12,15 +12,7 @@
 //     the ports in use in fixed socket tables (0x10), as the flag byte chooses (0x0A when it
 //     chooses none); the catalogue source 0x04 is the built-in table's business.
 // Flag byte 0x80: the conflict lists already hold an entry, which new entries go in front of.
-#include <kovaserviceconf.h>
-
-#include <cstdint>
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "fuzz_support.h"
 #include "range/port_conflict_text.h"
@@ -43,6 +35,12 @@ struct Outcome {
     unsigned int error = kPoison;
 };
 
+Outcome failed(Outcome out, unsigned int error) {
+    out.result = -1;
+    out.error = error;
+    return out;
+}
+
 // One item of a port text: a port, or two joined by `joiner` (the smaller first).
 std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
     const size_t at = item.find(joiner);
@@ -56,29 +54,20 @@ std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) 
     return Span{std::min(x, y), std::max(x, y)};
 }
 
-std::vector<std::string> items_of(const std::string &text) {
-    std::vector<std::string> out = split_all(trim(text), ',');
-    for (std::string &item : out) item = trim(item);
-    return out;
-}
-
-void add(Outcome &out, uint32_t b, uint32_t e) {
-    out.list.insert(out.list.begin(), Port{0, b == e ? 0u : 1u, KOVA_PROTO_BOTH, b, b == e ? 0u : e});
-}
-
 // PortsConflictWithText: the caller's ports ("80,8000:8010") against another source's text
 // ("80,55900-55910"), each colliding piece put in front of the list; false when it fails.
 bool model_compare(const std::string &ports, const std::string &other, Outcome &out) {
-    for (const std::string &item : items_of(ports)) {
+    for (const std::string &item : split_all(ports, ',', true)) {
         const std::optional<Span> mine = item_of(item, ':', out);
         if (!mine) return false;
         const bool single = item.find(':') == std::string::npos;
-        for (const std::string &o : items_of(other)) {
+        for (const std::string &o : split_all(other, ',', true)) {
             const std::optional<Span> theirs = item_of(o, '-', out);
             if (!theirs) return false;
             const uint32_t lo = std::max(mine->b, theirs->b), hi = std::min(mine->e, theirs->e);
             if (lo > hi) continue;
-            add(out, lo, single || o.find('-') == std::string::npos ? lo : hi);
+            const uint32_t e = single || o.find('-') == std::string::npos ? lo : hi;
+            out.list.insert(out.list.begin(), Port{0, lo == e ? 0u : 1u, KOVA_PROTO_BOTH, lo, lo == e ? 0u : e});
             out.result = 1;
         }
     }
@@ -90,12 +79,11 @@ bool model_compare(const std::string &ports, const std::string &other, Outcome &
 std::vector<std::string> words(const std::string &text, bool &empty_words) {
     std::vector<std::string> out;
     if (text.empty()) return out;
-    for (const std::string &w : split_all(text, ',')) {
+    for (const std::string &w : split_all(text, ','))
         for (const std::string &v : split_all(w, ' ')) {
             if (!v.empty()) out.push_back(v);
             empty_words = empty_words || v.empty();
         }
-    }
     return out;
 }
 
@@ -108,7 +96,7 @@ bool has(const std::vector<std::string> &list, const std::string &word) {
 bool model_reserved(const std::string &ports, const std::vector<Span> &reserved, Outcome &out) {
     std::vector<Span> spans;
     for (const Port &p : out.list) spans.push_back({p.begin, p.type == 1 ? p.end : p.begin});
-    for (const std::string &item : items_of(ports)) {
+    for (const std::string &item : split_all(ports, ',', true)) {
         Outcome ignored;
         const std::optional<Span> mine = item_of(item, ':', ignored);
         const size_t colon = item.find(':');
@@ -127,16 +115,10 @@ bool model_reserved(const std::string &ports, const std::vector<Span> &reserved,
 // The result, the list and (on failure) the error code are the model's.
 void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what) {
     const std::vector<Port> got = to_vector(list);
-    FUZZ_CHECKF(rc == want.result && got == want.list, "%s gave %d %s, model %d %s", what, rc, describe(got).c_str(),
-                want.result, describe(want.list).c_str());
-    if (rc < 0 && want.error != kAnyError)
-        FUZZ_CHECKF(KVLIBCErrGet() == want.error, "%s failed with 0x%04X, model 0x%04X", what, KVLIBCErrGet(),
-                    want.error);
-}
-
-void put(const char *rel, const std::string &content) {
-    std::remove(under_root(rel).c_str());
-    if (!content.empty()) write_file(rel, content);
+    FUZZ_CHECKF(
+        rc == want.result && got == want.list && (rc >= 0 || want.error == kAnyError || KVLIBCErrGet() == want.error),
+        "%s gave %d %s (0x%04X), model %d %s (0x%04X)", what, rc, describe(got).c_str(), KVLIBCErrGet(), want.result,
+        describe(want.list).c_str(), want.error);
 }
 
 // A key-value file: the first key line of that key counts.
@@ -185,9 +167,8 @@ std::optional<int> model_ssh_port(const std::string &sshd) {
 bool reserve(const std::vector<IniLine> &lines, const char *key, std::vector<Span> &out) {
     const std::string v = cut(model_value(lines, key).value_or(""), 1024);
     if (v.empty()) return true;
-    if (!model_port_check(v)) return false;
-    out.push_back({static_cast<uint32_t>(std::stoul(v)), static_cast<uint32_t>(std::stoul(v))});
-    return true;
+    if (model_port_check(v)) out.push_back({std::stoul(v), std::stoul(v)});
+    return model_port_check(v);
 }
 
 // Leading digits as a number (none: 0); std::nullopt where the conversion is not settled.
@@ -208,11 +189,7 @@ bool model_in_use(const std::vector<std::string> &items, bool loose, const std::
         const std::optional<uint32_t> a = number(item.substr(0, colon));
         const std::optional<uint32_t> b = colon == std::string::npos ? a : number(item.substr(colon + 1));
         if (!a || !b) return false;
-        if (*a == 0 && *b == 0) {
-            out.error = KOVA_ERR_BAD_PARAMETER;
-            out.result = -1;
-            return true;
-        }
+        if (*a == 0 && *b == 0) return (out = failed(out, KOVA_ERR_BAD_PARAMETER), true);
         const uint32_t lo = std::min(*a, *b), hi = std::max(*a, *b);
         if (hi > 65535) return false;  // up to the network library
         bool used = has(protocols, "tcp") && std::any_of(std::begin(kTcpInUse), std::end(kTcpInUse),
@@ -240,24 +217,16 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         const auto id = rule.keys.find("service_id");
         if (id != rule.keys.end() && has(skip, id->second)) continue;
         const auto s = rule.keys.find("s_port"), r = rule.keys.find("r_port");
-        if (rule.keys.count("protocol name") == 0 || s == rule.keys.end() || r == rule.keys.end()) {
-            out.result = -1;
-            out.error = kAnyError;
-            return out;
-        }
-        if (!model_compare(ports, s->second, out) || !model_compare(ports, r->second, out)) {
-            out.result = -1;
-            return out;
-        }
+        if (rule.keys.count("protocol name") == 0 || s == rule.keys.end() || r == rule.keys.end())
+            return failed(out, kAnyError);
+        if (!model_compare(ports, s->second, out) || !model_compare(ports, r->second, out))
+            return failed(out, out.error);
     }
     if ((flags & KOVA_PORT_CHECK_RESERVED) != 0) {
         const bool ftp = !has(skip, "ftp");
         if (info_text.empty() &&
-            (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server"))) {
-            out.result = -1;  // no settings file to read
-            out.error = kAnyError;
-            return out;
-        }
+            (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server")))
+            return failed(out, kAnyError);  // no settings file to read
         std::vector<Span> spans;
         bool ok = !ftp || reserve(info, "ftpport", spans);
         if (ok && ftp && !model_value(info, "ftphighport").value_or("").empty()) {
@@ -269,11 +238,7 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         ok = ok && (has(skip, "webdav_http") || reserve(info, "WebDavPort", spans));
         ok = ok && (has(skip, "webdavs_https") || reserve(info, "secure_WebDavPort", spans));
         ok = ok && (has(skip, "syslog_server") || reserve(info, "syslogport", spans));
-        if (!ok) {
-            out.result = -1;
-            out.error = KOVA_ERR_BAD_PARAMETER;
-            return out;
-        }
+        if (!ok) return failed(out, KOVA_ERR_BAD_PARAMETER);
         if (!model_reserved(ports, spans, out)) return std::nullopt;
     }
     if ((flags & KOVA_PORT_CHECK_IN_USE) != 0 && !model_in_use(items, loose, protocol, out)) return std::nullopt;
@@ -281,11 +246,8 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
 }
 
 std::string socket_line(uint32_t port, const char *state) {
-    char buf[160];
-    std::snprintf(buf, sizeof buf,
-                  "   0: 00000000:%04X 00000000:0000 %s 00000000:00000000 00:00000000 00000000     0        0 %u\n",
+    return format("   0: 00000000:%04X 00000000:0000 %s 00000000:00000000 00:00000000 00000000     0        0 %u\n",
                   port, state, port);
-    return buf;
 }
 
 void setup() {
@@ -309,16 +271,15 @@ KOVA_SERVICE_CONF_PORT *start_list(uint8_t byte) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 8192) return 0;
-    static const bool ready = (setup(), true);
-    (void)ready;
+    [[maybe_unused]] static const bool ready = (setup(), true);
     std::vector<std::string> in = split_all(std::string(reinterpret_cast<const char *>(data), size), '\0');
     in.resize(std::max<size_t>(in.size(), 9));
     const std::string &info = in[0], &sshd = in[1], &rules = in[2], &ports = in[4], &skip = in[5];
     const std::string &protocol = in[6], &other = in[8];
     const uint8_t byte = in[7].empty() ? 0 : static_cast<uint8_t>(in[7][0]);
-    put(kInfo, info);
-    put(kSshd, sshd);
-    put(kRules, rules);
+    write_file(kInfo, info, true);
+    write_file(kSshd, sshd, true);
+    write_file(kRules, rules, true);
 
     const std::vector<IniLine> info_lines = ini_lines(info);
     for (const char *key : {"ftpport", "ftplowport", "ftphighport", "WebDavPort", "secure_WebDavPort", "syslogport"})
@@ -337,8 +298,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     KOVA_SERVICE_CONF_PORT *list = start_list(byte);
     const Outcome start{0, to_vector(list), kPoison};
     Outcome want = start;
-    if (!model_compare(ports, other, want)) want.result = -1;
-    KVLIBCErrSetEx(kPoison, "fuzz", 0);
+    if (!model_compare(ports, other, want)) want = failed(want, want.error);
+    poison();
     int got = PortsConflictWithText(ports.c_str(), other.c_str(), &list);
     check_outcome(want, got, list, "PortsConflictWithText");
     KOVAServiceConfPortsFree(list);
@@ -347,7 +308,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::optional<Outcome> expected =
         model_check(info, info_lines, sections, skip, ports, protocol, flags, start);
     list = start_list(byte);
-    KVLIBCErrSetEx(kPoison, "fuzz", 0);
+    poison();
     got = KVLIBIsPortConflict(skip.c_str(), ports.c_str(), protocol.c_str(), flags, &list);
     if (expected) check_outcome(*expected, got, list, "KVLIBIsPortConflict");
     KOVAServiceConfPortsFree(list);

@@ -3,13 +3,6 @@
 // short, a header or a line of garbage. The model knows from the construction which sockets a
 // table holds; the tables go under a private root through ParseToRawSocketInfo and
 // RawSocketInfoListFetch, which must give exactly those, in table order, without duplicates.
-#include <kovaserviceconf.h>
-
-#include <cstdint>
-#include <cstdio>
-#include <string>
-#include <vector>
-
 #include "fuzz_support.h"
 
 namespace {
@@ -29,40 +22,25 @@ struct Socket {
 
 std::string show(const std::vector<Socket> &list) {
     std::string out;
-    for (const Socket &s : list) {
-        char buf[80];
-        std::snprintf(buf, sizeof buf, "[p%u port %u st %u ino %lu]", s.protocol, s.port, s.state,
-                      static_cast<unsigned long>(s.inode));
-        out += buf;
-    }
+    for (const Socket &s : list)
+        out += format("[p%u port %u st %u ino %lu]", s.protocol, s.port, s.state, static_cast<unsigned long>(s.inode));
     return out.empty() ? "(none)" : out;
 }
 
-class Input {
-public:
-    Input(const uint8_t *data, size_t size) : p_(data), n_(size) {}
-    bool empty() const { return n_ == 0; }
-    uint8_t byte() {
-        if (n_ == 0) return 0;
-        --n_;
-        return *p_++;
-    }
+struct Input {  // the fuzzer's bytes, read in order; zeros once they run out
+    const uint8_t *p;
+    size_t n;
+    uint8_t byte() { return n == 0 ? 0 : (--n, *p++); }
     uint64_t number(int bytes) {
         uint64_t v = 0;
         for (int i = 0; i < bytes; ++i) v = v << 8 | byte();
         return v;
     }
-
-private:
-    const uint8_t *p_;
-    size_t n_;
 };
 
 std::string hex(uint64_t value, int digits, bool upper) {
-    std::string out(static_cast<size_t>(digits), '0');
-    for (int i = digits - 1; i >= 0; --i, value >>= 4)
-        out[static_cast<size_t>(i)] = (upper ? "0123456789ABCDEF" : "0123456789abcdef")[value & 15];
-    return out;
+    if (digits < 16) value &= (uint64_t{1} << 4 * digits) - 1;
+    return format(upper ? "%0*lX" : "%0*lx", digits, static_cast<unsigned long>(value));
 }
 
 // One socket line; `inode_at` is where the inode's digits begin.
@@ -86,7 +64,7 @@ std::string kernel_line(Input &in, const Socket &s, size_t &inode_at) {
 // A table from the input, and the sockets it holds in order (duplicates included).
 std::string build_table(Input &in, uint16_t protocol, std::vector<Socket> &sockets) {
     std::string table;
-    for (int entries = in.byte() % 24; entries > 0 && !in.empty(); --entries) {
+    for (int entries = in.byte() % 24; entries > 0 && in.n != 0; --entries) {
         const uint8_t kind = in.byte();
         std::string line;
         if (kind % 8 < 5 || kind % 8 == 7) {  // a socket line, whole or cut short
@@ -127,22 +105,22 @@ std::vector<Socket> distinct(const std::vector<Socket> &sockets) {
     return out;
 }
 
-void *copy_socket(const void *p) {
-    return RawSocketInfoCopy(static_cast<const RawSocketInfo *>(p));
-}
-
-void free_socket(void *p) {
-    RawSocketInfoFree(static_cast<RawSocketInfo *>(p));
-}
-
+// The sockets of a list, each of which the list says it contains.
 std::vector<Socket> records(const KVLIB_DLIST *list) {
     std::vector<Socket> out;
     for (const KVLIB_DLIST_NODE *n = list->pHead; n != nullptr; n = n->pNext) {
         const auto *r = static_cast<const RawSocketInfo *>(n->pData);
-        FUZZ_CHECK(r != nullptr);
+        FUZZ_CHECK(r != nullptr && ContainRawSocketInfo(list, r) == 1);
         out.push_back({r->port, r->state, r->inode, r->protocol});
-        FUZZ_CHECK(ContainRawSocketInfo(list, r) == 1);
     }
+    return out;
+}
+
+std::vector<Socket> fetch(uint16_t protocol) {
+    KVLIB_DLIST *list = RawSocketInfoListFetch(protocol);
+    FUZZ_CHECK(list != nullptr);
+    const std::vector<Socket> out = records(list);
+    KVLIBCDListFree(list);
     return out;
 }
 
@@ -150,22 +128,24 @@ std::vector<Socket> records(const KVLIB_DLIST *list) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 65536) return 0;
-    Input in(data, size);
+    Input in{data, size};
     std::vector<Socket> tcp, udp6;
     const std::string tcp_table = build_table(in, KOVA_PROTO_TCP, tcp);
     const std::string udp6_table = build_table(in, KOVA_PROTO_UDP, udp6);
-    const std::vector<Socket> expected = distinct(tcp);
+    const std::vector<Socket> expected = distinct(tcp), udp = distinct(udp6);
     const std::string path = under_root("/proc/net/tcp");
     write_file("/proc/net/tcp", tcp_table);
 
-    KVLIB_DLIST *list = KVLIBCDListAlloc(copy_socket, free_socket);
+    KVLIB_DLIST *list = KVLIBCDListAlloc(
+        [](const void *p) -> void * { return RawSocketInfoCopy(static_cast<const RawSocketInfo *>(p)); },
+        [](void *p) { RawSocketInfoFree(static_cast<RawSocketInfo *>(p)); });
     FUZZ_CHECK(list != nullptr);
-    FUZZ_CHECK(ParseToRawSocketInfo(path.c_str(), KOVA_PROTO_TCP, list) == 0);
-    std::vector<Socket> got = records(list);
-    FUZZ_CHECKF(got == expected, "parsed %s, expected %s", show(got).c_str(), show(expected).c_str());
-    // A second pass over the same table adds nothing: every line is a duplicate now.
-    FUZZ_CHECK(ParseToRawSocketInfo(path.c_str(), KOVA_PROTO_TCP, list) == 0);
-    FUZZ_CHECK(records(list) == expected);
+    // A second pass over the same table adds nothing: every line is a duplicate then.
+    for (int pass = 0; pass < 2; ++pass) {
+        FUZZ_CHECK(ParseToRawSocketInfo(path.c_str(), KOVA_PROTO_TCP, list) == 0);
+        const std::vector<Socket> got = records(list);
+        FUZZ_CHECKF(got == expected, "pass %d parsed %s, expected %s", pass, show(got).c_str(), show(expected).c_str());
+    }
     KVLIBCDListFree(list);
 
     // All four tables: TCP (IPv4, then IPv6) before UDP, duplicates dropped per protocol.
@@ -173,17 +153,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     write_file("/proc/net/udp", "");
     write_file("/proc/net/udp6", udp6_table);
     std::vector<Socket> all = expected;
-    const std::vector<Socket> udp = distinct(udp6);
     all.insert(all.end(), udp.begin(), udp.end());
-    list = RawSocketInfoListFetch(KOVA_PROTO_BOTH);
-    FUZZ_CHECK(list != nullptr);
-    got = records(list);
-    KVLIBCDListFree(list);
-    FUZZ_CHECKF(got == all, "fetched %s, expected %s", show(got).c_str(), show(all).c_str());
-    list = RawSocketInfoListFetch(KOVA_PROTO_UDP);
-    FUZZ_CHECK(list != nullptr);
-    got = records(list);
-    KVLIBCDListFree(list);
-    FUZZ_CHECKF(got == udp, "UDP fetch %s, expected %s", show(got).c_str(), show(udp).c_str());
+    const std::vector<Socket> both = fetch(KOVA_PROTO_BOTH), only_udp = fetch(KOVA_PROTO_UDP);
+    FUZZ_CHECKF(both == all, "fetched %s, expected %s", show(both).c_str(), show(all).c_str());
+    FUZZ_CHECKF(only_udp == udp, "UDP fetch %s, expected %s", show(only_udp).c_str(), show(udp).c_str());
     return 0;
 }

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,20 +14,20 @@
 
 namespace kova::fuzz {
 
-void fail(const char *file, int line, const char *cond, const char *fmt, ...) {
-    std::fprintf(stderr, "%s:%d: invariant failed: %s\n  ", file, line, cond);
-    va_list ap;
-    va_start(ap, fmt);
-    std::vfprintf(stderr, fmt, ap);
-    va_end(ap);
-    std::fprintf(stderr, "\n");
-    std::fflush(stderr);
+void fail(const char *file, int line, const char *cond, const std::string &message) {
+    std::fprintf(stderr, "%s:%d: invariant failed: %s\n  %s\n", file, line, cond, message.c_str());
     std::abort();
 }
 
-std::string c_text(const uint8_t *data, size_t size) {
-    const char *p = reinterpret_cast<const char *>(data);
-    return std::string(p, size == 0 ? 0 : strnlen(p, size));
+std::string format(const char *fmt, ...) {
+    va_list ap, again;
+    va_start(ap, fmt);
+    va_copy(again, ap);
+    std::string out(static_cast<size_t>(std::vsnprintf(nullptr, 0, fmt, ap)), '\0');
+    std::vsnprintf(out.data(), out.size() + 1, fmt, again);
+    va_end(again);
+    va_end(ap);
+    return out;
 }
 
 std::string cut(std::string_view s, size_t capacity) {
@@ -36,38 +35,32 @@ std::string cut(std::string_view s, size_t capacity) {
     return std::string(s.substr(0, std::min(s.size(), capacity - 1)));
 }
 
-// ---- the private root ----------------------------------------------------------------------
-
 namespace {
 std::string g_root;
-void remove_root() {
-    std::error_code ec;
-    if (!g_root.empty()) std::filesystem::remove_all(g_root, ec);
-}
+}  // namespace
 
-const std::string &root() {
+std::string under_root(std::string_view rel) {
     if (g_root.empty()) {
         const char *base = std::getenv("KOVA_FUZZ_TMPDIR");
-        std::string tmpl = std::string(base != nullptr && *base != '\0' ? base : KOVA_FUZZ_TMPDIR);
+        std::string tmpl = base != nullptr && *base != '\0' ? base : KOVA_FUZZ_TMPDIR;
         std::filesystem::create_directories(tmpl);
         tmpl += "/fuzzroot.XXXXXX";
         FUZZ_CHECKF(::mkdtemp(tmpl.data()) != nullptr, "cannot create %s", tmpl.c_str());
         g_root = tmpl;
         ::setenv("KOVA_ROOT", g_root.c_str(), 1);
         ::unsetenv("KOVA_LOG_FILE");
-        std::atexit(remove_root);
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(g_root, ec);
+        });
     }
-    return g_root;
+    return g_root + std::string(rel);
 }
 
-}  // namespace
-
-std::string under_root(std::string_view rel) {
-    return root() + std::string(rel);
-}
-
-void write_file(std::string_view rel, std::string_view content) {
+void write_file(std::string_view rel, std::string_view content, bool missing_if_empty) {
     const std::string path = under_root(rel);
+    std::remove(path.c_str());  // a new file: rewriting one in place makes the file system flush it
+    if (content.empty() && missing_if_empty) return;
     std::filesystem::create_directories(path.substr(0, path.rfind('/')));
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(content.data(), static_cast<std::streamsize>(content.size()));
@@ -75,18 +68,19 @@ void write_file(std::string_view rel, std::string_view content) {
     FUZZ_CHECKF(out.good(), "cannot write %s", path.c_str());
 }
 
-// ---- the port list syntax as a model -------------------------------------------------------
-
 bool is_space(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
+bool word_of(std::string_view s, std::string_view extra) {
+    return !s.empty() && s.find_first_not_of(std::string(extra) + "0123456789abcdefghijklmnopqrstuvwxyz" +
+                                             "ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string_view::npos;
+}
+
 std::string trim(std::string_view s) {
-    size_t b = 0;
-    while (b < s.size() && is_space(s[b])) ++b;
-    size_t e = s.size();
-    while (e > b && is_space(s[e - 1])) --e;
-    return std::string(s.substr(b, e - b));
+    while (!s.empty() && is_space(s.front())) s.remove_prefix(1);
+    while (!s.empty() && is_space(s.back())) s.remove_suffix(1);
+    return std::string(s);
 }
 
 std::string lower(std::string_view s) {
@@ -96,11 +90,11 @@ std::string lower(std::string_view s) {
     return out;
 }
 
-std::vector<std::string> split_all(std::string_view s, char sep) {
+std::vector<std::string> split_all(std::string_view s, char sep, bool trimmed) {
     std::vector<std::string> out;
     for (;;) {
         const size_t at = s.find(sep);
-        out.emplace_back(s.substr(0, at));
+        out.emplace_back(trimmed ? trim(s.substr(0, at)) : s.substr(0, at));
         if (at == std::string_view::npos) return out;
         s.remove_prefix(at + 1);
     }
@@ -115,11 +109,7 @@ std::vector<Port> to_vector(const KOVA_SERVICE_CONF_PORT *list) {
 
 std::string describe(const std::vector<Port> &ports) {
     std::string out;
-    for (const Port &p : ports) {
-        char buf[96];
-        std::snprintf(buf, sizeof buf, "[d%u t%u p%u %u-%u]", p.direction, p.type, p.protocol, p.begin, p.end);
-        out += buf;
-    }
+    for (const Port &p : ports) out += format("[d%u t%u p%u %u-%u]", p.direction, p.type, p.protocol, p.begin, p.end);
     return out.empty() ? "(none)" : out;
 }
 
@@ -137,49 +127,32 @@ bool model_port_check(std::string_view text) {
 int model_protocol(const std::optional<std::string> &text) {
     if (!text || text->empty()) return KOVA_PROTO_BOTH;
     int flags = 0;
-    for (const std::string &word : split_all(lower(trim(*text)), ',')) {
-        const std::string w = trim(word);
-        if (w == "tcp")
-            flags |= KOVA_PROTO_TCP;
-        else if (w == "udp")
-            flags |= KOVA_PROTO_UDP;
-        else
-            return -1;
+    for (const std::string &w : split_all(lower(trim(*text)), ',', true)) {
+        if (w != "tcp" && w != "udp") return -1;
+        flags |= w == "tcp" ? KOVA_PROTO_TCP : KOVA_PROTO_UDP;
     }
     return flags;
 }
 
 std::optional<std::vector<Port>> model_ports_get(std::string_view text, uint32_t direction) {
     const size_t slash = text.find('/');
-    std::string ports = trim(text.substr(0, slash));
     std::optional<std::string> protocol;
     if (slash != std::string_view::npos) protocol = trim(text.substr(slash + 1));
     const int flags = model_protocol(protocol);
     if (flags <= 0) return std::nullopt;
 
-    std::vector<Port> out;
-    for (const std::string &raw : split_all(ports, ',')) {
-        const std::string item = trim(raw);
-        Port p{direction, 0, static_cast<uint32_t>(flags), 0, 0};
+    std::vector<Port> out;  // in list order: the reverse of the text's
+    for (const std::string &item : split_all(text.substr(0, slash), ',', true)) {
         const size_t colon = item.find(':');
-        if (colon != std::string::npos) {
-            const std::string first = item.substr(0, colon);
-            const std::string last = item.substr(colon + 1);
-            if (!model_port_check(first) || !model_port_check(last)) return std::nullopt;
-            p.type = 1;
-            p.begin = static_cast<uint32_t>(std::stoul(first));
-            p.end = static_cast<uint32_t>(std::stoul(last));
-        } else {
-            if (!model_port_check(item)) return std::nullopt;
-            p.begin = static_cast<uint32_t>(std::stoul(item));
-        }
-        out.push_back(p);
+        const bool range = colon != std::string::npos;
+        const std::string first = item.substr(0, colon), last = range ? item.substr(colon + 1) : "0";
+        if (!model_port_check(first) || !model_port_check(last)) return std::nullopt;
+        out.insert(out.begin(),
+                   Port{direction, range ? 1u : 0u, static_cast<uint32_t>(flags),
+                        static_cast<uint32_t>(std::stoul(first)), static_cast<uint32_t>(std::stoul(last))});
     }
-    std::reverse(out.begin(), out.end());
     return out;
 }
-
-// ---- the sectioned file syntax as a model ------------------------------------------------
 
 std::string ini_value(std::string_view written) {
     std::string v = trim(written);
@@ -251,8 +224,6 @@ void check_section_reader(const std::string &path, const std::vector<IniSection>
     }
     KVLIBCSzListFree(names);
 }
-
-// ---- port spans ----------------------------------------------------------------------------
 
 std::vector<Span> normalize_spans(std::vector<Span> spans) {
     std::sort(spans.begin(), spans.end(), [](const Span &x, const Span &y) { return x.b < y.b; });

@@ -1,10 +1,10 @@
 // Shared pieces of the fuzz harnesses: invariant checks that abort with a message, a private
-// KOVA_ROOT per process, and reference models of the port list syntax used as oracles.
+// KOVA_ROOT per process, and models of the port list and sectioned-file syntaxes used as oracles.
 #pragma once
 
 #include <kovaserviceconf.h>
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -15,57 +15,50 @@
 
 namespace kova::fuzz {
 
-[[noreturn]] void fail(const char *file, int line, const char *cond, const char *fmt, ...)
-    __attribute__((format(printf, 4, 5)));
-
-}  // namespace kova::fuzz
+[[noreturn]] void fail(const char *file, int line, const char *cond, const std::string &message);
+std::string format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));  // printf into a string
 
 // Aborts (so that the fuzzer or the replay driver reports the input) when `cond` is false.
-#define FUZZ_CHECK(cond)                                                 \
-    do {                                                                 \
-        if (!(cond)) ::kova::fuzz::fail(__FILE__, __LINE__, #cond, " "); \
+#define FUZZ_CHECKF(cond, ...)                                                                         \
+    do {                                                                                               \
+        if (!(cond)) ::kova::fuzz::fail(__FILE__, __LINE__, #cond, ::kova::fuzz::format(__VA_ARGS__)); \
     } while (0)
-#define FUZZ_CHECKF(cond, ...)                                                   \
-    do {                                                                         \
-        if (!(cond)) ::kova::fuzz::fail(__FILE__, __LINE__, #cond, __VA_ARGS__); \
-    } while (0)
+#define FUZZ_CHECK(cond) FUZZ_CHECKF(cond, "%s", "")
 
-namespace kova::fuzz {
-
-// What a C caller would see of the bytes as a text: everything up to the first NUL byte.
-std::string c_text(const uint8_t *data, size_t size);
+constexpr unsigned int kPoison = 0x7E57;  // an error code that no operation sets
+inline void poison() {
+    KVLIBCErrSetEx(kPoison, "fuzz", 0);
+}
 
 // True when the fixed text field holds its terminating NUL inside its capacity.
 template <size_t N>
 bool terminated(const char (&field)[N]) {
     return std::memchr(field, '\0', N) != nullptr;
 }
-
-// The text `s` cut the way a fixed field of capacity N keeps it.
+// The text `s` cut the way a fixed field of capacity N keeps it (a NUL byte ends it too).
 std::string cut(std::string_view s, size_t capacity);
-
-// ---- the private root ----------------------------------------------------------------------
 
 // `rel` (an absolute system path) under a temporary directory made once per process and removed
 // at exit; KOVA_ROOT points at it and KOVA_LOG_FILE is unset (log lines go to the system log only).
 std::string under_root(std::string_view rel);
-// Writes a file under the root, creating its directories.
-void write_file(std::string_view rel, std::string_view content);
+// Writes a new file under the root, creating its directories; with `missing_if_empty` an empty
+// content leaves no file.
+void write_file(std::string_view rel, std::string_view content, bool missing_if_empty = false);
 
-// ---- the port list syntax as a model -------------------------------------------------------
+// ---- the port list syntax ------------------------------------------------------------------
 
-// White space as the platform trims it.
-bool is_space(char c);
+bool is_space(char c);  // as the platform trims
+// Not empty, and nothing but ASCII letters, digits and the characters of `extra`.
+bool word_of(std::string_view s, std::string_view extra);
 std::string trim(std::string_view s);
 std::string lower(std::string_view s);
-// Pieces between separators, empty pieces included (strsep).
-std::vector<std::string> split_all(std::string_view s, char sep);
+// Pieces between separators, empty pieces included (strsep); `trimmed`: each piece trimmed.
+std::vector<std::string> split_all(std::string_view s, char sep, bool trimmed = false);
 
 struct Port {
     uint32_t direction, type, protocol, begin, end;
     bool operator==(const Port &) const = default;
 };
-
 std::vector<Port> to_vector(const KOVA_SERVICE_CONF_PORT *list);
 std::string describe(const std::vector<Port> &ports);
 
@@ -76,7 +69,13 @@ int model_protocol(const std::optional<std::string> &text);
 // KOVAServiceConfPortsGet: the entries in list order, or std::nullopt when the text is refused.
 std::optional<std::vector<Port>> model_ports_get(std::string_view text, uint32_t direction);
 
-// ---- the sectioned file syntax as a model ------------------------------------------------
+struct Span {
+    uint64_t b, e;
+    bool operator==(const Span &) const = default;
+};
+std::vector<Span> normalize_spans(std::vector<Span> spans);  // sorted, merged where they overlap or touch
+
+// ---- the sectioned file syntax -------------------------------------------------------------
 
 // "[name]" starts a section, "key = value" sets a key (both trimmed, one pair of quotes around
 // the value dropped), blank lines and lines starting with "#" or ";" are comments.
@@ -101,16 +100,5 @@ std::vector<IniSection> ini_sections(const std::vector<IniLine> &lines);
 
 // KVLIBCFileEnumSection and KVLIBCFileGetSection of `path` give exactly what the model reads.
 void check_section_reader(const std::string &path, const std::vector<IniSection> &model);
-
-// ---- port spans ----------------------------------------------------------------------------
-
-constexpr unsigned int kPoison = 0x7E57;  // an error code that no operation sets
-
-struct Span {
-    uint64_t b, e;
-    bool operator==(const Span &) const = default;
-};
-// Sorted, and merged where spans overlap or touch.
-std::vector<Span> normalize_spans(std::vector<Span> spans);
 
 }  // namespace kova::fuzz

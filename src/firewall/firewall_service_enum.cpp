@@ -36,7 +36,7 @@ int ports_text_to_list(const char *text, KVLIB_SZLIST **ppList) {
     }
     KVLIB_SZLIST *list = to_list(texts);
     if (list == nullptr) {
-        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
+        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", ::kova::shown_error_code());
         return -1;
     }
     *ppList = list;
@@ -146,7 +146,7 @@ void add_table_rows(Builder &catalogue, SupportKeys &support) {
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
         kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {
-            KOVA_LOG("Failed to allocate for service, errno=0x%X", KVLIBCErrGet());
+            KOVA_LOG("Failed to allocate for service, errno=0x%X", ::kova::shown_error_code());
             continue;
         }
         kova::copy_field(record->name, row->name);

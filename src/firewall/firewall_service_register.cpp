@@ -63,7 +63,7 @@ int port_getter(KVLIB_SZLIST **ppList, Compute &&compute) {
     if (!compute(texts)) return -1;
     KVLIB_SZLIST *list = kova::fw::to_list(texts);
     if (list == nullptr) {
-        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", KVLIBCErrGet());
+        KOVA_LOG("Failed to allocate for ports number, errno=0x%X", ::kova::shown_error_code());
         return -1;
     }
     *ppList = list;
@@ -93,7 +93,7 @@ bool ftp_ports(Texts &texts) {
     const std::string info = kova::resolve(kova::paths::kInfoConf);
     char port[kValueSize];
     if (read_value(info, "ftpport", port) == -1) {
-        KOVA_LOG("Failed to get val of 'ftpport', errno=0x%X", KVLIBCErrGet());
+        KOVA_LOG("Failed to get val of 'ftpport', errno=0x%X", ::kova::shown_error_code());
         return false;
     }
     texts.emplace_back(port[0] != '\0' ? port : "21");
@@ -104,7 +104,7 @@ bool ftp_ports(Texts &texts) {
     const int low_ret = read_value(info, "ftplowport", low);
     const int high_ret = read_value(info, "ftphighport", high);
     if (low_ret == -1 || high_ret == -1) {
-        KOVA_LOG("Failed to get val of 'ftp low/high port', errno=0x%X", KVLIBCErrGet());
+        KOVA_LOG("Failed to get val of 'ftp low/high port', errno=0x%X", ::kova::shown_error_code());
         return false;
     }
     if (low_ret <= 0 || high_ret <= 0) return true;
@@ -123,17 +123,17 @@ bool nfs_ports(Texts &texts) {
     const std::string nfs = kova::resolve(kova::paths::kNfsConf);
     char value[kValueSize];
     if (read_value(nfs, "nfs_custom_port_enable", value) < 0) {
-        KOVA_LOG("Failed to get val of 'nfs_custom_port_enable', errno=0x%X", KVLIBCErrGet());
+        KOVA_LOG("Failed to get val of 'nfs_custom_port_enable', errno=0x%X", ::kova::shown_error_code());
         return false;
     }
     if (std::strcmp(value, "yes") != 0) return true;
     if (read_value(nfs, "statd_port", value) <= 0) {
-        KOVA_LOG("Failed to get val of 'NFS statd port', errno=0x%X", KVLIBCErrGet());
+        KOVA_LOG("Failed to get val of 'NFS statd port', errno=0x%X", ::kova::shown_error_code());
         return false;
     }
     texts.emplace_back(value);
     if (read_value(nfs, "nlm_port", value) <= 0) {
-        KOVA_LOG("Failed to get val of 'NFS nlm port', errno=0x%X", KVLIBCErrGet());
+        KOVA_LOG("Failed to get val of 'NFS nlm port', errno=0x%X", ::kova::shown_error_code());
         return false;
     }
     texts.emplace_back(value);

@@ -244,15 +244,54 @@ void send(const char *msg, size_t size) noexcept;
 }  // namespace
 
 namespace {
-thread_local unsigned long lines_sent = 0;
+thread_local LineTap *t_tap = nullptr;
 }  // namespace
 
-unsigned long lines_logged() noexcept {
-    return lines_sent;
+LineTap *set_line_tap(LineTap *tap) noexcept {
+    LineTap *before = t_tap;
+    t_tap = tap;
+    return before;
+}
+
+ErrorState ErrorState::current() noexcept {
+    ErrorState s;
+    s.code = KVLIBCErrGet();
+    if (const char *file = KVLIBCErrorGetFile(); file != nullptr) {
+        std::strncpy(s.file, file, sizeof s.file - 1);
+        s.file[sizeof s.file - 1] = '\0';
+    }
+    s.line = KVLIBCErrorGetLine();
+    return s;
+}
+
+void ErrorState::set() const noexcept {
+    KVLIBCErrSetEx(code, file, line);
+}
+
+bool ErrorState::operator==(const ErrorState &other) const noexcept {
+    return code == other.code && line == other.line && std::strcmp(file, other.file) == 0;
+}
+
+unsigned shown_error_code() noexcept {
+    const ErrorState *shown = t_tap != nullptr ? t_tap->shown_state() : nullptr;
+    return shown != nullptr ? shown->code : KVLIBCErrGet();
+}
+
+const char *shown_error_file() noexcept {
+    const ErrorState *shown = t_tap != nullptr ? t_tap->shown_state() : nullptr;
+    return shown != nullptr ? shown->file : KVLIBCErrorGetFile();
+}
+
+int shown_error_line() noexcept {
+    const ErrorState *shown = t_tap != nullptr ? t_tap->shown_state() : nullptr;
+    return shown != nullptr ? shown->line : KVLIBCErrorGetLine();
+}
+
+void send_line(const std::string &line) noexcept {
+    send(line.c_str(), line.size());
 }
 
 void log_line(const char *module, int line, const char *fmt, ...) noexcept {
-    ++lines_sent;
     const int saved_errno = errno;
     va_list ap;
     va_start(ap, fmt);
@@ -265,6 +304,7 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
         TextOut out{msg};
         format_line(out, fmt, ap, saved_errno);
         send(msg.c_str(), msg.size());
+        if (t_tap != nullptr) t_tap->keep(msg);
     } catch (...) {
         // Out of memory: a fixed buffer, the line cut to its size.
         char buf[1024];
@@ -274,6 +314,7 @@ void log_line(const char *module, int line, const char *fmt, ...) noexcept {
         if (n > 0) out.len = static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1;
         format_line(out, fmt, fallback, saved_errno);
         send(buf, out.len);
+        if (t_tap != nullptr) t_tap->lose();
     }
     va_end(fallback);
     va_end(ap);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "firewall/firewall_service_enum.h"
+#include "foundation/echo.h"
 #include "foundation/log.h"
 #include "foundation/ports.h"
 #include "foundation/raii.h"
@@ -84,10 +85,9 @@ Result<bool> compare_texts(const PortText &ports, const PortText &other, Conflic
 // entry was added.
 Result<bool> compare_with_text(int first, int last, const PortText &other, ConflictList &list);
 
-// The firewall catalogue for the sources of one call (and for every section of a file check).
-// It is built once when building it is silent (no log line, the error state untouched): another
-// build could only give the same. Otherwise each source builds its own, as each source always
-// has, so that everything the build says is said again.
+// The firewall catalogue for the sources of one call (and for every section of a file check),
+// built once: each later request says again what the build said and leaves the error state it
+// left, as building it again would (or builds it again where its echo cannot stand for that).
 //
 // It also keeps, for the rest of the call, what the other sources read without a failure (and
 // so without a log line or a change of the error state): the ports in use over the whole port
@@ -105,7 +105,7 @@ public:
 
 private:
     std::optional<fw::Catalogue> kept_;
-    std::optional<fw::Catalogue> last_;
+    Echo echo_;
     std::optional<std::vector<int32_t>> used_[2];
     std::vector<std::pair<std::string, std::vector<Span>>> reserved_;
 };

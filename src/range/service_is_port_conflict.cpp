@@ -51,19 +51,17 @@ void ConflictList::apply(KOVA_SERVICE_CONF_PORT **ppList) const {
 }
 
 Result<const fw::Catalogue *> CatalogueSource::get() {
-    if (kept_) return &*kept_;
-    const unsigned long lines = lines_logged();
-    const unsigned code = KVLIBCErrGet();
-    const std::string file = KVLIBCErrorGetFile() != nullptr ? KVLIBCErrorGetFile() : "";
-    const int line = KVLIBCErrorGetLine();
-    Result<fw::Catalogue> built = fw::build_catalogue();
-    if (!built) return built.failure();
-    const char *now = KVLIBCErrorGetFile();
-    const bool silent = lines == lines_logged() && code == KVLIBCErrGet() && line == KVLIBCErrorGetLine() &&
-                        file == (now != nullptr ? now : "");
-    std::optional<fw::Catalogue> &slot = silent ? kept_ : last_;
-    slot = std::move(*built);
-    return &*slot;
+    if (kept_ && echo_.can_say()) {
+        echo_.say();
+        return &*kept_;
+    }
+    Result<fw::Catalogue> built = echo_.record(fw::build_catalogue);
+    if (!built) {
+        kept_.reset();
+        return built.failure();
+    }
+    kept_ = std::move(*built);
+    return &*kept_;
 }
 
 const std::vector<Span> *CatalogueSource::reserved(std::string_view key) const {

@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -20,7 +19,6 @@
 namespace kova::test {
 
 namespace fs = std::filesystem;
-using Lines = std::vector<std::string>;
 using Args = std::map<std::string, std::string>;
 using Events = std::vector<std::pair<std::string, Args>>;  // name and arguments
 
@@ -63,7 +61,7 @@ protected:
         // What the conflict checks read: reserved ports, and socket tables without sockets.
         write("/etc/kovainfo.conf", "ftpport=\"21\"\nsftpPort=\"22\"\nsyslogport=\"514\"\n");
         write("/etc/nfs/kova_nfs_conf", "nfs_custom_port_enable=\"no\"\n");
-        for (const char *t : {"tcp", "tcp6", "udp", "udp6"}) write(std::string("/proc/net/") + t, "  sl  local\n");
+        tables("", "", "", "");
         firewall_tool();
         router_tool();
         plugin_receiver();

@@ -42,12 +42,6 @@ protected:
         }
         return -1;
     }
-    Lines entries(const std::string &rel) const {
-        Lines out;
-        for (const auto &e : fs::directory_iterator(path(rel))) out.push_back(e.path().filename());
-        std::sort(out.begin(), out.end());
-        return out;
-    }
     // The sections of every .sc file that enumeration finds, sorted.
     static Lines enumerated() {
         KOVA_SERVICE_CONF *list = nullptr;

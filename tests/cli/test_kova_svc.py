@@ -15,7 +15,6 @@ import subprocess
 import tempfile
 import unittest
 import zlib
-from concurrent.futures import ThreadPoolExecutor
 
 SVC = os.environ["KOVA_SVC"]
 EXAMPLE = os.path.join(os.environ["KOVA_SOURCE_DIR"], "examples", "root")
@@ -248,16 +247,6 @@ class Changes(Sandbox):
         self.assertIn("kovafirewall", r.err)
         self.assertIn("kovafirewall --reload", open(log).read())
 
-    def test_concurrent_edits_of_one_file_take_turns(self):
-        self.live()
-        ports = self.free_ports(16)
-
-        def edit(i):
-            return self.svc("set-ports", "media_server.sc", "media_server", "%d/tcp" % ports[i], "--no-reload")
-        with ThreadPoolExecutor(8) as pool:
-            runs = list(pool.map(edit, range(16)))
-        self.assertEqual([r.status for r in runs], [0] * 16, [r.err for r in runs if r.status])
-
 
 class Audit(Sandbox):
     def test_audit_names_undeclared_listeners_not_declared_ones(self):
@@ -333,9 +322,6 @@ class Audit(Sandbox):
             pos += 12 + n
         pixels = zlib.decompress(idat)
         self.assertGreater(sum(1 for b in pixels if b not in (0, 255)), len(pixels) // 200)
-        dumped = subprocess.run([chromium, "--headless", "--no-sandbox", "--disable-gpu", "--dump-dom",
-                                 "file://" + page], capture_output=True, text=True, timeout=120).stdout
-        self.assertIn("%d/tcp undeclared" % port, dumped)
 
     def test_audit_offline_looks_at_the_declared_side_only(self):
         r = self.svc("audit", "--json")
@@ -382,22 +368,17 @@ class Output(Sandbox):
             os.environ["COLUMNS"] = "60"
             os.execv(SVC, [SVC, "--root", self.root, "list"])
         out = b""
-        while True:
-            try:
-                chunk = os.read(fd, 65536)
-            except OSError:
-                break
-            if not chunk:
-                break
-            out += chunk
+        try:
+            while chunk := os.read(fd, 65536):
+                out += chunk
+        except OSError:  # the terminal closes with the tool
+            pass
         os.waitpid(pid, 0)
         lines = out.decode().splitlines()
         self.assertGreater(len(lines), 27)
         self.assertLessEqual(max(len(l) for l in lines), 60)
 
-    def test_version_and_help(self):
-        r = subprocess.run([SVC, "-V"], capture_output=True, text=True)
-        self.assertRegex(r.stdout, r"^kova-svc \d")
+    def test_help_tells_the_exit_statuses(self):
         text = subprocess.run([SVC, "who", "--help"], capture_output=True, text=True).stdout
         self.assertIn("0 somebody declares or holds the port, 1 nobody does", text)
 

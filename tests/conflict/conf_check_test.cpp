@@ -89,12 +89,13 @@ TEST_F(ConfCheckTest, CheckExamplesAndBadInput) {
     clear_log();
     auto ports = port_list({"5006"});
     kova::DListPtr results(KOVAConfPortConflictResultListAlloc());
-    EXPECT_EQ(KOVAConfPortConflictCheck(ports.get(), 4, results.get()), -1);
-    EXPECT_EQ(KOVAConfPortConflictCheck(nullptr, 1, results.get()), -1);
-    EXPECT_EQ(KOVAConfPortConflictCheck(ports.get(), 1, nullptr), -1);
+    for (int rc :
+         {KOVAConfPortConflictCheck(ports.get(), 4, results.get()),
+          KOVAConfPortConflictCheck(nullptr, 1, results.get()), KOVAConfPortConflictCheck(ports.get(), 1, nullptr)})
+        EXPECT_EQ(rc, -1);
     EXPECT_EQ(results->pHead, nullptr);
-    EXPECT_EQ(KOVAConfPortConflictResultListAllocAndCheck(nullptr, 1), nullptr);
-    EXPECT_EQ(KOVAConfPortConflictResultListAllocAndCheck(ports.get(), 0), nullptr);
+    EXPECT_TRUE(KOVAConfPortConflictResultListAllocAndCheck(nullptr, 1) == nullptr &&
+                KOVAConfPortConflictResultListAllocAndCheck(ports.get(), 0) == nullptr);
     EXPECT_EQ(log_normalized(),
               (Lines{kCheck + "Illegal protocol: 4", kCheck + "pPortList is undefined",
                      kCheck + "ppResultList is undefined", kCheck + "pPortList is undefined",
@@ -103,25 +104,20 @@ TEST_F(ConfCheckTest, CheckExamplesAndBadInput) {
               (Lines{"5006/1 kova-webdav-ssl 1"}));
 }
 
-TEST_F(ConfCheckTest, YesNoQueries) {
-    EXPECT_EQ(KOVAConfIsConflictPort(5005, 1), 1);
-    EXPECT_EQ(KOVAConfIsConflictPort(5005, 2), 0);
-    EXPECT_EQ(KOVAConfIsConflictPortRange(5000, 5010, 1), 1);
-    EXPECT_EQ(KOVAConfIsConflictPortRange(65535, 65535, 1), 1);
-    EXPECT_EQ(KOVAConfIsConflictPortRange(65100, 65535, 2), 0);  // walks to the last port and ends
+// The yes/no queries over the inventory; then lists made by hand: listing, verifying and filtering
+// read only the records. The lists own deep copies: a shallow one would free the texts twice.
+TEST_F(ConfCheckTest, Queries) {
     auto ports = port_list({"1", "2049"});
-    EXPECT_EQ(KOVAConfIsConflictPorts(ports.get(), 1), 0);
-    EXPECT_EQ(KOVAConfIsConflictPorts(ports.get(), 3), 1);
+    EXPECT_EQ(
+        (std::vector<int>{KOVAConfIsConflictPort(5005, 1), KOVAConfIsConflictPort(5005, 2),
+                          KOVAConfIsConflictPortRange(5000, 5010, 1), KOVAConfIsConflictPortRange(65535, 65535, 1),
+                          KOVAConfIsConflictPortRange(65100, 65535, 2),  // walks to the last port and ends
+                          KOVAConfIsConflictPorts(ports.get(), 1), KOVAConfIsConflictPorts(ports.get(), 3)}),
+        (std::vector<int>{1, 0, 1, 1, 0, 0, 1}));
     clear_log();
-    EXPECT_EQ(KOVAConfIsConflictPortRange(10, 5, 3), 0);
-    EXPECT_EQ(KOVAConfIsConflictPorts(ports.get(), 7), 0);
+    EXPECT_EQ(KOVAConfIsConflictPortRange(10, 5, 3) + KOVAConfIsConflictPorts(ports.get(), 7), 0);
     EXPECT_EQ(log_normalized(), (Lines{kComparer + "Illegal port range: 10~5", kCheck + "Illegal protocol: 7",
                                        kComparer + "Failed to KOVAConfPortConflictCheck"}));
-}
-
-// Lists made by hand: listing, verifying and filtering read only the records. The lists own
-// deep copies of the records: a shallow one would free the texts twice (or free a literal).
-TEST_F(ConfCheckTest, QueriesOverAResultList) {
     kova::DListPtr list(KOVAConfPortConflictResultListAlloc());
     EXPECT_EQ(KOVAConfVerifyConflictPort(list.get(), 80, 1), -2);
     for (Conf r : {Conf{8443, 2, (char *)"alt", 1}, Conf{80, 1, nullptr, 0}, Conf{21, 1, (char *)"ftp", 1},
@@ -135,21 +131,18 @@ TEST_F(ConfCheckTest, QueriesOverAResultList) {
     auto tcp = port_list({});
     ASSERT_EQ(KOVAConfListConflictPorts(list.get(), 1, tcp.get()), 0);
     EXPECT_EQ(items(tcp.get()), (Lines{"21"}));
-    EXPECT_EQ(KOVAConfVerifyConflictPort(list.get(), 80, 1), 0);
-    EXPECT_EQ(KOVAConfVerifyConflictPort(list.get(), 80, 3), 1);
-    EXPECT_EQ(KOVAConfVerifyConflictPort(list.get(), 21, 2), -2);
     kova::DListPtr out(KOVAConfPortConflictResultListAlloc());
-    EXPECT_EQ(ConfResultListFilter(list.get(), 80, 2, out.get()), 1);
-    EXPECT_EQ(ConfResultListFilter(list.get(), 81, 1, out.get()), 0);
-    EXPECT_EQ(ConfNotConflictResultAppend(out.get(), 81, 2), 0);
+    EXPECT_EQ((std::vector<int>{
+                  KOVAConfVerifyConflictPort(list.get(), 80, 1), KOVAConfVerifyConflictPort(list.get(), 80, 3),
+                  KOVAConfVerifyConflictPort(list.get(), 21, 2), ConfResultListFilter(list.get(), 80, 2, out.get()),
+                  ConfResultListFilter(list.get(), 81, 1, out.get()), ConfNotConflictResultAppend(out.get(), 81, 2)}),
+              (std::vector<int>{0, 1, -2, 1, 0, 0}));
     EXPECT_EQ(texts<Conf>(out.get()), (Lines{"80/2 web 1", "81/2 - 0"}));
     clear_log();
-    EXPECT_EQ(KOVAConfListConflictPorts(nullptr, 3, tcp.get()), -1);
-    EXPECT_EQ(KOVAConfListConflictPorts(list.get(), 3, nullptr), -1);
-    EXPECT_EQ(KOVAConfVerifyConflictPort(nullptr, 80, 1), -1);
-    EXPECT_EQ(ConfResultListFilter(nullptr, 80, 1, out.get()), -1);
-    EXPECT_EQ(ConfResultListFilter(list.get(), 80, 1, nullptr), -1);
-    EXPECT_EQ(ConfNotConflictResultAppend(nullptr, 80, 1), -1);
+    for (int rc : {KOVAConfListConflictPorts(nullptr, 3, tcp.get()), KOVAConfListConflictPorts(list.get(), 3, nullptr),
+                   KOVAConfVerifyConflictPort(nullptr, 80, 1), ConfResultListFilter(nullptr, 80, 1, out.get()),
+                   ConfResultListFilter(list.get(), 80, 1, nullptr), ConfNotConflictResultAppend(nullptr, 80, 1)})
+        EXPECT_EQ(rc, -1);
     EXPECT_EQ(log_normalized(),
               (Lines{kComparer + "pResultList is undefined", kComparer + "pConflictPortList is undefined",
                      kComparer + "pResultList is undefined", kHelper + "pSourceResultList is undefined",

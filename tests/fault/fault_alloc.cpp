@@ -1,15 +1,27 @@
-#include "fault_alloc.h"
+#include "fault_harness.h"
 
 #include <cerrno>
 #include <cstdlib>
 
-namespace kova::fault {
-constinit Trigger allocations;  // used before any constructor runs
-}
-
 namespace {
 constinit std::atomic<long> g_live{0};
 }
+
+namespace kova::fault {
+constinit Trigger allocations;  // used before any constructor runs
+long live() {
+    return g_live.load();
+}
+#if defined(__SANITIZE_ADDRESS__)
+bool available() {
+    return false;
+}
+#else
+bool available() {
+    return true;
+}
+#endif
+}  // namespace kova::fault
 
 #if !defined(__SANITIZE_ADDRESS__)
 
@@ -93,19 +105,3 @@ int posix_memalign(void **out, size_t alignment, size_t size) noexcept {
 
 }  // extern "C"
 #endif
-
-namespace kova::fault {
-
-bool available() {
-#if defined(__SANITIZE_ADDRESS__)
-    return false;
-#else
-    return true;
-#endif
-}
-
-long live() {
-    return g_live.load();
-}
-
-}  // namespace kova::fault

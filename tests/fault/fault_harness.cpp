@@ -95,12 +95,7 @@ void FaultTest::SetUp() {
     write("/usr/local/etc/services.d/pkg.sc",
           "[pkg]\ntitle=\"Package\"\ndesc=\"A "
           "package\"\nsrc.ports=\"1024:2048/udp\"\ndst.ports=\"9000,9100:9110/udp\"\n");
-    const char *header =
-        "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
-    write("/proc/net/tcp", std::string(header) +
-                               "   0: 00000000:0016 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0   "
-                               "     0 20123 1 0000000000000000 100 0 0 10 0\n");
-    for (const char *t : {"/proc/net/tcp6", "/proc/net/udp6", "/proc/net/udp"}) write(t, header);
+    tables(kova::test::sock_line(22, 0x0A, 20123), "", "", "");
 }
 
 }  // namespace kova::fault

@@ -3,11 +3,14 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <kovaserviceconf.h>
 
 #include <string>
 #include <vector>
 
 namespace kova::test {
+
+using Lines = std::vector<std::string>;
 
 class RootTest : public ::testing::Test {
 protected:
@@ -26,18 +29,21 @@ protected:
     void mkdir(const std::string &rel) const;
     void symlink(const std::string &target, const std::string &rel) const;
     // A shell script under the root, executable.
-    void script(const std::string &rel, const std::string &body) const;
+    void script(const std::string &rel, const std::string &body) const { write(rel, "#!/bin/sh\n" + body, 0755); }
+    // The names in a directory under the root, sorted.
+    Lines entries(const std::string &rel) const;
+    // The four socket tables under /proc/net, each a header line and the lines given.
+    void tables(const std::string &tcp, const std::string &tcp6, const std::string &udp, const std::string &udp6) const;
 
-    // Log lines written since the test began (or since clear_log()).
-    std::vector<std::string> log() const;
-    // The same with every "file.cpp:<line>" turned into "file.cpp:N".
-    std::vector<std::string> log_normalized() const;
+    // Log lines written since the test began (or since clear_log()); normalized, with every
+    // "file.cpp:<line>" turned into "file.cpp:N".
+    Lines log() const;
+    Lines log_normalized() const;
     void clear_log() const;
-    // Whether some normalized log line equals `line`.
-    bool logged(const std::string &line) const;
+    bool logged(const std::string &line) const;  // some normalized line equals `line`
 
     // Sets the error state to a sentinel that no operation uses, to see whether a call touched it.
-    static void poison_error();
+    static void poison_error() { KVLIBCErrSetEx(0xEEEE, "poison", 7); }
 
 private:
     std::string root_;
@@ -46,5 +52,9 @@ private:
 
 // "module.cpp:123" -> "module.cpp:N" everywhere in the text.
 std::string normalize(const std::string &line);
+// The items of a string list; {"no list"} for none.
+Lines items(const KVLIB_SZLIST *list);
+// One socket table line as the kernel writes it (local address 127.0.0.1 or ::1).
+std::string sock_line(unsigned port, unsigned state, unsigned long inode = 0, bool v6 = false);
 
 }  // namespace kova::test

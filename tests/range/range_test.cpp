@@ -1,18 +1,137 @@
-// The conflict checks: the port text comparison, each source of the service-wide check with the
-// entries it leaves, the skip list, the order of the sources, the .sc file check, and failures.
-#include <kovaserviceconf.h>
-
+// Port range sets: adding and removing entries compared with a bitset model under the set
+// invariant, and the failure lines and edge cases (import, export, overlap and join texts are the
+// port range fuzz harness's model and seeds). The conflict checks: the port text comparison, each
+// source of the service-wide check with the entries it leaves, the skip list, the order of the
+// sources, the .sc file check, and failures.
+#include <bitset>
 #include <cstdio>
-#include <string>
+#include <random>
 #include <tuple>
-#include <utility>
-#include <vector>
 
+#include "foundation/raii.h"
 #include "kova_test.h"
 #include "range/port_conflict_text.h"
 
 namespace kova::test {
 namespace {
+
+using Ranges = std::vector<std::pair<uint32_t, uint32_t>>;
+
+const auto entry = [](uint32_t b, uint32_t e, uint32_t type = 1) {
+    return KOVA_SERVICE_CONF_PORT{0, type, 0, b, e, nullptr};
+};
+
+PortRangePtr make_set(const Ranges &ranges = {}) {
+    PortRangePtr set(KVLIBPortRangeCreate());
+    for (auto [b, e] : ranges) {
+        KOVA_SERVICE_CONF_PORT x = entry(b, e);
+        EXPECT_EQ(KVLIBPortRangeAdd(set.get(), &x), 0);
+    }
+    return set;
+}
+
+Ranges ranges_of(const KVLIB_PORT_RANGE *set) {
+    Ranges out;
+    for (auto *n = set->head; n != nullptr; n = n->next) out.emplace_back(n->beginPort, n->endPort);
+    return out;
+}
+
+std::string exported(const KVLIB_PORT_RANGE *set) {
+    KvStrPtr text(KVLIBPortRangeExport(set));
+    return text != nullptr ? text.get() : "";
+}
+
+// Sorted, neither overlapping nor touching, `count` matching, nodes in the set's own form.
+::testing::AssertionResult WellFormed(const KVLIB_PORT_RANGE *set) {
+    int32_t nodes = 0;
+    for (const KOVA_SERVICE_CONF_PORT *n = set->head, *prev = nullptr; n != nullptr; prev = n, n = n->next, ++nodes) {
+        if (n->beginPort > n->endPort || n->type != (n->beginPort != n->endPort ? 1u : 0u) || n->direction != 0 ||
+            n->protocol != 0 || (prev != nullptr && uint64_t{prev->endPort} + 1 >= n->beginPort) || nodes > 100000)
+            return ::testing::AssertionFailure()
+                   << "bad node " << nodes << ": [" << n->beginPort << "," << n->endPort << "] type " << n->type;
+    }
+    if (nodes != set->count) return ::testing::AssertionFailure() << "count " << set->count << ", nodes " << nodes;
+    return ::testing::AssertionSuccess();
+}
+
+class PortRangeTest : public RootTest {
+protected:
+    void SetUp() override {
+        RootTest::SetUp();
+        poison_error();
+    }
+    void TearDown() override {  // the family reports through the log only
+        EXPECT_EQ(KVLIBCErrGet(), 0xEEEEu) << "the error state was touched";
+        RootTest::TearDown();
+    }
+};
+
+// Random additions and removals against a bitset model, with ranges, backwards ranges and single
+// entries [p, 0].
+TEST_F(PortRangeTest, AddAndRemoveMatchAModel) {
+    constexpr uint32_t kPorts = 160;
+    using Model = std::bitset<kPorts>;
+    auto span = [](uint32_t b, uint32_t e) { return (~Model() >> (kPorts - 1 - e + b)) << b; };
+    auto model_of = [&](const KVLIB_PORT_RANGE *s) {
+        Model m;
+        for (auto [b, e] : ranges_of(s)) m |= span(b, e);
+        return m;
+    };
+    std::mt19937 rng(12345);
+    for (int round = 0; round < 4000; ++round) {
+        SCOPED_TRACE(round);
+        Ranges start;
+        for (int i = rng() % 6; i > 0; --i) {
+            const uint32_t b = rng() % kPorts;
+            start.emplace_back(b, std::min<uint32_t>(kPorts - 1, b + rng() % 12));
+        }
+        PortRangePtr a = make_set(start);
+        const Model before = model_of(a.get());
+        const uint32_t b = rng() % kPorts, e = std::min<uint32_t>(kPorts - 1, b + rng() % 20), form = rng() % 3;
+        KOVA_SERVICE_CONF_PORT x = form == 0 ? entry(b, e) : form == 1 ? entry(e, b) : entry(b, 0, 0);
+        const Model ports = form == 2 ? span(b, b) : span(b, e);
+        if (rng() % 2 == 0) {
+            ASSERT_EQ(KVLIBPortRangeAdd(a.get(), &x), 0);
+            EXPECT_EQ(model_of(a.get()), before | ports);
+            EXPECT_EQ(x.endPort, form == 0 ? e : b);  // only a single entry is completed
+        } else {
+            const bool found = (before >> b).any();  // some node ends at or after the first port
+            EXPECT_EQ(KVLIBPortRangeRemove(a.get(), &x), found ? 0 : -1);
+            EXPECT_EQ(model_of(a.get()), found ? (before & ~ports) : before);
+        }
+        ASSERT_TRUE(WellFormed(a.get()));
+    }
+}
+
+TEST_F(PortRangeTest, EdgesTextsAndFailureLines) {
+    PortRangePtr set = make_set({{0xFFFFFFF0u, 0xFFFFFFFFu}, {0xFFFFFFE0u, 0xFFFFFFEFu}, {10, 20}});
+    KOVA_SERVICE_CONF_PORT top = entry(0xFFFFFFFFu, 0xFFFFFFFFu), bad{};
+    ASSERT_EQ(KVLIBPortRangeRemove(set.get(), &top), 0);
+    EXPECT_EQ(exported(set.get()), "10:20,-32:-2");  // ports are written as "%d" writes them
+    EXPECT_TRUE(log().empty());
+    EXPECT_EQ(KVLIBPortRangeRemove(set.get(), &top), -1);
+    PortRangePtr empty = make_set();
+    EXPECT_EQ(KVLIBPortRangeRemove(empty.get(), &top), -1);
+    EXPECT_EQ(KVLIBPortRangeExport(empty.get()), nullptr);  // no line
+    const std::string remove = "service_port_range_remove.cpp:N ";
+    EXPECT_EQ(log_normalized(), (Lines{remove + "Can't find entry to remove in the list", remove + "Bad parameters."}));
+    // Null arguments, each logged by its own module.
+    clear_log();
+    for (int rc :
+         {KVLIBPortRangeAdd(nullptr, &bad), KVLIBPortRangeAdd(set.get(), nullptr), KVLIBPortRangeRemove(nullptr, &bad),
+          KVLIBPortRangeRemove(set.get(), nullptr), KVLIBPortRangeImport(set.get(), nullptr),
+          KVLIBPortRangeImport(nullptr, "80"), KVLIBPortRangeExport(nullptr) == nullptr ? -1 : 0,
+          KVLIBPortRangeJoin(nullptr, set.get()), KVLIBPortRangeJoin(set.get(), nullptr),
+          KVLIBPortRangeOverlap(set.get(), set.get(), nullptr), KVLIBPortRangeOverlap(nullptr, set.get(), set.get())})
+        EXPECT_EQ(rc, -1);
+    Lines want;
+    for (const char *m :
+         {"add", "add", "remove", "remove", "import", "import", "export", "join", "join", "overlap", "overlap"})
+        want.push_back(std::string("service_port_range_") + m + ".cpp:N Bad parameters.");
+    EXPECT_EQ(log_normalized(), want);
+    EXPECT_EQ(exported(set.get()), "10:20,-32:-2");
+    KVLIBPortRangeDestory(nullptr);
+}
 
 constexpr uint32_t kBoth = KOVA_PROTO_BOTH;
 constexpr int kRules = KOVA_PORT_CHECK_PORT_FORWARD, kServices = KOVA_PORT_CHECK_SERVICES,
@@ -24,7 +143,6 @@ const std::string kMe = "service_is_port_conflict.cpp:N ";
 // (one port, or a range), or as the reserved ports rebuild the list (a node of a range set).
 using Entry = std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>;
 using Entries = std::vector<Entry>;
-using Lines = std::vector<std::string>;
 const auto one = [](uint32_t p) { return Entry{0, kBoth, p, 0}; };
 const auto range = [](uint32_t b, uint32_t e) { return Entry{1, kBoth, b, e}; };
 const auto node = [](uint32_t b, uint32_t e) { return Entry{b != e ? 1u : 0u, 0, b, e}; };
@@ -51,11 +169,7 @@ protected:
     // A /proc/net socket table with one socket per (port, state); 0x0A is listening.
     void sockets(const std::string &table, const std::vector<std::pair<int, int>> &socks) const {
         std::string text = "  sl  local_address rem_address   st tx_queue rx_queue\n";
-        char line[80];
-        for (auto [port, state] : socks) {
-            std::snprintf(line, sizeof line, "   0: 00000000:%04X 00000000:0000 %02X 00000000:00000000\n", port, state);
-            text += line;
-        }
+        for (auto [port, state] : socks) text += sock_line(port, state);
         write("/proc/net/" + table, text);
     }
     int check(const char *skip, const char *ports, const char *protocol, int flags) {
@@ -213,19 +327,50 @@ TEST_F(PortConflictTest, SourcesRunInOrderAndTheFirstThreeToTheirEnd) {
     EXPECT_EQ(entries(), (Entries{one(139), one(139)}));
 }
 
-// A catalogue build that logs is made again by each source that needs it, lines and all.
-TEST_F(PortConflictTest, ACatalogueBuildThatLogsIsRepeatedPerSource) {
-    write("/usr/local/etc/services.d/bad.sc", "[bad]\ntitle=t\n");
-    KOVA_FW_SERVICE *raw = nullptr;
-    ASSERT_GT(KOVAFwServiceEnum(&raw), 0);
-    KOVAFwServiceFree(raw);
-    const Lines once = log_normalized();
-    ASSERT_FALSE(once.empty());
-    Lines twice = once;
-    twice.insert(twice.end(), once.begin(), once.end());
-    clear_log();
-    EXPECT_EQ(check("", "9", "tcp", kServices | kInUse), 0);
-    EXPECT_EQ(log_normalized(), twice);
+// A catalogue build that logs is said again by each source that needs it: the lines and the
+// error state another build would give, also where a line shows the state the build started from
+// and that state changed in between (the file check's second section).
+TEST_F(PortConflictTest, ACatalogueBuildThatLogsIsSaidAgainPerSource) {
+    // Nothing else in the build sets the error state, so its lines show the one it starts from.
+    write("/etc/nfs/kova_nfs_conf", "nfs_custom_port_enable=no\n");
+    mkdir("/usr/kova/etc/services.d");
+    write("/usr/local/etc/services.d/bad.sc", "[bad]\ntitle=t\n[empty]\n");
+    struct Said {
+        Lines lines;
+        unsigned code;
+        std::string file;
+        int line;
+        bool operator==(const Said &) const = default;
+    };
+    const auto said = [this](auto &&call) {
+        clear_log();
+        call();
+        return Said{log(), KVLIBCErrGet(), KVLIBCErrorGetFile(), KVLIBCErrorGetLine()};
+    };
+    const auto build = [] {
+        KOVA_FW_SERVICE *raw = nullptr;
+        EXPECT_GT(KOVAFwServiceEnum(&raw), 0);
+        KOVAFwServiceFree(raw);
+    };
+    const auto then = [](Said a, const Said &b) {
+        a.lines.insert(a.lines.end(), b.lines.begin(), b.lines.end());
+        return Said{a.lines, b.code, b.file, b.line};
+    };
+    poison_error();
+    const Said first = said(build), second = said(build);
+    ASSERT_FALSE(first.lines.empty());
+    poison_error();
+    EXPECT_EQ(said([this] { EXPECT_EQ(check("", "9", "tcp", kServices | kInUse), 0); }), then(first, second));
+
+    // Section a's failure changes the state between the builds for b and c.
+    poison_error();
+    const Said a = said([this] { EXPECT_EQ(check_file("[a]\ndst.ports=80\n"), 0); });
+    const Said c1 = said(build), c2 = said(build);
+    EXPECT_NE(c1.lines, first.lines);
+    poison_error();
+    EXPECT_EQ(
+        said([this] { EXPECT_EQ(check_file("[b]\ndst.ports=9/tcp\n[a]\ndst.ports=80\n[c]\ndst.ports=10/tcp\n"), 0); }),
+        then(then(then(then(first, second), a), c1), c2));
 }
 
 TEST_F(PortConflictTest, ConfFileSections) {
