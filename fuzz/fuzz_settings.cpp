@@ -10,8 +10,8 @@
 //     (written with "-"), each colliding piece put in front of the list;
 //   - KVLIBIsPortConflict with the rules (0x02), the reserved ports of the settings (0x08) and
 //     the ports in use in fixed socket tables (0x10), as the flag byte chooses (0x0A when it
-//     chooses none); the catalogue source 0x04 is the built-in table's business.
-// Flag byte 0x80: the conflict lists already hold an entry, which new entries go in front of.
+//     chooses none); the catalogue source 0x04 is the built-in table's business. With flag 0x80
+//     the conflict lists start with an entry, which new entries go in front of.
 #include <filesystem>
 
 #include "fuzz_support.h"
@@ -25,8 +25,8 @@ constexpr unsigned int kAnyError = ~0u;  // the model does not settle the code
 constexpr const char *kInfo = "/etc/kovainfo.conf";
 constexpr const char *kSshd = "/etc/ssh/sshd_config";
 constexpr const char *kRules = "/etc/portforward/rule.conf";
-constexpr uint32_t kTcpInUse[] = {40001, 40005};
-constexpr uint32_t kUdpInUse = 40003;
+// The sockets in use in the socket tables the harness writes (TCP, TCP over IPv6, UDP).
+constexpr std::pair<uint32_t, const char *> kInUse[] = {{40001, "tcp"}, {40005, "tcp"}, {40003, "udp"}};
 
 // What a check gives: the result, the conflict list (head first), the error code of a failure.
 struct Outcome {
@@ -35,23 +35,14 @@ struct Outcome {
     unsigned int error = kPoison;
 };
 
-Outcome failed(Outcome out, unsigned int error) {
-    out.result = -1;
-    out.error = error;
-    return out;
-}
-
 // One item of a port text: a port, or two joined by `joiner` (the smaller first).
 std::optional<Span> item_of(const std::string &item, char joiner, Outcome &out) {
     const size_t at = item.find(joiner);
     const std::string a = item.substr(0, at), b = at == std::string::npos ? a : item.substr(at + 1);
-    if (at != std::string::npos && (a.empty() || b.empty())) return std::nullopt;
-    if (!model_port_check(a) || !model_port_check(b)) {
-        out.error = KOVA_ERR_BAD_PARAMETER;
-        return std::nullopt;
-    }
-    const uint32_t x = static_cast<uint32_t>(std::stoul(a)), y = static_cast<uint32_t>(std::stoul(b));
-    return Span{std::min(x, y), std::max(x, y)};
+    const bool bad = !model_port_check(a) || !model_port_check(b);
+    if (bad && (at == std::string::npos || (!a.empty() && !b.empty()))) out.error = KOVA_ERR_BAD_PARAMETER;
+    if (bad) return std::nullopt;  // an empty side is refused without an error code
+    return Span{std::min(std::stoul(a), std::stoul(b)), std::max(std::stoul(a), std::stoul(b))};
 }
 
 // PortsConflictWithText: the caller's ports ("80,8000:8010") against another source's text
@@ -112,13 +103,22 @@ bool model_reserved(const std::string &ports, const std::vector<Span> &reserved,
     return true;
 }
 
-// The result, the list and (on failure) the error code are the model's.
-void check_outcome(const Outcome &want, int rc, const KOVA_SERVICE_CONF_PORT *list, const char *what) {
+// Runs `call` on a conflict list that is empty or, with flag byte 0x80, holds one entry; where the
+// model settles the outcome, the result, the list and (on failure) the error code are the model's.
+template <class Call>
+void check_outcome(uint8_t byte, const std::optional<Outcome> &want, const char *what, Call call) {
+    KOVA_SERVICE_CONF_PORT *list = nullptr;
+    if ((byte & 0x80) != 0) FUZZ_CHECK(KOVAServiceConfPortsGet("7/tcp", 0, &list) == 0);
+    poison();
+    const int rc = call(&list);
+    const unsigned int error = KVLIBCErrGet();
     const std::vector<Port> got = to_vector(list);
+    KOVAServiceConfPortsFree(list);
+    if (!want) return;
     FUZZ_CHECKF(
-        rc == want.result && got == want.list && (rc >= 0 || want.error == kAnyError || KVLIBCErrGet() == want.error),
-        "%s gave %d %s (0x%04X), model %d %s (0x%04X)", what, rc, describe(got).c_str(), KVLIBCErrGet(), want.result,
-        describe(want.list).c_str(), want.error);
+        rc == want->result && got == want->list && (rc >= 0 || want->error == kAnyError || error == want->error),
+        "%s gave %d %s (0x%04X), model %d %s (0x%04X)", what, rc, describe(got).c_str(), error, want->result,
+        describe(want->list).c_str(), want->error);
 }
 
 // A key-value file: the first key line of that key counts.
@@ -139,25 +139,21 @@ void check_key(const std::string &info, const std::vector<IniLine> &lines, const
         FUZZ_CHECKF(rc == expected && (rc < 0 || want == buf.data()), "%s (%d bytes): %d \"%s\", model %d \"%s\"",
                     key.c_str(), size, rc, rc < 0 ? "" : buf.data(), expected, want.c_str());
     }
-    if (value) {
-        FUZZ_CHECK(KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), value->c_str(), 0) == 1);
-        FUZZ_CHECK(KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), (*value + "x").c_str(), 0) == 0);
-    }
+    FUZZ_CHECKF(!value || (KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), value->c_str(), 0) == 1 &&
+                           KVLIBCFileCheckKeyValue(path.c_str(), key.c_str(), (*value + "x").c_str(), 0) == 0),
+                "%s = \"%s\" not confirmed", key.c_str(), value.value_or("").c_str());
 }
 
 // The SSH port: std::nullopt where a "Port" line is not a plain port number (not settled).
 std::optional<int> model_ssh_port(const std::string &sshd) {
-    for (const std::string &raw : split_all(sshd, '\n')) {
-        std::string line = trim(raw);
+    for (const std::string &line : split_all(sshd, '\n', true)) {
         if (line.size() < 4 || lower(line.substr(0, 4)) != "port") continue;
         std::string rest = line.substr(4);
         if (!rest.empty() && !is_space(rest[0]) && rest[0] != '=') continue;  // another keyword
         rest = trim(rest);
         if (!rest.empty() && rest[0] == '=') rest = trim(rest.substr(1));
-        if (rest.empty() || rest.size() > 5 || rest.find_first_not_of("0123456789") != std::string::npos)
-            return std::nullopt;
-        const int port = std::stoi(rest);
-        return port >= 1 && port <= 65535 ? std::optional<int>(port) : std::nullopt;
+        if (rest.size() > 5 || !model_port_check(rest) || std::stoi(rest) == 0) return std::nullopt;
+        return std::stoi(rest);
     }
     return 22;
 }
@@ -189,15 +185,11 @@ bool model_in_use(const std::vector<std::string> &items, bool loose, const std::
         const std::optional<uint32_t> a = number(item.substr(0, colon));
         const std::optional<uint32_t> b = colon == std::string::npos ? a : number(item.substr(colon + 1));
         if (!a || !b) return false;
-        if (*a == 0 && *b == 0) return (out = failed(out, KOVA_ERR_BAD_PARAMETER), true);
+        if (*a == 0 && *b == 0) return (out = Outcome{-1, out.list, KOVA_ERR_BAD_PARAMETER}, true);
         const uint32_t lo = std::min(*a, *b), hi = std::max(*a, *b);
         if (hi > 65535) return false;  // up to the network library
-        bool used = has(protocols, "tcp") && std::any_of(std::begin(kTcpInUse), std::end(kTcpInUse),
-                                                         [&](uint32_t p) { return lo <= p && p <= hi; });
-        if (used || (has(protocols, "udp") && lo <= kUdpInUse && kUdpInUse <= hi)) {
-            out.result = 1;
-            return true;
-        }
+        for (const auto &u : kInUse)
+            if (lo <= u.first && u.first <= hi && has(protocols, u.second)) return (out.result = 1, true);
     }
     return true;
 }
@@ -218,15 +210,15 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         if (id != rule.keys.end() && has(skip, id->second)) continue;
         const auto s = rule.keys.find("s_port"), r = rule.keys.find("r_port");
         if (rule.keys.count("protocol name") == 0 || s == rule.keys.end() || r == rule.keys.end())
-            return failed(out, kAnyError);
+            return Outcome{-1, out.list, kAnyError};
         if (!model_compare(ports, s->second, out) || !model_compare(ports, r->second, out))
-            return failed(out, out.error);
+            return Outcome{-1, out.list, out.error};
     }
     if ((flags & KOVA_PORT_CHECK_RESERVED) != 0) {
         const bool ftp = !has(skip, "ftp");
         if (info_text.empty() &&
             (ftp || !has(skip, "webdav_http") || !has(skip, "webdavs_https") || !has(skip, "syslog_server")))
-            return failed(out, kAnyError);  // no settings file to read
+            return Outcome{-1, out.list, kAnyError};  // no settings file to read
         std::vector<Span> spans;
         bool ok = !ftp || reserve(info, "ftpport", spans);
         if (ok && ftp && !model_value(info, "ftphighport").value_or("").empty()) {
@@ -238,7 +230,7 @@ std::optional<Outcome> model_check(const std::string &info_text, const std::vect
         ok = ok && (has(skip, "webdav_http") || reserve(info, "WebDavPort", spans));
         ok = ok && (has(skip, "webdavs_https") || reserve(info, "secure_WebDavPort", spans));
         ok = ok && (has(skip, "syslog_server") || reserve(info, "syslogport", spans));
-        if (!ok) return failed(out, KOVA_ERR_BAD_PARAMETER);
+        if (!ok) return Outcome{-1, out.list, KOVA_ERR_BAD_PARAMETER};
         if (!model_reserved(ports, spans, out)) return std::nullopt;
     }
     if ((flags & KOVA_PORT_CHECK_IN_USE) != 0 && !model_in_use(items, loose, protocol, out)) return std::nullopt;
@@ -254,17 +246,10 @@ void setup() {
     std::filesystem::create_directories(under_root("/usr/kova/etc/services.d"));
     std::filesystem::create_directories(under_root("/usr/local/etc/services.d"));
     const std::string header = "  sl  local_address rem_address   st\n";
-    write_file("/proc/net/tcp", header + socket_line(kTcpInUse[0], "0A") + socket_line(40002, "01"));
-    write_file("/proc/net/tcp6", header + socket_line(kTcpInUse[1], "0A"));
-    write_file("/proc/net/udp", header + socket_line(kUdpInUse, "07"));
+    write_file("/proc/net/tcp", header + socket_line(kInUse[0].first, "0A") + socket_line(40002, "01"));
+    write_file("/proc/net/tcp6", header + socket_line(kInUse[1].first, "0A"));
+    write_file("/proc/net/udp", header + socket_line(kInUse[2].first, "07"));
     write_file("/proc/net/udp6", header);
-}
-
-// A conflict list that is empty or, with flag byte 0x80, holds one entry.
-KOVA_SERVICE_CONF_PORT *start_list(uint8_t byte) {
-    KOVA_SERVICE_CONF_PORT *list = nullptr;
-    if ((byte & 0x80) != 0) FUZZ_CHECK(KOVAServiceConfPortsGet("7/tcp", 0, &list) == 0);
-    return list;
 }
 
 }  // namespace
@@ -295,22 +280,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::vector<IniSection> sections = ini_sections(ini_lines(rules));
     if (!rules.empty()) check_section_reader(under_root(kRules), sections);
 
-    KOVA_SERVICE_CONF_PORT *list = start_list(byte);
-    const Outcome start{0, to_vector(list), kPoison};
+    const Outcome start{0, (byte & 0x80) != 0 ? *model_ports_get("7/tcp", 0) : std::vector<Port>{}, kPoison};
     Outcome want = start;
-    if (!model_compare(ports, other, want)) want = failed(want, want.error);
-    poison();
-    int got = PortsConflictWithText(ports.c_str(), other.c_str(), &list);
-    check_outcome(want, got, list, "PortsConflictWithText");
-    KOVAServiceConfPortsFree(list);
-
+    if (!model_compare(ports, other, want)) want.result = -1;
+    check_outcome(byte, want, "PortsConflictWithText", [&](KOVA_SERVICE_CONF_PORT **list) {
+        return PortsConflictWithText(ports.c_str(), other.c_str(), list);
+    });
     const int flags = (byte & 0x1B) != 0 ? byte & 0x1B : KOVA_PORT_CHECK_PORT_FORWARD | KOVA_PORT_CHECK_RESERVED;
-    const std::optional<Outcome> expected =
-        model_check(info, info_lines, sections, skip, ports, protocol, flags, start);
-    list = start_list(byte);
-    poison();
-    got = KVLIBIsPortConflict(skip.c_str(), ports.c_str(), protocol.c_str(), flags, &list);
-    if (expected) check_outcome(*expected, got, list, "KVLIBIsPortConflict");
-    KOVAServiceConfPortsFree(list);
+    check_outcome(byte, model_check(info, info_lines, sections, skip, ports, protocol, flags, start),
+                  "KVLIBIsPortConflict", [&](KOVA_SERVICE_CONF_PORT **list) {
+                      return KVLIBIsPortConflict(skip.c_str(), ports.c_str(), protocol.c_str(), flags, list);
+                  });
     return 0;
 }

@@ -71,24 +71,17 @@ std::string build_table(Input &in, uint16_t protocol, std::vector<Socket> &socke
             Socket s{static_cast<uint16_t>(in.number(2)), in.byte(), in.number(kind & 0x80 ? 8 : 3), protocol};
             size_t inode_at = 0;
             line = kernel_line(in, s, inode_at);
-            if (kind % 8 == 7) {
-                line.resize(in.number(2) % (line.size() + 1));
-                if (line.size() <= inode_at) {
-                    s.protocol = 0;  // cut before its inode: not a socket
-                } else {
-                    const std::string digits = line.substr(inode_at);
-                    s.inode = std::stoull(digits.substr(0, digits.find(' ')));
-                }
+            if (kind % 8 == 7) line.resize(in.number(2) % (line.size() + 1));
+            if (line.size() > inode_at) {  // cut before its inode, a line is not a socket
+                s.inode = std::stoull(line.substr(inode_at, line.find(' ', inode_at) - inode_at));
+                sockets.push_back(s);
             }
-            if (s.protocol != 0) sockets.push_back(s);
         } else if (kind % 8 == 5) {
             line = kHeader;
         } else {  // garbage: a letter first, then anything but a line end
             line = std::string(1, static_cast<char>('g' + in.byte() % 20));
-            for (int k = in.byte() % 40; k > 0; --k) {
-                const char c = static_cast<char>(in.byte());
-                if (c != '\n' && c != '\0') line += c;
-            }
+            for (int k = in.byte() % 40; k > 0; --k)
+                if (const char c = static_cast<char>(in.byte()); c != '\n' && c != '\0') line += c;
         }
         table += line + ((kind & 0x40) != 0 ? "\r\n" : "\n");
     }
@@ -97,11 +90,8 @@ std::string build_table(Input &in, uint16_t protocol, std::vector<Socket> &socke
 
 std::vector<Socket> distinct(const std::vector<Socket> &sockets) {
     std::vector<Socket> out;
-    for (const Socket &s : sockets) {
-        bool seen = false;
-        for (const Socket &o : out) seen = seen || o == s;
-        if (!seen) out.push_back(s);
-    }
+    for (const Socket &s : sockets)
+        if (std::find(out.begin(), out.end(), s) == out.end()) out.push_back(s);
     return out;
 }
 
@@ -155,7 +145,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::vector<Socket> all = expected;
     all.insert(all.end(), udp.begin(), udp.end());
     const std::vector<Socket> both = fetch(KOVA_PROTO_BOTH), only_udp = fetch(KOVA_PROTO_UDP);
-    FUZZ_CHECKF(both == all, "fetched %s, expected %s", show(both).c_str(), show(all).c_str());
-    FUZZ_CHECKF(only_udp == udp, "UDP fetch %s, expected %s", show(only_udp).c_str(), show(udp).c_str());
+    FUZZ_CHECKF(both == all && only_udp == udp, "fetched %s, UDP %s; expected %s, UDP %s", show(both).c_str(),
+                show(only_udp).c_str(), show(all).c_str(), show(udp).c_str());
     return 0;
 }

@@ -31,13 +31,10 @@ std::string format(const char *fmt, ...) {
 }
 
 std::string cut(std::string_view s, size_t capacity) {
-    s = s.substr(0, std::min(s.size(), s.find('\0')));
-    return std::string(s.substr(0, std::min(s.size(), capacity - 1)));
+    return std::string(s.substr(0, std::min(s.find('\0'), capacity - 1)));
 }
 
-namespace {
-std::string g_root;
-}  // namespace
+static std::string g_root;  // made on first use
 
 std::string under_root(std::string_view rel) {
     if (g_root.empty()) {
@@ -60,8 +57,8 @@ std::string under_root(std::string_view rel) {
 void write_file(std::string_view rel, std::string_view content, bool missing_if_empty) {
     const std::string path = under_root(rel);
     std::remove(path.c_str());  // a new file: rewriting one in place makes the file system flush it
-    if (content.empty() && missing_if_empty) return;
     std::filesystem::create_directories(path.substr(0, path.rfind('/')));
+    if (content.empty() && missing_if_empty) return;
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(content.data(), static_cast<std::streamsize>(content.size()));
     out.close();
@@ -114,14 +111,9 @@ std::string describe(const std::vector<Port> &ports) {
 }
 
 bool model_port_check(std::string_view text) {
-    if (text.empty()) return false;
-    uint32_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        value = value * 10 + static_cast<uint32_t>(c - '0');
-        if (value > 65535) return false;
-    }
-    return true;
+    const std::string_view digits = text.substr(std::min(text.find_first_not_of('0'), text.size()));
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos && digits.size() <= 5 &&
+           (digits.empty() || std::stoul(std::string(digits)) <= 65535);
 }
 
 int model_protocol(const std::optional<std::string> &text) {
@@ -168,18 +160,15 @@ std::vector<IniLine> ini_lines(std::string_view text) {
         text.remove_prefix(line.text.size());
         const std::string t = trim(line.text);
         const size_t eq = line.text.find('=');
-        if (t.empty()) {
-            line.kind = Ini::kBlank;
-        } else if (t[0] == '#' || t[0] == ';') {
-            line.kind = Ini::kComment;
-        } else if (t.size() >= 2 && t.front() == '[' && t.back() == ']') {
-            line.kind = Ini::kSection;
-            line.name = trim(t.substr(1, t.size() - 2));
-        } else if (eq != std::string::npos) {
-            line.kind = Ini::kKey;
-            line.name = trim(line.text.substr(0, eq));
-            line.value = ini_value(line.text.substr(eq + 1));
-        }
+        const bool section = t.size() >= 2 && t.front() == '[' && t.back() == ']';
+        line.kind = t.empty()                    ? Ini::kBlank
+                    : t[0] == '#' || t[0] == ';' ? Ini::kComment
+                    : section                    ? Ini::kSection
+                    : eq != std::string::npos    ? Ini::kKey
+                                                 : Ini::kOther;
+        if (section) line.name = trim(t.substr(1, t.size() - 2));
+        if (line.kind == Ini::kKey) line.name = trim(line.text.substr(0, eq));
+        if (line.kind == Ini::kKey) line.value = ini_value(line.text.substr(eq + 1));
         out.push_back(std::move(line));
     }
     return out;
@@ -198,11 +187,9 @@ std::vector<IniSection> ini_sections(const std::vector<IniLine> &lines) {
 
 void check_section_reader(const std::string &path, const std::vector<IniSection> &model) {
     std::vector<const IniSection *> first;
-    for (const IniSection &s : model) {
-        bool seen = s.top;
-        for (const IniSection *f : first) seen = seen || f->name == s.name;
-        if (!seen) first.push_back(&s);
-    }
+    for (const IniSection &s : model)
+        if (!s.top && std::none_of(first.begin(), first.end(), [&](const IniSection *f) { return f->name == s.name; }))
+            first.push_back(&s);
     KVLIB_SZLIST *names = KVLIBCSzListAlloc(128);
     const int count = KVLIBCFileEnumSection(path.c_str(), &names);
     FUZZ_CHECKF(count == static_cast<int>(first.size()) && names->nItem == count, "%d sections listed, model %zu",

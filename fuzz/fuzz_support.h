@@ -41,11 +41,8 @@ std::string cut(std::string_view s, size_t capacity);
 // `rel` (an absolute system path) under a temporary directory made once per process and removed
 // at exit; KOVA_ROOT points at it and KOVA_LOG_FILE is unset (log lines go to the system log only).
 std::string under_root(std::string_view rel);
-// Writes a new file under the root, creating its directories; with `missing_if_empty` an empty
-// content leaves no file.
+// Writes a new file under the root, in new directories if needed (none if empty and `missing_if_empty`).
 void write_file(std::string_view rel, std::string_view content, bool missing_if_empty = false);
-
-// ---- the port list syntax ------------------------------------------------------------------
 
 bool is_space(char c);  // as the platform trims
 // Not empty, and nothing but ASCII letters, digits and the characters of `extra`.
@@ -74,8 +71,6 @@ struct Span {
     bool operator==(const Span &) const = default;
 };
 std::vector<Span> normalize_spans(std::vector<Span> spans);  // sorted, merged where they overlap or touch
-
-// ---- the sectioned file syntax -------------------------------------------------------------
 
 // "[name]" starts a section, "key = value" sets a key (both trimmed, one pair of quotes around
 // the value dropped), blank lines and lines starting with "#" or ";" are comments.
