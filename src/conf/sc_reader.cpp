@@ -16,37 +16,7 @@ namespace kova::conf {
 
 namespace {
 
-constexpr size_t kNone = static_cast<size_t>(-1);
-
-// The names seen so far, by position: searched in place while they are few, through a hash
-// once there are many, so that a file of many sections or a section of many keys reads in
-// linear time without a hash for every small one.
-class SeenNames {
-public:
-    void clear() {
-        names_.clear();
-        hash_.clear();
-    }
-    // The position of `name` when it was seen; else adds it and returns kNone.
-    size_t find_or_add(std::string_view name) {
-        if (names_.size() < kLinear) {
-            for (size_t i = 0; i < names_.size(); ++i)
-                if (names_[i] == name) return i;
-        } else {
-            if (hash_.empty())
-                for (size_t i = 0; i < names_.size(); ++i) hash_.emplace(names_[i], i);
-            const auto [it, added] = hash_.try_emplace(name, names_.size());
-            if (!added) return it->second;
-        }
-        names_.push_back(name);
-        return kNone;
-    }
-
-private:
-    static constexpr size_t kLinear = 16;
-    std::vector<std::string_view> names_;
-    std::unordered_map<std::string_view, size_t> hash_;
-};
+constexpr size_t kNone = SeenNames::kNone;
 
 // A text as the platform's C-string containers keep it: up to the first NUL byte.
 std::string_view c_text(std::string_view s) {
@@ -70,9 +40,12 @@ public:
             text[static_cast<size_t>(piece.data() - text) + piece.size()] = '\0';
             return piece.data();
         };
-        SeenNames sections;
-        SeenNames keys;       // C-text names of the current section's keys
-        SeenNames full_keys;  // their full names (NUL bytes included), as the platform counts them
+        SeenNames &sections = file.seen_sections_;
+        SeenNames &keys = file.seen_keys_;            // C-text names of the current section's keys
+        SeenNames &full_keys = file.seen_full_keys_;  // their full names (NUL bytes included)
+        sections.clear();
+        keys.clear();
+        full_keys.clear();
         ScSection *current = nullptr;
         kova::ini::for_each_line(std::string_view(text, size), [&](const kova::ini::Line &line) {
             if (line.kind == kova::ini::Kind::kSection) {
@@ -134,6 +107,26 @@ size_t read_regular_file(const char *path, TextBuffer &text) {
 }
 
 }  // namespace
+
+void SeenNames::clear() {
+    names_.clear();
+    // Clearing a map sweeps all its buckets, even when it holds nothing.
+    if (!hash_.empty()) hash_.clear();
+}
+
+size_t SeenNames::find_or_add(std::string_view name) {
+    if (names_.size() < kLinear) {
+        for (size_t i = 0; i < names_.size(); ++i)
+            if (names_[i] == name) return i;
+    } else {
+        if (hash_.empty())
+            for (size_t i = 0; i < names_.size(); ++i) hash_.emplace(names_[i], i);
+        const auto [it, added] = hash_.try_emplace(name, names_.size());
+        if (!added) return it->second;
+    }
+    names_.push_back(name);
+    return kNone;
+}
 
 void TextBuffer::reserve(size_t size) {
     if (size + 1 <= capacity) return;

@@ -34,6 +34,22 @@ struct TextBuffer {
     void reserve(size_t size);
 };
 
+// The names seen so far, by position: searched in place while they are few, through a hash
+// once there are many, so that a file of many sections or a section of many keys reads in
+// linear time without a hash for every small one. Cleared, it keeps its storage.
+class SeenNames {
+public:
+    static constexpr size_t kNone = static_cast<size_t>(-1);
+    void clear();
+    // The position of `name` when it was seen; else adds it and returns kNone.
+    size_t find_or_add(std::string_view name);
+
+private:
+    static constexpr size_t kLinear = 16;
+    std::vector<std::string_view> names_;
+    std::unordered_map<std::string_view, size_t> hash_;
+};
+
 struct ScKey {
     std::string_view name;  // up to its first NUL byte
     const char *value;      // terminated
@@ -81,6 +97,10 @@ private:
     std::vector<ScSection> sections_;
     std::vector<ScKey> keys_;
     mutable size_t next_find_ = 0;
+    // The parser's scratch, kept for the next file read into this one.
+    SeenNames seen_sections_;
+    SeenNames seen_keys_;
+    SeenNames seen_full_keys_;
 };
 
 // Parses text already in memory.

@@ -116,7 +116,33 @@ bool row_ports(const KOVA_FW_SERVICE_ENTRY &row, const KOVA_FW_PORT_SPEC &spec, 
     return ret > 0 || (list != nullptr && list->nItem > 0);
 }
 
-void add_table_rows(Builder &catalogue, const std::string &defaults) {
+// The support test: whether the key's value in the defaults file is "yes", as
+// KVLIBCFileCheckKeyValue answers it, the file read once per enumeration however many rows and
+// files name a key.
+class SupportKeys {
+public:
+    explicit SupportKeys(const std::string &defaults) : defaults_(defaults) {}
+
+    int yes(const char *key) {
+        if (!read_) {
+            read_ = true;
+            if (kova::Result<kova::conf::KeyValueFile> file = kova::conf::read_key_value_file(defaults_.c_str()); file)
+                file_ = std::move(*file);
+        }
+        if (!file_) return 0;
+        const std::string_view *value = file_->value(key);
+        return value != nullptr && *value == "yes" ? 1 : 0;
+    }
+    // A .sc file without a key of its own is supported.
+    int supported(const char *key) { return *key == '\0' ? 1 : yes(key); }
+
+private:
+    const std::string &defaults_;
+    bool read_ = false;
+    std::optional<kova::conf::KeyValueFile> file_;  // none when it cannot be read
+};
+
+void add_table_rows(Builder &catalogue, SupportKeys &support) {
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
         kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {
@@ -124,9 +150,7 @@ void add_table_rows(Builder &catalogue, const std::string &defaults) {
             continue;
         }
         kova::copy_field(record->name, row->name);
-        record->supported = row->supportKey == nullptr
-                                ? row->defaultSupported
-                                : KVLIBCFileCheckKeyValue(defaults.c_str(), row->supportKey, "yes", 0);
+        record->supported = row->supportKey == nullptr ? row->defaultSupported : support.yes(row->supportKey);
         record->portForward = row->portForward;
         copy_string_key(record->title, row->title);
         copy_string_key(record->desc, row->desc);
@@ -140,36 +164,11 @@ void add_table_rows(Builder &catalogue, const std::string &defaults) {
     }
 }
 
-// The support test of .sc files: whether the key's value in the defaults file is "yes", as
-// KVLIBCFileCheckKeyValue answers it, the file read once per enumeration however many files
-// name a key of their own.
-class SupportKeys {
-public:
-    explicit SupportKeys(const std::string &defaults) : defaults_(defaults) {}
-
-    int supported(const char *key) {
-        if (*key == '\0') return 1;
-        if (!read_) {
-            read_ = true;
-            if (kova::Result<kova::conf::KeyValueFile> file = kova::conf::read_key_value_file(defaults_.c_str()); file)
-                file_ = std::move(*file);
-        }
-        if (!file_) return 0;
-        const std::string_view *value = file_->value(key);
-        return value != nullptr && *value == "yes" ? 1 : 0;
-    }
-
-private:
-    const std::string &defaults_;
-    bool read_ = false;
-    std::optional<kova::conf::KeyValueFile> file_;  // none when it cannot be read
-};
-
 // The records of the .sc sections, made as each file is read, in the order the catalogue lists
 // them: system files before package files, files by name, sections in file order.
 class ScRecords final : kova::conf::FileVisitor, kova::conf::SectionVisitor {
 public:
-    explicit ScRecords(const std::string &defaults) : support_(defaults) {}
+    explicit ScRecords(SupportKeys &support) : support_(support) {}
     ScRecords(const ScRecords &) = delete;
     ScRecords &operator=(const ScRecords &) = delete;
     ~ScRecords() { kova::FwServicePtr owned(head_); }
@@ -231,7 +230,7 @@ private:
                  KOVA_ERRARGS);
     }
 
-    SupportKeys support_;
+    SupportKeys &support_;
     kova::conf::ScFile scratch_;
     kova::conf::SectionFields fields_;
     KOVA_FW_SERVICE *head_ = nullptr;
@@ -246,9 +245,10 @@ namespace kova::fw {
 Result<Catalogue> build_catalogue() noexcept {
     try {
         const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
+        SupportKeys support(defaults);
         Builder builtin;
-        add_table_rows(builtin, defaults);
-        ScRecords sc(defaults);
+        add_table_rows(builtin, support);
+        ScRecords sc(support);
         sc.read_all();
         const int count = builtin.count() + sc.count();
         return Catalogue{FwServicePtr(sc.release(builtin.release())), count};

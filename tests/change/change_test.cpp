@@ -26,18 +26,15 @@ protected:
 
 TEST_F(InstallTest, InstallFailures) {
     const std::string missing = path("/pkg/missing.sc"), sub = path("/pkg/dir.sc");
-    EXPECT_EQ(KOVAServiceConfInstall(missing.c_str(), 2), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0700u);
+    EXPECT_EQ(outcome(KOVAServiceConfInstall(missing.c_str(), 2)), "-1 0x0700");
     write("/pkg/bad.sc", "[svc]\ntitle=t\n");  // the check fails; the install goes on
     EXPECT_EQ(KOVAServiceConfInstall(path("/pkg/bad.sc").c_str(), 2), 0);
     EXPECT_TRUE(exists("/usr/local/etc/services.d/bad.sc"));
     fs::remove_all(path("/usr/local/etc"));
     write("/usr/local/etc", "not a directory");
-    EXPECT_EQ(KOVAServiceConfInstall(src.c_str(), 2), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x3C00u);
+    EXPECT_EQ(outcome(KOVAServiceConfInstall(src.c_str(), 2)), "-1 0x3C00");
     mkdir("/pkg/dir.sc");
-    EXPECT_EQ(KOVAServiceConfInstall(sub.c_str(), 1), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x3B00u);
+    EXPECT_EQ(outcome(KOVAServiceConfInstall(sub.c_str(), 1)), "-1 0x3B00");
     EXPECT_EQ(log_of("utils.cpp"),
               (Lines{"utils.cpp:N Source configure file does not exist (" + missing +
                          ")[0x0700 service_conf_file_verify.cpp:N]",
@@ -57,14 +54,12 @@ TEST_F(InstallTest, HostileNamesAreRefused) {
         EXPECT_EQ(KOVAServiceConfRemoveBaseName(name, 2), -1);
         const auto req = request(1, 0, 3, 0x07, name, "", 2);
         poison_error();
-        EXPECT_EQ(KOVAServiceConfRemove(&req), -1);
-        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+        EXPECT_EQ(outcome(KOVAServiceConfRemove(&req)), "-1 0x0D00");
     }
     EXPECT_EQ(KOVAServiceConfInstall("/", 2), -1);
     for (const char *source : {"--version", "-x/svc.sc"}) {
         poison_error();
-        EXPECT_EQ(KOVAServiceConfInstall(source, 2), -1);
-        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+        EXPECT_EQ(outcome(KOVAServiceConfInstall(source, 2)), "-1 0x0D00");
     }
     write("/pkg/line\nbreak.sc", sc("svc", "61001/tcp"));
     EXPECT_EQ(KOVAServiceConfInstallBaseName("svc.sc", path("/pkg/line\nbreak.sc").c_str(), 2, nullptr), -1);
@@ -124,16 +119,14 @@ TEST_F(InstallTest, RemoveSendsTheContentAsTheScopeSays) {
 TEST_F(InstallTest, RemoveRequestsAndFailures) {
     for (const auto &bad : {request(2, 0x10, 3, 7, "svc.sc", "", 2), request(1, 1, 3, 3, "svc.sc", "", 2)}) {
         poison_error();
-        EXPECT_EQ(KOVAServiceConfRemove(&bad), -1);
-        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+        EXPECT_EQ(outcome(KOVAServiceConfRemove(&bad)), "-1 0x0D00");
     }
     write("/outside/victim", "precious\n");
     symlink(path("/outside/victim"), "/tmp/servicetool.remove.svc.sc." + std::to_string(::getpid()));
     EXPECT_EQ(KOVAServiceConfRemoveBaseName("svc.sc", 2 | 4), 0);
     EXPECT_EQ(read("/outside/victim"), "precious\n");
     EXPECT_EQ(events().at(0).second.at("PORT_CONFIG_CONTENT"), sc("svc", "61000/tcp"));
-    EXPECT_EQ(KVLIBServiceConfRemoveBaseName("svc.sc", 2), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0700u);
+    EXPECT_EQ(outcome(KVLIBServiceConfRemoveBaseName("svc.sc", 2)), "-1 0x0700");
     mkdir("/usr/local/etc/services.d/dir.sc");  // a directory cannot be unlinked
     poison_error();
     EXPECT_EQ(KVLIBServiceConfRemoveBaseName("dir.sc", 2), -1);
@@ -222,16 +215,14 @@ TEST_F(SectionRemoveTest, BadRequestsAndAFailedBackupChangeNothing) {
     for (const auto &bad : {request(2, 0x10, 3, 5, "app.sc", "app", 2), request(1, 0, 3, 1, "app.sc", "app", 2),
                             request(1, 0, 3, 5, "app.sc", "", 2), request(1, 0, 3, 5, "../x/app.sc", "app", 2)}) {
         poison_error();
-        EXPECT_EQ(KVLIBServiceConfSectionRemove(&bad), -1);
-        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+        EXPECT_EQ(outcome(KVLIBServiceConfSectionRemove(&bad)), "-1 0x0D00");
     }
     EXPECT_EQ(KVLIBServiceConfServRestart(32), -1);
     // The package tree is copied, then firewall.d (a FIFO) fails: no copy stays.
     fs::remove_all(path("/usr/kova/etc/firewall.d"));
     ASSERT_EQ(::mkfifo(path("/usr/kova/etc/firewall.d").c_str(), 0600), 0);
     const auto req = request(1, 0, 3, 0x07, "app.sc", "app", 2);
-    EXPECT_EQ(KVLIBServiceConfSectionRemove(&req), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0600u);
+    EXPECT_EQ(outcome(KVLIBServiceConfSectionRemove(&req)), "-1 0x0600");
     EXPECT_EQ(log_normalized(), (Lines{"service_conf_common.cpp:N Source path is not valid (src path: " +
                                            path("/usr/kova/etc/firewall.d") + ")[0x0600 service_conf_common.cpp:N]",
                                        section_log + "Backup configure fail![0x0600 service_conf_common.cpp:N]"}));
@@ -328,8 +319,7 @@ TEST_F(EditTest, ConflictsLineBreaksAndBadRequestsChangeNothing) {
     dst = port(1, KOVA_PROTO_TCP, 61001);
     clear_log();
     SET(section.title.text, "T\nport_forward=yes");
-    EXPECT_EQ(KVLIBServiceConfSectionSet(&req, &section), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_EQ(outcome(KVLIBServiceConfSectionSet(&req, &section)), "-1 0x0D00");
     EXPECT_EQ(
         log_of("service_conf_section_set.cpp")[0],
         "service_conf_section_set.cpp:N Failed to write section(app) into " + app + "[0x0D00 section_write.cpp:N]");
@@ -344,8 +334,7 @@ TEST_F(EditTest, ConflictsLineBreaksAndBadRequestsChangeNothing) {
           request(1, 32, 1, 4, "app.sc", "app", 2), request(1, 1, 4, 4, "app.sc", "app", 2),
           request(1, 1, 1, 32, "app.sc", "app", 2), request(1, 1, 1, 4, "../local/app.sc", "app", 2)}) {
         poison_error();
-        EXPECT_EQ(KVLIBServiceConfPortsSet(&bad, &dst), -1);
-        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+        EXPECT_EQ(outcome(KVLIBServiceConfPortsSet(&bad, &dst)), "-1 0x0D00");
     }
     EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "app.sc", "app\rx", &dst), -1);
     auto too_big = port(1, KOVA_PROTO_TCP, 61001, 70000), after = port(1, KOVA_PROTO_TCP, 70000, 0, nullptr);
@@ -355,8 +344,7 @@ TEST_F(EditTest, ConflictsLineBreaksAndBadRequestsChangeNothing) {
         poison_error();
         EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "app.sc", "app", ports), -1);
         EXPECT_EQ(KVLIBServiceConfPortsSet(&req, ports), -1);
-        EXPECT_EQ(KVLIBServiceConfSectionSet(&req, &section), -1);
-        EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+        EXPECT_EQ(outcome(KVLIBServiceConfSectionSet(&req, &section)), "-1 0x0D00");
     }
     EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "-app.sc", "app", &dst), -1);
     EXPECT_FALSE(exists("/usr/local/etc/services.d/fresh.sc"));
@@ -397,8 +385,7 @@ TEST_F(EditTest, SectionPortSetWritesWithoutCheckAndReloads) {
     many[83].next = nullptr;
     EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "app.sc", "app", many.data()), 0);
     EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "none.sc", "app", &dst), -1);
-    EXPECT_EQ(KOVAServiceConfSectionPortSet(2, "../services.d/app.sc", "app", &dst), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_EQ(outcome(KOVAServiceConfSectionPortSet(2, "../services.d/app.sc", "app", &dst)), "-1 0x0D00");
     EXPECT_EQ(log_normalized(),
               Lines{"service_conf_section_port_set.cpp:N Service conf does not exist, kovaerr=[0x0700 "
                     "service_conf_file_verify.cpp:N]"});

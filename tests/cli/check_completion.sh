@@ -32,6 +32,4 @@ expect "svc-a svc-b" kova-svc --root = "$root" show svc-
 expect "svc-a svc-b" kova-svc set-ports --root = "$root" pkg.sc ""
 HOME=$(dirname "$root") expect "pkg.sc" kova-svc --root "~/$(basename "$root")" remove ""
 expect "pkg.sc" kova-svc --root "$root" remove ""
-expect "svc-a svc-b" kova-svc --root "$root" set-ports pkg.sc ""
-expect "svc-a svc-b" kova-svc --root "$root" show svc-
 echo "completion ok"

@@ -6,6 +6,7 @@ Environment: KOVA_SVC (the tool), KOVA_SOURCE_DIR (the checkout), KOVA_TEST_TMPD
 sandbox roots go).
 """
 import html.parser
+import itertools
 import json
 import os
 import pty
@@ -68,14 +69,9 @@ class Sandbox(unittest.TestCase):
                               preexec_fn=pre, timeout=120)
         return Run(proc)
 
-    def free_ports(self, n):
-        """Ports of 41001 and up that nothing declares, reserves or (on a live root) holds."""
-        ports, p = [], 41001
-        while len(ports) < n:
-            if self.svc("check", "%d/tcp" % p).status == 0:
-                ports.append(p)
-            p += 1
-        return ports
+    def free_port(self):
+        """The first port of 41001 and up that nothing declares, reserves or (on a live root) holds."""
+        return next(p for p in itertools.count(41001) if self.svc("check", "%d/tcp" % p).status == 0)
 
     def sc(self, name, section, ports):
         return self.write("scratch/" + name, "[%s]\ntitle=T\ndesc=D\ndst.ports=%s\n" % (section, ports))
@@ -88,9 +84,9 @@ class Sandbox(unittest.TestCase):
             self.assertIn(w, line)
 
 
-def holders(doc, source=None):
+def holders(doc):
     return [(h["source"], h["name"], h["ports"][0]["first"], h["ports"][0]["last"], tuple(h["protocols"]))
-            for h in doc["holders"] if source is None or h["source"] == source]
+            for h in doc["holders"]]
 
 
 class Catalogue(Sandbox):
@@ -239,7 +235,7 @@ class Changes(Sandbox):
     def test_failed_follow_ups_are_warnings_and_reach_the_users_log(self):
         self.live(firewall="exit 1")
         log = self.path("user.log")
-        r = self.svc("set-ports", "media_server.sc", "media_server", "%d/tcp" % self.free_ports(1)[0], "--json",
+        r = self.svc("set-ports", "media_server.sc", "media_server", "%d/tcp" % self.free_port(), "--json",
                      env={"KOVA_LOG_FILE": log})
         self.assertEqual(r.status, 0, r.err)
         self.assertTrue(r.json()["changed"])

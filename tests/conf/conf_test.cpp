@@ -73,32 +73,30 @@ TEST_F(ConfGetTest, SectionFailuresEachLogTheirLine) {
     EXPECT_EQ(section_names(list), (Strings{"ok", "bad name"}));
     EXPECT_EQ(log_normalized().back(), no_section("service_conf_section_get", "missing", 0, kPoison));
     EXPECT_EQ(KOVAServiceConfSectionGet(nullptr, "ok", &list) + KOVAServiceConfSectionGet("/x", nullptr, &list), -2);
-    EXPECT_EQ(KOVAServiceConfGet(nullptr, &confs_) + KOVAServiceConfGet("/x", nullptr), -2);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_EQ(outcome(KOVAServiceConfGet(nullptr, &confs_) + KOVAServiceConfGet("/x", nullptr)), "-2 0x0D00");
     KOVAServiceConfSectionFree(list);
 }
 
 TEST_F(ConfGetTest, EnumerationAndFileVerify) {
     poison_error();
-    EXPECT_EQ(KOVAServiceConfEnum(&confs_, KOVA_CONF_LOCATION_SYSTEM), 0);  // no directory
-    EXPECT_EQ(KVLIBCErrGet(), 0x2A00u);
+    EXPECT_EQ(outcome(KOVAServiceConfEnum(&confs_, KOVA_CONF_LOCATION_SYSTEM)), "0 0x2A00");  // no directory
     for (const char *name : {"b.sc", "a.sc"}) write("/usr/kova/etc/services.d/"s + name, sc_section(name));
     for (const char *name : {"p.sc", "B.sc", ".hidden", "notes.txt"}) write(kPkgDir + name, sc_section(name));
     EXPECT_EQ(KOVAServiceConfEnum(&confs_, 3), 6);  // package files, then system files; no name filter
     EXPECT_EQ(first_sections(), (Strings{"p.sc", "notes.txt", "B.sc", ".hidden", "b.sc", "a.sc"}));
-    EXPECT_EQ(KOVAServiceConfEnum(&confs_, 0) + KOVAServiceConfEnum(&confs_, 4) + KOVAServiceConfEnum(nullptr, 3), -3);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_EQ(
+        outcome(KOVAServiceConfEnum(&confs_, 0) + KOVAServiceConfEnum(&confs_, 4) + KOVAServiceConfEnum(nullptr, 3)),
+        "-3 0x0D00");
 
     write("/tmp/x/foo.sc", "");
     const std::string src = path("/tmp/x/foo.sc"), target = path("/usr/local/etc/services.d");
     EXPECT_EQ(KOVAServiceConfFileVerify(src.c_str(), target.c_str()), 0);
     write(kPkgDir + "foo.sc", "");
-    EXPECT_EQ(KOVAServiceConfFileVerify(src.c_str(), target.c_str()), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0xC000u);
-    EXPECT_EQ(KOVAServiceConfFileVerify(path("/tmp/x/bar.sc").c_str(), target.c_str()), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0700u);
-    EXPECT_EQ(KOVAServiceConfFileVerify(nullptr, target.c_str()) + KOVAServiceConfFileVerify(src.c_str(), nullptr), -2);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_EQ(outcome(KOVAServiceConfFileVerify(src.c_str(), target.c_str())), "-1 0xC000");
+    EXPECT_EQ(outcome(KOVAServiceConfFileVerify(path("/tmp/x/bar.sc").c_str(), target.c_str())), "-1 0x0700");
+    EXPECT_EQ(
+        outcome(KOVAServiceConfFileVerify(nullptr, target.c_str()) + KOVAServiceConfFileVerify(src.c_str(), nullptr)),
+        "-2 0x0D00");
 }
 
 // .sc files as authors get them wrong: odd files in the directory, raw bytes and their lines, a

@@ -85,10 +85,4 @@ protected:
     void expect_robust(const std::string &name, const Case &c) { kova::fault::expect_robust(name, c, GetParam()); }
 };
 
-#define KOVA_FAULT_MODES(suite)                                                                       \
-    INSTANTIATE_TEST_SUITE_P(Modes, suite, ::testing::Values(Mode::kOnce, Mode::kSticky),             \
-                             [](const ::testing::TestParamInfo<Mode> &info) {                         \
-                                 return std::string(info.param == Mode::kSticky ? "Sticky" : "Once"); \
-                             })
-
 }  // namespace kova::fault

@@ -9,6 +9,7 @@
 namespace {
 
 using kova::test::Lines;
+using kova::test::outcome;
 using kova::test::RootTest;
 
 class ProtocolTest : public RootTest {};
@@ -48,12 +49,10 @@ TEST_F(ProtocolTest, ToUPortLogsOnlyWhenNoNumberLeads) {
 
 TEST_F(ProtocolTest, TableAccessorsLeaveOutputsAloneOnFailure) {
     int type = 77;
-    EXPECT_EQ(KVLIBServiceProtoIndexGet(2, &type), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_EQ(outcome(KVLIBServiceProtoIndexGet(2, &type)), "-1 0x0D00");
     EXPECT_EQ(type, 77);
     char buf[8] = "xxxxxxx";
-    EXPECT_EQ(KVLIBServiceProtoStrGet(1, buf, 3), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0xBF00u);
+    EXPECT_EQ(outcome(KVLIBServiceProtoStrGet(1, buf, 3)), "-1 0xBF00");
     EXPECT_EQ(buf[0], 'x');
     EXPECT_EQ(log_normalized(),
               Lines{"service_conf_common.cpp:N input array too small[0xBF00 service_conf_common.cpp:N]"});
@@ -69,8 +68,7 @@ TEST_F(ProtocolTest, InstallPathIsResolvedUnderRootAndCut) {
     ASSERT_EQ(GetInstallPath("foo.sc", 1, small, sizeof small), 0);
     EXPECT_EQ(std::string(small), (root() + "/usr/kova").substr(0, 9));
     std::strcpy(buf, "keep");
-    EXPECT_EQ(GetInstallPath("foo.sc", 3, buf, sizeof buf), -1);
-    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_EQ(outcome(GetInstallPath("foo.sc", 3, buf, sizeof buf)), "-1 0x0D00");
     EXPECT_STREQ(buf, "keep");
 }
 

@@ -136,7 +136,6 @@ TEST_F(PortRangeTest, EdgesTextsAndFailureLines) {
 constexpr uint32_t kBoth = KOVA_PROTO_BOTH;
 constexpr int kRules = KOVA_PORT_CHECK_PORT_FORWARD, kServices = KOVA_PORT_CHECK_SERVICES,
               kReserved = KOVA_PORT_CHECK_RESERVED, kInUse = KOVA_PORT_CHECK_IN_USE, kListen = 0x0A;
-constexpr unsigned kBad = KOVA_ERR_BAD_PARAMETER;
 const std::string kMe = "service_is_port_conflict.cpp:N ";
 
 // type, protocol, beginPort, endPort of a conflict list entry: as the text comparison adds it
@@ -224,15 +223,13 @@ TEST_F(PortConflictTest, TextComparisonAndInvalidArguments) {
     EXPECT_EQ(mine(), Lines{kMe + "begin port 10 larger than end port 5![0xEEEE poison:7]"});
     EXPECT_EQ(KVLIBCErrGet(), 0xEEEEu);
     // Refused arguments: code 0x0D00, no line.
-    EXPECT_EQ(PortsConflictWithText(nullptr, "1", &list), -1);
-    EXPECT_EQ(KVLIBCErrGet(), kBad);
+    EXPECT_EQ(outcome(PortsConflictWithText(nullptr, "1", &list)), "-1 0x0D00");
     EXPECT_EQ(mine().size(), 1u);
     clear_log();
     for (int rc :
          {check("", "80", "tcp", 0), check("", "80", "tcp", 32), check(nullptr, "80", "tcp", 1),
           check("", nullptr, "tcp", 1), check("", "80", nullptr, 1), KVLIBIsPortConflict("", "80", "tcp", 1, nullptr)})
-        EXPECT_EQ(rc, -1);
-    EXPECT_EQ(KVLIBCErrGet(), kBad);
+        EXPECT_EQ(outcome(rc), "-1 0x0D00");
     EXPECT_EQ(mine(), Lines(6, kMe + "Invalid Argument!!"));
     // ("412" as a whole item is never free: the port texts fuzz harness's model.)
 }
@@ -285,15 +282,16 @@ TEST_F(PortConflictTest, RuleAndReservedPortFailures) {
 
 TEST_F(PortConflictTest, PortsInUse) {
     services({{"mysvc", "8080,8443/tcp"}, {"other", "7000:7010/udp"}});
-    sockets("tcp", {{8080, kListen}, {8443, kListen}, {9090, 0x01}});
+    sockets("tcp", {{8080, kListen}, {8443, kListen}});
     sockets("udp6", {{5353, 0x07}, {7005, 0x07}, {8080, 0x07}});
-    // clang-format off
-    for (auto [skip, ports, protocol, want] : {
-             std::tuple{"", "8080", "tcp", 1}, {"", "9090", "tcp", 0}, {"", "8100:8000", "TCP", 1}, {"", "5353", "tcp", 0},
-             {"", "5353", "udp", 1}, {"", "80 5353", "tcp,udp", 1}, {"", "8080", "icmp", 0}, {"", "0:10", "tcp", 0},
-             {"", "8080,0", "tcp", 1}, {"mysvc", "8000:9000", "tcp", 0}, {"other", "8080", "tcp", 1},
-             {"mysvc", "8080", "udp", 1}, {"other", "7000:7100", "udp", 0}, {"mysvc,other", "7005,8443", "tcp,udp", 0}})
-        // clang-format on
+    // Which sockets count for which port texts and protocols is the settings fuzz harness's model;
+    // here the skip list, which names catalogue services, and the IPv6 UDP table.
+    for (auto [skip, ports, protocol, want] : {std::tuple{"", "5353", "udp", 1},
+                                               {"mysvc", "8000:9000", "tcp", 0},
+                                               {"other", "8080", "tcp", 1},
+                                               {"mysvc", "8080", "udp", 1},
+                                               {"other", "7000:7100", "udp", 0},
+                                               {"mysvc,other", "7005,8443", "tcp,udp", 0}})
         EXPECT_EQ(check(skip, ports, protocol, kInUse), want) << skip << "/" << ports << "/" << protocol;
     EXPECT_EQ(list, nullptr);  // this source names no port
     EXPECT_TRUE(mine().empty());
@@ -306,8 +304,7 @@ TEST_F(PortConflictTest, PortsInUse) {
     ASSERT_EQ(std::remove(path("/proc/net/tcp6").c_str()), 0);  // a table that cannot be read: nothing in use
     EXPECT_EQ(check("", "8080", "tcp", kInUse), 0);
     // Read once: a later item leaves the tables' error, also after a range outside the port space.
-    EXPECT_EQ(check("", "8080,70000,8081", "tcp", kInUse), 0);
-    EXPECT_EQ(KVLIBCErrGet(), unsigned{KOVA_ERR_FILE_OPEN});
+    EXPECT_EQ(outcome(check("", "8080,70000,8081", "tcp", kInUse)), "0 0x0900");
 }
 
 TEST_F(PortConflictTest, SourcesRunInOrderAndTheFirstThreeToTheirEnd) {

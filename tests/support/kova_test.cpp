@@ -108,6 +108,12 @@ std::string normalize(const std::string &line) {
     return std::regex_replace(line, place, "$1:N");
 }
 
+std::string outcome(int rc) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%d 0x%04X", rc, KVLIBCErrGet());
+    return text;
+}
+
 Lines items(const KVLIB_SZLIST *list) {
     if (list == nullptr) return {"no list"};
     Lines out;

@@ -52,6 +52,8 @@ private:
 
 // "module.cpp:123" -> "module.cpp:N" everywhere in the text.
 std::string normalize(const std::string &line);
+// "<rc> 0x<code>": a result and the error state the call left, to compare both at once.
+std::string outcome(int rc);
 // The items of a string list; {"no list"} for none.
 Lines items(const KVLIB_SZLIST *list);
 // One socket table line as the kernel writes it (local address 127.0.0.1 or ::1).

@@ -1,6 +1,7 @@
 #include "holders.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -153,42 +154,52 @@ bool listening(unsigned int protocol, unsigned int state) {
     return (protocol == KOVA_PROTO_TCP && state == 10) || protocol == KOVA_PROTO_UDP;
 }
 
-// Ports of the kernel's socket tables in the runs (TCP: listening), whoever owns them.
-bool ports_in_tables(const HolderQuery &q, unsigned int protocol, std::set<unsigned int> &ports) {
-    for (const auto &run : q.runs) {
-        std::vector<int32_t> found(run.last - run.first + 1, 0);
-        int count = static_cast<int>(found.size());
-        if (KOVANetGetPortUsedInRange(found.data(), &count, static_cast<int>(run.first), static_cast<int>(run.last),
-                                      protocol == KOVA_PROTO_TCP ? 1 : 0) < 0)
-            return false;
-        for (int i = 0; i < count && i < static_cast<int>(found.size()); ++i)
-            if (found[static_cast<size_t>(i)] != 0)
-                ports.insert(static_cast<unsigned int>(found[static_cast<size_t>(i)]));
-    }
-    return true;
+bool in_runs(const HolderQuery &q, unsigned int port) {
+    return std::any_of(q.runs.begin(), q.runs.end(),
+                       [&](const PortRun &r) { return r.first <= port && port <= r.last; });
 }
 
+// The processes' sockets, then the socket tables, each read once for the command (a socket opened
+// in between has no owner here rather than an owner that was not looked at). A socket's owners
+// are listed as the library's runtime inventory lists them; ports in use (TCP: listening) with no
+// owner this user can see are listed without one.
 bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
-    RuntimeResultsPtr inventory(RuntimeServiceListFetch());
-    if (!inventory) return false;
-    std::set<std::pair<unsigned int, unsigned int>> seen;  // port, protocol with a visible owner
-    for (const auto &r : DListRecords<KOVA_RUNTIME_PORT_CONFLICT_RESULT>(inventory.get())) {
-        if ((r.protocol & q.protocols) == 0 || (q.listening_only && !listening(r.protocol, r.state))) continue;
-        Holder like;
-        like.source = HolderSource::InUse;
-        like.protocols = r.protocol;
-        like.pid = r.pid;
-        like.program = r.program != nullptr ? r.program : "";
-        like.state = socket_state(r.protocol, r.state);
-        size_t before = out.size();
-        add(out, q, {r.port, r.port}, like);
-        if (out.size() != before) seen.insert({r.port, r.protocol});
+    SzHashPtr owners(InodeToPidsTableFetch());
+    if (!owners) return false;
+    DListPtr sockets(RawSocketInfoListFetch(KOVA_PROTO_BOTH));
+    if (!sockets) return false;
+    std::map<uint32_t, std::string> programs;
+    std::set<std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>> listed;  // pid, state, port, protocol
+    std::set<std::pair<unsigned int, unsigned int>> seen;                 // port, protocol with a visible owner
+    std::set<unsigned int> unowned[2];                                    // TCP, UDP
+    for (const auto &s : DListRecords<RawSocketInfo>(sockets.get())) {
+        if ((s.protocol & q.protocols) == 0) continue;
+        if ((s.protocol == KOVA_PROTO_UDP || s.state == 10) && in_runs(q, s.port))
+            unowned[s.protocol == KOVA_PROTO_TCP ? 0 : 1].insert(s.port);
+        if (q.listening_only && !listening(s.protocol, s.state)) continue;
+        SzListPtr pids(InodeToPidsGet(owners.get(), s.inode));
+        if (!pids) return false;
+        for (const auto &text : list_items(pids.get())) {
+            const auto pid = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+            if (!listed.insert({pid, s.state, s.port, s.protocol}).second) continue;
+            auto [program, fresh] = programs.try_emplace(pid);
+            if (fresh) {
+                TextPtr command(ProgramCommandFetch(pid));
+                if (command) program->second = command.get();
+            }
+            Holder like;
+            like.source = HolderSource::InUse;
+            like.protocols = s.protocol;
+            like.pid = pid;
+            like.program = program->second;
+            like.state = socket_state(s.protocol, s.state);
+            const size_t before = out.size();
+            add(out, q, {s.port, s.port}, like);
+            if (out.size() != before) seen.insert({s.port, s.protocol});
+        }
     }
     for (unsigned int protocol : {KOVA_PROTO_TCP, KOVA_PROTO_UDP}) {
-        if ((protocol & q.protocols) == 0) continue;
-        std::set<unsigned int> ports;
-        if (!ports_in_tables(q, protocol, ports)) return false;
-        for (unsigned int port : ports) {
+        for (unsigned int port : unowned[protocol == KOVA_PROTO_TCP ? 0 : 1]) {
             if (seen.count({port, protocol}) != 0) continue;
             Holder h;
             h.source = HolderSource::InUse;

@@ -3,6 +3,7 @@
 
 #include <kovaserviceconf.h>
 
+#include <cstdlib>
 #include <memory>
 
 namespace kovasvc {
@@ -23,6 +24,8 @@ using SzListPtr = std::unique_ptr<KVLIB_SZLIST, Release<KVLIBCSzListFree>>;
 using SzHashPtr = std::unique_ptr<KVLIB_SZHASH, Release<KVLIBCSzHashFree>>;
 using ConfResultsPtr = std::unique_ptr<KVLIB_DLIST, Release<KOVAConfPortConflictResultListFree>>;
 using RuntimeResultsPtr = std::unique_ptr<KVLIB_DLIST, Release<KOVARuntimePortConflictResultListFree>>;
+using DListPtr = std::unique_ptr<KVLIB_DLIST, Release<KVLIBCDListFree>>;
+using TextPtr = std::unique_ptr<char, Release<free>>;
 
 // Conflict lists are filled through an out-pointer that must hold null on entry; this keeps the
 // raw head for the call and owns whatever the call left in it.

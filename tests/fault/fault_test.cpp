@@ -1,6 +1,9 @@
 // Allocation failures in the configuration file family (parsing port lists, reading and
-// enumerating .sc files, composing sections and rendering port lists), in the port range family
-// and in the log.
+// enumerating .sc files, composing sections and rendering port lists), the port range family, the
+// log, and the operations that build the whole catalogue: the firewall service enumeration and its
+// port getters, the configured-ports check, the socket table reader and the runtime inventory.
+// (The service-wide check runs under the change matrix, inside every install, update and edit.)
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -12,6 +15,7 @@
 namespace kova::fault {
 namespace {
 
+using kova::test::Lines;
 using kova::test::parts;
 using kova::test::port_texts;
 
@@ -48,10 +52,10 @@ Case prepended(T *&held_ref, T *&list_ref, std::function<int()> op, std::functio
                           });
 }
 
-class ConfFaultTest : public FaultTest {};
-KOVA_FAULT_MODES(ConfFaultTest);
+INSTANTIATE_TEST_SUITE_P(Modes, FaultTest, ::testing::Values(Mode::kOnce, Mode::kSticky),
+                         [](const auto &info) { return std::string(info.param == Mode::kSticky ? "Sticky" : "Once"); });
 
-TEST_P(ConfFaultTest, PortListParseAndRender) {
+TEST_P(FaultTest, PortListParseAndRender) {
     KOVA_SERVICE_CONF_PORT *list = nullptr;
     expect_robust("KOVAServiceConfPortsGet",
                   all_or_nothing([&] { list = nullptr; },
@@ -78,7 +82,7 @@ TEST_P(ConfFaultTest, PortListParseAndRender) {
 }
 
 // One file, and one section and one entry copied: all or nothing, in front of the caller's list.
-TEST_P(ConfFaultTest, ReadOneFileAndCompose) {
+TEST_P(FaultTest, ReadOneFileAndCompose) {
     const std::string web = path("/usr/kova/etc/services.d/web.sc"), pkg = path("/usr/local/etc/services.d/pkg.sc");
     KOVA_SERVICE_CONF *ref = nullptr, *held = nullptr, *list = nullptr;
     ASSERT_EQ(KOVAServiceConfGet(web.c_str(), &ref), 0);
@@ -106,7 +110,7 @@ TEST_P(ConfFaultTest, ReadOneFileAndCompose) {
 
 // Both directories: a file that fails is left out, so the count and the list may shrink, but
 // every record that is there is whole.
-TEST_P(ConfFaultTest, EnumerateBothDirectories) {
+TEST_P(FaultTest, EnumerateBothDirectories) {
     std::map<std::string, std::string> expected;  // first section name -> record
     KOVA_SERVICE_CONF *ref = nullptr;
     ASSERT_EQ(KOVAServiceConfEnum(&ref, 3), 2);
@@ -162,7 +166,7 @@ KVLIB_PORT_RANGE *make_set(const char *text) {
 // Each port range set operation on a target set prepared from a text: the target (and what the operation
 // returned) on success, and on failure the target as it was; the source sets never change.
 // The family never sets the error state itself.
-TEST_P(ConfFaultTest, PortRangeSetOperations) {
+TEST_P(FaultTest, PortRangeSetOperations) {
     KVLIB_PORT_RANGE *first = make_set("1:100,200:300,1000"), *second = make_set("50:60,90:250,999:1001");
     const std::string sources = set_text(first) + set_text(second);
     KVLIB_PORT_RANGE *set = nullptr;
@@ -222,7 +226,7 @@ TEST_P(ConfFaultTest, PortRangeSetOperations) {
 
 // A log line whose allocations fail falls back to a fixed buffer, formats its arguments from the
 // start again and still reaches the log file whole.
-TEST_P(ConfFaultTest, LogLine) {
+TEST_P(FaultTest, LogLine) {
     // Long enough that no text fits a small-string buffer: every step of the line allocates.
     const std::string value(200, 'v');
     expect_robust("log_line", {.call = [&] { kova::log_line("m.cpp", 7, "%s %d %s", value.c_str(), 42, "end"); },
@@ -233,6 +237,138 @@ TEST_P(ConfFaultTest, LogLine) {
                                        clear_log();
                                        return true;
                                    }});
+}
+
+std::string text(const KVLIB_SZLIST *list) {
+    return list == nullptr ? "null" : testing::PrintToString(kova::test::items(list));
+}
+
+std::string fw_text(const KOVA_FW_SERVICE &s) {
+    return std::string(s.name) + " s" + std::to_string(s.supported) + " pf" + std::to_string(s.portForward) + " " +
+           parts(s.title) + " " + parts(s.desc) + " dst" + std::to_string(s.dstProtocol) + ":" + text(s.dstPorts) +
+           " src" + std::to_string(s.srcProtocol) + ":" + text(s.srcPorts);
+}
+
+// Whether `got` is `want` with entries left out or replaced by ones that `lost` accepts, in order.
+bool in_order(const Lines &got, const Lines &want, bool (*lost)(const std::string &)) {
+    auto at = want.begin();
+    for (const std::string &g : got) {
+        const auto found = std::find(at, want.end(), g);
+        if (found == want.end() && !lost(g)) return false;
+        if (found != want.end()) at = found + 1;
+    }
+    return true;
+}
+
+// Rows and sections whose records cannot be made are left out; every record that is listed is
+// whole, and the count is the length of the list. Whatever the out-pointer held is replaced on
+// success and left alone on failure (out of memory outside any row or section).
+TEST_P(FaultTest, FirewallServiceEnum) {
+    std::map<std::string, std::string> expected;
+    KOVA_FW_SERVICE *const kHeld = reinterpret_cast<KOVA_FW_SERVICE *>(0x10);
+    KOVA_FW_SERVICE *list = nullptr;
+    ASSERT_EQ(KOVAFwServiceEnum(&list), 17);
+    for (const KOVA_FW_SERVICE *s = list; s != nullptr; s = s->next) expected[s->name] = fw_text(*s);
+    KOVAFwServiceFree(list);
+    int rc = 0;
+    const auto check = [&](bool injected) {
+        if (rc == -1) {
+            EXPECT_TRUE(injected && list == kHeld && KVLIBCErrGet() == KOVA_ERR_OUT_OF_MEMORY) << list;
+            list = nullptr;
+            return false;
+        }
+        EXPECT_NE(list, kHeld);
+        if (list == kHeld) list = nullptr;
+        int records = 0;
+        for (const KOVA_FW_SERVICE *s = list; s != nullptr; s = s->next, ++records) {
+            KOVA_FW_SERVICE as_supported = *s;
+            as_supported.supported = 1;  // the support test may answer 0 for want of memory
+            EXPECT_TRUE(fw_text(*s) == expected[s->name] ||
+                        (injected && s->supported == 0 && fw_text(as_supported) == expected[s->name]))
+                << fw_text(*s);
+        }
+        EXPECT_EQ(records, rc);
+        return injected ? rc >= 0 : rc == 17;
+    };
+    expect_robust("KOVAFwServiceEnum", {[&] { list = kHeld; },
+                                        [&] {
+                                            KVLIBCErrSetEx(kPoison, "test", 0);
+                                            rc = KOVAFwServiceEnum(&list);
+                                        },
+                                        check, [&] { KOVAFwServiceFree(list); }});
+}
+
+// A port getter hands out its whole list or nothing ("ftp" never listed with part of its ports).
+TEST_P(FaultTest, PortGettersAllOrNothing) {
+    for (const auto &[name, getter] : {std::pair<const char *, KOVA_FW_PORTS_GETTER>{"KOVAFwPortsFTP", KOVAFwPortsFTP},
+                                       {"KOVAFwPortsSSH", KOVAFwPortsSSH},
+                                       {"KOVAFwPortsMFP", KOVAFwPortsMFP}}) {
+        KVLIB_SZLIST *list = nullptr;
+        ASSERT_EQ(getter(&list), 0) << name;
+        const std::string whole = text(list);
+        KVLIBCSzListFree(list);
+        expect_robust(name, all_or_nothing([&] { list = nullptr; }, [&] { return getter(&list); },
+                                           [&] { return text(list); }, whole, "null", [&] { KVLIBCSzListFree(list); }));
+    }
+}
+
+// Inventory entries that could not be made are left out: a port they held may then be listed as
+// held by nobody, and every other record is the full call's, in its order.
+TEST_P(FaultTest, ConfiguredPortsCheck) {
+    KVLIB_SZLIST *ports = KVLIBCSzListAlloc(8);
+    for (const char *p : {"445", "21", "5005", "9000", "0"}) ASSERT_EQ(KVLIBCSzListPush(&ports, p), 0);
+    auto records = [](const KVLIB_DLIST *list) {
+        Lines out;
+        for (const KVLIB_DLIST_NODE *n = list->pHead; n != nullptr; n = n->pNext) {
+            const auto *r = static_cast<const KOVA_CONF_PORT_CONFLICT_RESULT *>(n->pData);
+            out.push_back(std::to_string(r->port) + "/" + std::to_string(r->protocol) + " " +
+                          (r->serviceName != nullptr ? r->serviceName : "(null)") + " " +
+                          std::to_string(r->isConflict));
+        }
+        return out;
+    };
+    KVLIB_DLIST *result = KOVAConfPortConflictResultListAllocAndCheck(ports, KOVA_PROTO_BOTH);
+    ASSERT_NE(result, nullptr);
+    const Lines expected = records(result);
+    KOVAConfPortConflictResultListFree(result);
+    const auto check = [&](bool injected) {
+        if (result == nullptr) return false;
+        const auto nobody = [](const std::string &r) { return r.ends_with(" (null) 0"); };
+        EXPECT_TRUE(injected ? in_order(records(result), expected, nobody) : records(result) == expected)
+            << testing::PrintToString(records(result));
+        return true;
+    };
+    expect_robust("KOVAConfPortConflictResultListAllocAndCheck",
+                  {[&] { result = nullptr; },
+                   [&] { result = KOVAConfPortConflictResultListAllocAndCheck(ports, KOVA_PROTO_BOTH); }, check,
+                   [&] { KOVAConfPortConflictResultListFree(result); }});
+    KVLIBCSzListFree(ports);
+}
+
+// The whole inventory: every socket of the tables (none dropped by the table reader), or no list
+// at all.
+TEST_P(FaultTest, SocketListAndRuntimeInventory) {
+    KVLIB_DLIST *list = nullptr;
+    const auto one = [&](bool) {
+        EXPECT_TRUE(list == nullptr || list->nItem == 1);
+        return list != nullptr;
+    };
+    expect_robust("RawSocketInfoListFetch", {.call = [&] { list = RawSocketInfoListFetch(KOVA_PROTO_BOTH); },
+                                             .check = one,
+                                             .release = [&] { KVLIBCDListFree(list); }});
+    // A process holding the table's socket, so that the inventory has a record to lose.
+    symlink("socket:[20123]", "/proc/42/fd/3");
+    symlink("/usr/bin/daemon", "/proc/42/exe");
+    expect_robust("RuntimeServiceListFetch",
+                  {.call = [&] { list = RuntimeServiceListFetch(); },
+                   .check =
+                       [&](bool injected) {
+                           if (!one(injected)) return false;
+                           const auto *r = static_cast<const KOVA_RUNTIME_PORT_CONFLICT_RESULT *>(list->pHead->pData);
+                           EXPECT_EQ(std::to_string(r->pid) + " " + r->program, "42 /usr/bin/daemon");
+                           return true;
+                       },
+                   .release = [&] { KOVARuntimePortConflictResultListFree(list); }});
 }
 
 }  // namespace
