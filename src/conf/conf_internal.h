@@ -59,18 +59,18 @@ public:
 protected:
     ~SectionVisitor() = default;
 };
-bool walk_conf(const char *path, ScFile &scratch, KOVA_SERVICE_CONF &global, SectionVisitor &section);
+bool walk_conf(const FileRef &where, ScFile &scratch, KOVA_SERVICE_CONF &global, SectionVisitor &section);
 
 // The whole .sc file, read once: its [global] settings and the service sections that parse.
-ConfPtr read_conf(const char *path, ScFile &scratch);
+ConfPtr read_conf(const FileRef &where, ScFile &scratch);
 
-// Calls `file(path)` for every entry of the selected services.d directories (the bit set of
+// Calls `file(where)` for every entry of the selected services.d directories (the bit set of
 // KOVAServiceConfEnum), directories in that order, entries by name; a directory that cannot be
 // scanned sets 0x2A00. The number of entries for which `file` returned true, counted as
 // KOVAServiceConfEnum counts them.
 class FileVisitor {
 public:
-    virtual bool file(const char *path, int location) = 0;
+    virtual bool file(const FileRef &where, int location) = 0;
 
 protected:
     ~FileVisitor() = default;

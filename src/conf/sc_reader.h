@@ -106,11 +106,20 @@ private:
 // Parses text already in memory.
 ScFile parse_sc_text(std::string_view text);
 
+// Where a file is read from: its path, or an entry of an open directory (`dir` >= 0), `path` then
+// only naming it; `regular` when the directory's listing said it is a regular file.
+struct FileRef {
+    const char *path;
+    int dir = -1;
+    const char *name = nullptr;
+    bool regular = false;
+};
+
 // Reads and parses the file. Fails with 0x0900 when it is missing, not a regular file (a
 // directory, or a device or pipe that could block or never end) or cannot be read.
 Result<ScFile> read_sc_file(const char *path);
 // The same into `file`, whose storage is reused.
-Result<void> read_sc_file(const char *path, ScFile &file);
+Result<void> read_sc_file(const FileRef &where, ScFile &file);
 
 // A key-value file (the settings files) read once: the value of the first line of each key, as
 // the platform's key-value reads find it; sections are not looked at.

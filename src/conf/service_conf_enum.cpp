@@ -1,8 +1,6 @@
 // Parsing every .sc file of the system and/or package services.d directories.
 #include <kovaserviceconf.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,33 +16,35 @@ namespace {
 
 constexpr size_t kPathMax = 4096;  // paths are formed as in a 4096-byte buffer
 
-// Every entry of one services.d directory to `visitor`; the number it took, or -1 when the
-// directory cannot be scanned.
+// Every entry of one services.d directory to `visitor`, opened through the directory by name;
+// the number it took, or -1 when the directory cannot be scanned.
 int each_in_dir(const kova::Door &door, std::string_view fixed_dir, int location, kova::conf::FileVisitor &visitor) {
     const std::string dir = door.path(fixed_dir);
-    std::vector<std::string> entries;
-    if (door->list_dir(dir.c_str(), entries) != 0) {
+    std::vector<kova::DirEntry> entries;
+    kova::System &sys = door.sys();
+    const kova::FileHandle listed(sys, sys.open_dir(dir.c_str(), entries));
+    if (!listed) {
         KOVA_SET_ERR(KOVA_ERR_SCAN_DIR);
         return -1;
     }
     int taken = 0;
     std::string path;
-    for (const std::string &name : entries) {
-        path.assign(dir).append("/").append(name);
-        if (path.size() > kPathMax - 1) path.resize(kPathMax - 1);
-        if (visitor.file(path.c_str(), location)) ++taken;
+    for (const kova::DirEntry &entry : entries) {
+        path.assign(dir).append("/").append(entry.name);
+        kova::conf::FileRef where{path.c_str(), listed.get(), entry.name.c_str(), entry.regular};
+        if (path.size() > kPathMax - 1) where = {path.erase(kPathMax - 1).c_str()};  // opened by the cut path
+        if (visitor.file(where, location)) ++taken;
     }
     return taken;
 }
 
-// The records of the selected directories, linked in front of *ppConfList only once all are
-// read: running out of memory on the way leaves the caller's list as it was.
+// The records of the selected directories, put in front of *ppConfList once all are read (none if memory runs out).
 int conf_enum(KOVA_SERVICE_CONF **ppConfList, int locations) {
     struct Files final : kova::conf::FileVisitor {
         kova::ConfPtr list;
         kova::conf::ScFile scratch;
-        bool file(const char *path, int) override {
-            kova::ConfPtr conf = kova::conf::read_conf(path, scratch);
+        bool file(const kova::conf::FileRef &where, int) override {
+            kova::ConfPtr conf = kova::conf::read_conf(where, scratch);
             if (!conf) return false;
             conf->next = list.release();
             list = std::move(conf);

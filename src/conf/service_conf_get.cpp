@@ -50,13 +50,13 @@ void read_global(const char *path, const ScSection *global, KOVA_SERVICE_CONF &c
 
 namespace kova::conf {
 
-bool walk_conf(const char *path, ScFile &file, KOVA_SERVICE_CONF &global, SectionVisitor &visitor) {
-    const Result<void> read = read_sc_file(path, file);
+bool walk_conf(const FileRef &where, ScFile &file, KOVA_SERVICE_CONF &global, SectionVisitor &visitor) {
+    const Result<void> read = read_sc_file(where, file);
     if (!read) set_error(read.failure());
     const std::vector<ScSection> &sections = file.sections();
     const int count = read ? static_cast<int>(sections.size()) : -1;
     if (count < 1) {
-        KOVA_LOG("Failed to KVLIBCFileEnumSection %s(ret: %d) or 0 section, kovaerr=" KOVA_ERRFMT, path, count,
+        KOVA_LOG("Failed to KVLIBCFileEnumSection %s(ret: %d) or 0 section, kovaerr=" KOVA_ERRFMT, where.path, count,
                  KOVA_ERRARGS);
         return false;
     }
@@ -64,7 +64,7 @@ bool walk_conf(const char *path, ScFile &file, KOVA_SERVICE_CONF &global, Sectio
         KOVA_LOG(
             "Configure file format error! (file: %s) Only [global] section, you should add at least one service "
             "section in the file. kovaerr=" KOVA_ERRFMT,
-            path, KOVA_ERRARGS);
+            where.path, KOVA_ERRARGS);
         return false;
     }
 
@@ -73,29 +73,29 @@ bool walk_conf(const char *path, ScFile &file, KOVA_SERVICE_CONF &global, Sectio
         const char *name = section.name();
         if (*name == '\0') {
             KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            log_bad_section_name(path, name);
+            log_bad_section_name(where.path, name);
             continue;
         }
         if (!valid_section_name(name)) {
-            log_bad_section_name(path, name);
+            log_bad_section_name(where.path, name);
             continue;
         }
         // A name cut at a NUL byte finds no section: the platform's read of it fails.
         const ScSection *keys = file.find(name);
         if (std::strcmp(name, "global") == 0) {
-            read_global(path, keys, global);
+            read_global(where.path, keys, global);
             continue;
         }
-        if (visitor.section(path, name, keys)) ++parsed;
+        if (visitor.section(where.path, name, keys)) ++parsed;
     }
     if (parsed == 0) {
-        KOVA_LOG("Get service section fail. (file: %s), kovaerr=" KOVA_ERRFMT, path, KOVA_ERRARGS);
+        KOVA_LOG("Get service section fail. (file: %s), kovaerr=" KOVA_ERRFMT, where.path, KOVA_ERRARGS);
         return false;
     }
     return true;
 }
 
-ConfPtr read_conf(const char *path, ScFile &scratch) {
+ConfPtr read_conf(const FileRef &where, ScFile &scratch) {
     ConfPtr conf(calloc_record<KOVA_SERVICE_CONF>());
     if (!conf) {
         KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
@@ -114,7 +114,7 @@ ConfPtr read_conf(const char *path, ScFile &scratch) {
             return true;
         }
     } sections(*conf);
-    if (!walk_conf(path, scratch, *conf, sections)) return nullptr;
+    if (!walk_conf(where, scratch, *conf, sections)) return nullptr;
     return conf;
 }
 
@@ -129,7 +129,7 @@ int KOVAServiceConfGet(const char *szPath, KOVA_SERVICE_CONF **ppConfList) {
     }
     return KOVA_GUARDED(-1, [&] {
         kova::conf::ScFile scratch;
-        kova::ConfPtr conf = kova::conf::read_conf(szPath, scratch);
+        kova::ConfPtr conf = kova::conf::read_conf(kova::conf::FileRef{szPath}, scratch);
         if (!conf) return -1;
         conf->next = *ppConfList;
         *ppConfList = conf.release();

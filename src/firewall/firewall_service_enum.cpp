@@ -116,33 +116,7 @@ bool row_ports(const KOVA_FW_SERVICE_ENTRY &row, const KOVA_FW_PORT_SPEC &spec, 
     return ret > 0 || (list != nullptr && list->nItem > 0);
 }
 
-// The support test: whether the key's value in the defaults file is "yes", as
-// KVLIBCFileCheckKeyValue answers it, the file read once per enumeration however many rows and
-// files name a key.
-class SupportKeys {
-public:
-    explicit SupportKeys(const std::string &defaults) : defaults_(defaults) {}
-
-    int yes(const char *key) {
-        if (!read_) {
-            read_ = true;
-            if (kova::Result<kova::conf::KeyValueFile> file = kova::conf::read_key_value_file(defaults_.c_str()); file)
-                file_ = std::move(*file);
-        }
-        if (!file_) return 0;
-        const std::string_view *value = file_->value(key);
-        return value != nullptr && *value == "yes" ? 1 : 0;
-    }
-    // A .sc file without a key of its own is supported.
-    int supported(const char *key) { return *key == '\0' ? 1 : yes(key); }
-
-private:
-    const std::string &defaults_;
-    bool read_ = false;
-    std::optional<kova::conf::KeyValueFile> file_;  // none when it cannot be read
-};
-
-void add_table_rows(Builder &catalogue, SupportKeys &support) {
+void add_table_rows(Builder &catalogue, auto &support) {
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
         kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {
@@ -163,6 +137,33 @@ void add_table_rows(Builder &catalogue, SupportKeys &support) {
         catalogue.add(std::move(record));
     }
 }
+
+// The support test: whether the key's value in the defaults file is "yes", as
+// KVLIBCFileCheckKeyValue answers it, the file read once per enumeration however many rows and
+// files name a key (a table row its own support key, a .sc file the support_key of its
+// [global] section).
+class SupportKeys {
+public:
+    explicit SupportKeys(std::string defaults) : defaults_(std::move(defaults)) {}
+
+    int yes(const char *key) {
+        if (!read_) {
+            read_ = true;
+            if (kova::Result<kova::conf::KeyValueFile> file = kova::conf::read_key_value_file(defaults_.c_str()); file)
+                file_ = std::move(*file);
+        }
+        if (!file_) return 0;
+        const std::string_view *value = file_->value(key);
+        return value != nullptr && *value == "yes" ? 1 : 0;
+    }
+    // A .sc file without a key of its own is supported.
+    int supported(const char *key) { return *key == '\0' ? 1 : yes(key); }
+
+private:
+    const std::string defaults_;
+    bool read_ = false;
+    std::optional<kova::conf::KeyValueFile> file_;  // none when it cannot be read
+};
 
 // The records of the .sc sections, made as each file is read, in the order the catalogue lists
 // them: system files before package files, files by name, sections in file order.
@@ -185,10 +186,10 @@ public:
     }
 
 private:
-    bool file(const char *path, int) override {
+    bool file(const kova::conf::FileRef &where, int) override {
         KOVA_FW_SERVICE **first = tail_;
         KOVA_SERVICE_CONF global{};
-        if (!kova::conf::walk_conf(path, scratch_, global, *this)) return false;
+        if (!kova::conf::walk_conf(where, scratch_, global, *this)) return false;
         if (*first == nullptr) return true;
         // The support key is known once the whole file is read.
         const int supported = support_.supported(global.supportKey);
@@ -244,8 +245,7 @@ namespace kova::fw {
 
 Result<Catalogue> build_catalogue() noexcept {
     try {
-        const std::string defaults = kova::resolve(kova::paths::kInfoConfDefaults);
-        SupportKeys support(defaults);
+        SupportKeys support(kova::resolve(kova::paths::kInfoConfDefaults));
         Builder builtin;
         add_table_rows(builtin, support);
         ScRecords sc(support);

@@ -65,18 +65,20 @@ ssize_t System::readlink(const char *path, char *buf, size_t size) {
     return ::readlink(path, buf, size);
 }
 
-int System::list_dir(const char *path, std::vector<std::string> &names) {
-    DIR *dir = ::opendir(path);
+namespace {
+
+// Hands every entry of the directory but "." and ".." to `add`, then closes it; 0, or -1 with
+// errno (nothing is read when `dir` is null).
+template <class Add>
+int read_entries(DIR *dir, Add &&add) {
     if (dir == nullptr) return -1;
-    names.clear();
     int result = 0;
     try {
         for (;;) {
             errno = 0;
             const dirent *entry = ::readdir(dir);
             if (entry == nullptr) break;
-            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-                names.emplace_back(entry->d_name);
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) add(*entry);
         }
         if (errno != 0) result = -1;
     } catch (const std::bad_alloc &) {
@@ -86,13 +88,48 @@ int System::list_dir(const char *path, std::vector<std::string> &names) {
     const int saved = errno;
     ::closedir(dir);
     errno = saved;
-    if (result != 0) {
+    return result;
+}
+
+bool collates_before(const std::string &a, const std::string &b) {
+    return std::strcoll(a.c_str(), b.c_str()) < 0;
+}
+
+}  // namespace
+
+int System::list_dir(const char *path, std::vector<std::string> &names) {
+    names.clear();
+    if (read_entries(::opendir(path), [&](const dirent &entry) { names.emplace_back(entry.d_name); }) != 0) {
         names.clear();
         return -1;
     }
-    std::sort(names.begin(), names.end(),
-              [](const std::string &a, const std::string &b) { return std::strcoll(a.c_str(), b.c_str()) < 0; });
+    std::sort(names.begin(), names.end(), collates_before);
     return 0;
+}
+
+int System::openat(int dirfd, const char *name, int flags, mode_t mode) {
+    return ::openat(dirfd, name, flags, mode);
+}
+
+int System::open_dir(const char *path, std::vector<DirEntry> &entries) {
+    entries.clear();
+    const int fd = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return -1;
+    // The listing reads through a descriptor of its own, which closing the listing closes.
+    const int listed = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    DIR *dir = listed >= 0 ? ::fdopendir(listed) : nullptr;
+    if (listed >= 0 && dir == nullptr) ::close(listed);
+    const auto add = [&](const dirent &entry) { entries.push_back({entry.d_name, entry.d_type == DT_REG}); };
+    if (dir == nullptr || read_entries(dir, add) != 0) {
+        const int saved = errno;
+        ::close(fd);
+        errno = saved;
+        entries.clear();
+        return -1;
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const DirEntry &a, const DirEntry &b) { return collates_before(a.name, b.name); });
+    return fd;
 }
 
 pid_t System::getpid() {

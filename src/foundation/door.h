@@ -22,6 +22,13 @@
 
 namespace kova {
 
+// An entry of a directory; `regular` when the listing says it is a regular file (not when the
+// file system does not say).
+struct DirEntry {
+    std::string name;
+    bool regular;
+};
+
 class System {
 public:
     System() = default;
@@ -45,6 +52,10 @@ public:
     virtual ssize_t readlink(const char *path, char *buf, size_t size);
     // The names in a directory but "." and "..", sorted as alphasort() sorts them; 0 or -1.
     virtual int list_dir(const char *path, std::vector<std::string> &names);
+    // The same with the entries' types, the directory left open: its descriptor (the caller
+    // closes it), through which the entries are opened by name (a short path walk), or -1.
+    virtual int open_dir(const char *path, std::vector<DirEntry> &entries);
+    virtual int openat(int dirfd, const char *name, int flags, mode_t mode);
     // Processes.
     virtual pid_t getpid();
     // Runs a program and waits for it, as KVLIBCExec (up to four arguments, the first null one
