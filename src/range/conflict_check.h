@@ -85,6 +85,23 @@ Result<bool> compare_texts(const PortText &ports, const PortText &other, Conflic
 // entry was added.
 Result<bool> compare_with_text(int first, int last, const PortText &other, ConflictList &list);
 
+// The destination port items of a catalogue's records, cut once per call: each item as the text
+// comparison cuts it (none when the list would not give it), in catalogue and item order, and an
+// index over the items that are one checked port or range, so that a text is compared only with
+// the items it may collide with.
+struct CataloguePorts {
+    struct Item {
+        const KOVA_FW_SERVICE *service;
+        std::optional<PortText> text;
+    };
+    explicit CataloguePorts(const fw::Catalogue &catalogue);
+
+    std::vector<Item> items;
+    std::vector<uint32_t> irregular;  // positions of the items compared text by text
+    std::vector<uint32_t> spanItem;   // the position of each span of the index
+    std::optional<ports::SpanIndex> index;
+};
+
 // The firewall catalogue for the sources of one call (and for every section of a file check),
 // built once: each later request says again what the build said and leaves the error state it
 // left, as building it again would (or builds it again where its echo cannot stand for that).
@@ -95,6 +112,8 @@ Result<bool> compare_with_text(int first, int last, const PortText &other, Confl
 class CatalogueSource {
 public:
     Result<const fw::Catalogue *> get();
+    // The port items of the catalogue get() gave last, cut when first asked for.
+    const CataloguePorts &ports();
 
     const std::vector<int32_t> *used_ports(int tcp) const { return used_[tcp != 0] ? &*used_[tcp != 0] : nullptr; }
     const std::vector<int32_t> &keep_used_ports(int tcp, std::vector<int32_t> ports) {
@@ -105,6 +124,7 @@ public:
 
 private:
     std::optional<fw::Catalogue> kept_;
+    std::optional<CataloguePorts> ports_;
     Echo echo_;
     std::optional<std::vector<int32_t>> used_[2];
     std::vector<std::pair<std::string, std::vector<Span>>> reserved_;

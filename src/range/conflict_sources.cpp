@@ -9,6 +9,27 @@
 #include "range/conflict_check.h"
 
 namespace kova::check {
+
+CataloguePorts::CataloguePorts(const fw::Catalogue &catalogue) {
+    std::vector<Span> spans;
+    for (const KOVA_FW_SERVICE *svc = catalogue.head.get(); svc != nullptr; svc = svc->next) {
+        if (svc->dstPorts == nullptr) continue;
+        for (int i = 0; i < svc->dstPorts->nItem; ++i) {
+            const char *text = KVLIBCSzListGet(svc->dstPorts, i);
+            Item &item = items.emplace_back(Item{svc, std::nullopt});
+            if (text != nullptr) item.text.emplace(text, '-');
+            const auto at = static_cast<uint32_t>(items.size() - 1);
+            if (item.text && item.text->items().size() == 1 && item.text->items()[0].ok) {
+                spans.push_back(item.text->items()[0].span);
+                spanItem.push_back(at);
+            } else {
+                irregular.push_back(at);
+            }
+        }
+    }
+    index.emplace(spans);
+}
+
 Result<bool> rule_file_conflict(const Request &req, ConflictList &list) {
     const char *path = KOVAPFRuleConfPathGet();
     if (path == nullptr || KVLIBCFileExist(path) != 1) return false;
@@ -56,38 +77,48 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
     } else {
         set_error(parsed.failure());
     }
-    // When every item of the caller is a port or a range, a service's port is compared with the
-    // items it shares ports with, found by a search: each colliding piece is the common part.
+    // When every item of the caller is a port or a range, it is compared only with the catalogue's
+    // items that share ports with one of them, found by a search (each colliding piece is the
+    // common part), and with the items that are not one port or range; otherwise with every item.
+    const CataloguePorts &theirs = req.catalogues->ports();
     const std::vector<PortText::Item> &mine = req.portText->items();
     std::optional<ports::SpanIndex> index;
+    std::vector<uint32_t> visit;
     if (std::all_of(mine.begin(), mine.end(), [](const PortText::Item &item) { return item.ok; })) {
         std::vector<Span> spans;
         for (const PortText::Item &item : mine) spans.push_back(item.span);
         index.emplace(spans);
+        visit = theirs.irregular;
+        std::vector<uint32_t> found;
+        for (const Span &span : spans) theirs.index->overlapping(span, found);
+        for (const uint32_t at : found) visit.push_back(theirs.spanItem[at]);
+        std::sort(visit.begin(), visit.end());
+        visit.erase(std::unique(visit.begin(), visit.end()), visit.end());
+    } else {
+        visit.resize(theirs.items.size());
+        for (uint32_t i = 0; i < visit.size(); ++i) visit[i] = i;
     }
     std::vector<uint32_t> hits;
     bool found = false;
-    for (const KOVA_FW_SERVICE *svc = (*catalogue)->head.get(); svc != nullptr; svc = svc->next) {
+    for (const uint32_t at : visit) {
+        const CataloguePorts::Item &item = theirs.items[at];
+        const KOVA_FW_SERVICE *svc = item.service;
         if (req.skip.count(std::string_view(svc->name, strnlen(svc->name, sizeof svc->name))) != 0) continue;
         if ((svc->dstProtocol & flags) == 0) continue;
-        if (svc->dstPorts == nullptr) continue;
-        for (int i = 0; i < svc->dstPorts->nItem; ++i) {
-            const char *item = KVLIBCSzListGet(svc->dstPorts, i);
-            if (item == nullptr) return CHECK_FAILURE_KEEP;
-            const PortText theirs(item, '-');
-            if (index && theirs.items().size() == 1 && theirs.items()[0].ok) {
-                const Span span = theirs.items()[0].span;
-                hits.clear();
-                index->overlapping(span, hits);
-                for (uint32_t at : hits)
-                    list.add(std::max(span.first, mine[at].span.first), std::min(span.last, mine[at].span.last));
-                found = found || !hits.empty();
-                continue;
-            }
-            const Result<bool> r = compare_texts(*req.portText, theirs, list);
-            if (!r) return r.failure();
-            found = found || *r;
+        if (!item.text) return CHECK_FAILURE_KEEP;
+        const std::vector<PortText::Item> &pieces = item.text->items();
+        if (index && pieces.size() == 1 && pieces[0].ok) {
+            const Span span = pieces[0].span;
+            hits.clear();
+            index->overlapping(span, hits);
+            for (uint32_t mineAt : hits)
+                list.add(std::max(span.first, mine[mineAt].span.first), std::min(span.last, mine[mineAt].span.last));
+            found = found || !hits.empty();
+            continue;
         }
+        const Result<bool> r = compare_texts(*req.portText, *item.text, list);
+        if (!r) return r.failure();
+        found = found || *r;
     }
     return found;
 }

@@ -55,6 +55,7 @@ Result<const fw::Catalogue *> CatalogueSource::get() {
         echo_.say();
         return &*kept_;
     }
+    ports_.reset();
     Result<fw::Catalogue> built = echo_.record(fw::build_catalogue);
     if (!built) {
         kept_.reset();
@@ -62,6 +63,11 @@ Result<const fw::Catalogue *> CatalogueSource::get() {
     }
     kept_ = std::move(*built);
     return &*kept_;
+}
+
+const CataloguePorts &CatalogueSource::ports() {
+    if (!ports_) ports_.emplace(*kept_);
+    return *ports_;
 }
 
 const std::vector<Span> *CatalogueSource::reserved(std::string_view key) const {
