@@ -12,8 +12,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "conf/conf_internal.h"
 #include "foundation/door.h"
@@ -41,35 +43,104 @@ int with_record(const T *record, Core core, const char *module, int line) noexce
 }
 #define KOVA_WITH_RECORD(record, core) ::kova::change::with_record(record, core, __FILE_NAME__, __LINE__)
 
+// A core step that may run out of memory: its result, or a failure 0x0200 naming the step's
+// module and line. Other exceptions fail the step without naming an error.
+template <class R, class F>
+R guarded_result(const char *module, int line, F &&body) noexcept {
+    try {
+        return std::forward<F>(body)();
+    } catch (const std::bad_alloc &) {
+        return Failure{KOVA_ERR_OUT_OF_MEMORY, module, line};
+    } catch (...) {
+        return Failure{};
+    }
+}
+#define KOVA_GUARDED_RESULT(type, ...) ::kova::change::guarded_result<type>(__FILE_NAME__, __LINE__, __VA_ARGS__)
+
+// The error state as a log line prints it once `f` is recorded: the failure when it names an
+// error, else the state as it is ("[0x%04X %s:%d]").
+#define KOVA_PENDING_ARGS(f)                                                                          \
+    ((f).code != 0 ? (f).code : KVLIBCErrGet()), ((f).code != 0 ? (f).module : KVLIBCErrorGetFile()), \
+        ((f).code != 0 ? (f).line : KVLIBCErrorGetLine())
+
+// What a step leaves in the error state when it succeeds: nothing, or a code (0 included)
+// naming the step's module and line.
+struct StateNote {
+    bool set = false;
+    Failure state{};
+};
+#define KOVA_STATE_NOTE(code) (::kova::change::StateNote{true, ::kova::Failure{(code), __FILE_NAME__, __LINE__}})
+
+// At the ABI edge: records a note.
+inline void record(const StateNote &note) noexcept {
+    if (note.set) KVLIBCErrSetEx(note.state.code, note.state.module, note.state.line);
+}
+
+// A change that succeeded: the failure of a follow-up step that did not fail it, which the error
+// state records after the change (code 0: none).
+struct Done {
+    Failure left{};
+};
+
+// At the ABI edge: a core step's result as the exported int (`value` on success, -1 once the
+// error state records the failure).
+template <class T>
+int to_c(const Result<T> &result, int value = 0) noexcept {
+    if (result) return value;
+    set_error(result.failure());
+    return -1;
+}
+
+// The same for a change: on success the error state records what the change left.
+inline int to_c(const Result<Done> &result) noexcept {
+    if (result) set_error(result->left);
+    return to_c<Done>(result, 0);
+}
+
 // service_conf_common: removing, copying and moving paths ("/bin/rm -rf", "/bin/cp -rf",
 // "/bin/mv -f"), and the backup set of a request.
-int remove_path(const char *szPath);
-int copy_path(const char *szSource, const char *szTarget, int move);
-int backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
-int restore(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
-int delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
+// A failed removal logs the error state as it is once `pending` (a failure of the caller not yet
+// recorded) is.
+Result<void> remove_path(const char *szPath, const Failure &pending = {});
+Result<void> copy_path(const char *szSource, const char *szTarget, int move);
+Result<void> backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
+Result<void> restore(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
+Result<void> delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept;
 
 // utils: the installed path of a base name; the firewall tool; the install step.
 Result<std::string> install_path(const char *szBaseName, int location) noexcept;
-int firewall_reload() noexcept;
-int firewall_remove_record(const char *szServiceName) noexcept;
+Result<void> firewall_reload() noexcept;
+Result<void> firewall_remove_record(const char *szServiceName) noexcept;
+// The install runs in two steps: the test of its arguments and source, then the copy. Between
+// them the error state records what the test leaves (a file installed already is replaced:
+// the state is cleared), since the conflict check of the copy step records its own failures.
+struct InstallPlan {
+    std::string dir;
+    StateNote left;
+};
+Result<InstallPlan> plan_install(const char *szBaseName, const char *szSourcePath, unsigned int location) noexcept;
+// 1 when the file's ports collide with installed ones (the file is installed all the same), else 0.
+Result<int> finish_install(const InstallPlan &plan, const char *szBaseName, const char *szSourcePath,
+                           KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept;
+// At the ABI edge: both steps, the error state recording their outcome.
 int install(const char *szBaseName, const char *szSourcePath, unsigned int location,
             KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept;
 
 // service_conf_serv_restart: the restart of the components and the plug-in events.
-int restart(unsigned int restartMask) noexcept;
-int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept;
-int remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept;
+Result<void> restart(unsigned int restartMask) noexcept;
+// At the ABI edge: the update event, the error state recording what it leaves on the way.
+int notify_update(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept;
+Result<void> remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept;
 // Sets the whole content of the file at `szPath` as the value of a plug-in argument.
 int plugin_arg_from_file(KVLIB_PLUGIN *pPlugin, const char *szName, const char *szPath);
 
-// service_conf_update: the update without its notification.
+// service_conf_update, at the ABI edge: the update without its notification.
 int update_without_notify(const char *szBaseName, const char *szSourcePath, unsigned int location,
                           KOVA_SERVICE_CONF_PORT **ppConflictList, KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept;
 
 // service_conf_section_remove: removes the request's section from its file, read once; deletes
 // a file left without service sections.
-int section_remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request);
+Result<void> section_remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request);
 
 // The text of a fixed-size text field, never reading past its end.
 template <size_t N>
@@ -182,6 +253,7 @@ class TempFileGuard {
 public:
     TempFileGuard() = default;
     explicit TempFileGuard(std::string path) : path_(std::move(path)) {}
+    TempFileGuard(TempFileGuard &&other) noexcept : path_(std::exchange(other.path_, {})) {}
     TempFileGuard(const TempFileGuard &) = delete;
     TempFileGuard &operator=(const TempFileGuard &) = delete;
     ~TempFileGuard() {
@@ -246,10 +318,15 @@ private:
 };
 
 // Restarts the components when the request's mode asks for it (2); a failure is logged and
-// does not fail the edit.
+// does not fail the edit. The failure that the error state must record after the edit (none:
+// code 0).
 template <class Log>
-void restart_if_asked(const KVLIB_SERVICE_CONF_REQUEST &request, Log log) {
-    if (request.mode == 2 && restart(request.restartMask) < 0) log("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
+Failure restart_if_asked(const KVLIB_SERVICE_CONF_REQUEST &request, Log log) {
+    if (request.mode != 2) return {};
+    const Result<void> restarted = restart(request.restartMask);
+    if (restarted) return {};
+    log("Restart service fail" KOVA_ERRFMT, KOVA_PENDING_ARGS(restarted.failure()));
+    return restarted.failure();
 }
 
 }  // namespace kova::change

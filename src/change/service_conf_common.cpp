@@ -65,73 +65,62 @@ int KVLIBServiceProtoStrGet(int index, char *szBuf, int cbBuf) {
 
 namespace kova::change {
 
-int remove_path(const char *szPath) {
-    if (szPath == nullptr || *szPath == '\0') {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+Result<void> remove_path(const char *szPath, const Failure &pending) {
+    if (szPath == nullptr || *szPath == '\0') return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     struct stat st {};
     if (kova::sys().stat(szPath, &st) != 0) {
-        if (errno == ENOENT || errno == ENOTDIR) return 0;
+        if (errno == ENOENT || errno == ENOTDIR) return {};
         KOVA_LOG("Failed to stat %s: %m", szPath);
-        return -1;
+        return KOVA_FAILURE_KEEP;
     }
     // Device nodes, FIFOs and sockets are left where they are.
-    if (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode)) return 0;
+    if (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode)) return {};
     if (kova::sys().run("/bin/rm", "-rf", szPath, nullptr, nullptr) != 0) {
-        KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, szPath, KOVA_ERRARGS);
-        return -1;
+        KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, szPath, KOVA_PENDING_ARGS(pending));
+        return KOVA_FAILURE_KEEP;
     }
-    return 0;
+    return {};
 }
 
-int copy_path(const char *szSource, const char *szTarget, int move) {
+Result<void> copy_path(const char *szSource, const char *szTarget, int move) {
     if (szSource == nullptr || *szSource == '\0' || szTarget == nullptr || *szTarget == '\0') {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     }
     kova::CStrPtr source(::strdup(szSource));
     kova::CStrPtr target(::strdup(szTarget));
-    if (!source || !target) {
-        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-        return -1;
-    }
+    if (!source || !target) return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
     if (KVLIBCStrTrimSpace(source.get(), 0) < 0 || KVLIBCStrTrimSpace(target.get(), 0) < 0) {
         KOVA_LOG("KVLIBCStrTrimSpace() failed!" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+        return KOVA_FAILURE_KEEP;
     }
-    if (*source == '\0' || *target == '\0') {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+    if (*source == '\0' || *target == '\0') return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     struct stat st {};
     if (kova::sys().stat(source.get(), &st) != 0 || (!S_ISDIR(st.st_mode) && !S_ISREG(st.st_mode))) {
-        KOVA_SET_ERR(KOVA_ERR_INVALID_SOURCE);
-        KOVA_LOG("Source path is not valid (src path: %s)" KOVA_ERRFMT, source.get(), KOVA_ERRARGS);
-        return -1;
+        const Failure f = KOVA_FAILURE(KOVA_ERR_INVALID_SOURCE);
+        KOVA_LOG("Source path is not valid (src path: %s)" KOVA_ERRFMT, source.get(), KOVA_FAILURE_ARGS(f));
+        return f;
     }
     const size_t target_len = std::strlen(target.get());
     if (S_ISREG(st.st_mode) && target.get()[target_len - 1] == '/') {
         KOVA_LOG("source/target must both be folder or file" KOVA_ERRFMT, KOVA_ERRARGS);
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     }
     // Removing the target first makes a directory copy land at the target's name, not inside
     // an older directory of that name.
-    if (remove_path(target.get()) != 0) {
-        KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, target.get(), KOVA_ERRARGS);
-        return -1;
+    if (Result<void> removed = remove_path(target.get()); !removed) {
+        KOVA_LOG("Failed to rm -rf %s" KOVA_ERRFMT, target.get(), KOVA_PENDING_ARGS(removed.failure()));
+        return removed;
     }
     if (move != 0) {
         if (kova::sys().run("/bin/mv", "-f", source.get(), target.get(), nullptr) != 0) {
             KOVA_LOG("Failed to mv -f %s %s" KOVA_ERRFMT, source.get(), target.get(), KOVA_ERRARGS);
-            return -1;
+            return KOVA_FAILURE_KEEP;
         }
     } else if (kova::sys().run("/bin/cp", "-rf", source.get(), target.get(), nullptr) != 0) {
         KOVA_LOG("Failed to cp -rf %s %s" KOVA_ERRFMT, source.get(), target.get(), KOVA_ERRARGS);
-        return -1;
+        return KOVA_FAILURE_KEEP;
     }
-    return 0;
+    return {};
 }
 
 // ---- backup set --------------------------------------------------------------------------------
@@ -175,50 +164,54 @@ bool path_exists(const std::string &path) {
     return kova::sys().access(path.c_str(), F_OK) == 0;
 }
 
-// Runs one of the three operations on a request that selects something; out of memory sets
-// 0x0200 naming this module, as the exported operation would.
+// Runs one of the three operations on a request that selects something; out of memory is a
+// failure 0x0200 naming this module.
 template <class Body>
-int on_backup_set(const KVLIB_SERVICE_CONF_REQUEST &request, Body body) noexcept {
-    return KOVA_GUARDED(-1, [&] {
-        if (!request_ok(&request)) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
-        }
+Result<void> on_backup_set(const KVLIB_SERVICE_CONF_REQUEST &request, Body body) noexcept {
+    return KOVA_GUARDED_RESULT(Result<void>, [&]() -> Result<void> {
+        if (!request_ok(&request)) return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
         return body(backup_items(request));
     });
 }
 
 }  // namespace
 
-int backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
-    return on_backup_set(request, [](const std::vector<BackupItem> &items) {
+Result<void> backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
+    return on_backup_set(request, [](const std::vector<BackupItem> &items) -> Result<void> {
         for (size_t i = 0; i < items.size(); ++i) {
             if (!path_exists(items[i].live)) continue;
-            if (copy_path(items[i].live.c_str(), items[i].copy.c_str(), 0) != 0) {
+            if (Result<void> copied = copy_path(items[i].live.c_str(), items[i].copy.c_str(), 0); !copied) {
                 // Leave no partial backup behind; the error state stays that of the failure.
-                for (size_t j = 0; j <= i; ++j) remove_path(items[j].copy.c_str());
-                return -1;
+                for (size_t j = 0; j <= i; ++j) (void)remove_path(items[j].copy.c_str(), copied.failure());
+                return copied;
             }
         }
-        return 0;
+        return {};
     });
 }
 
-int restore(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
-    return on_backup_set(request, [](const std::vector<BackupItem> &items) {
+Result<void> restore(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
+    return on_backup_set(request, [](const std::vector<BackupItem> &items) -> Result<void> {
         for (const BackupItem &item : items) {
             if (!path_exists(item.copy)) continue;
-            if (copy_path(item.copy.c_str(), item.live.c_str(), 1) != 0) return -1;
+            if (Result<void> moved = copy_path(item.copy.c_str(), item.live.c_str(), 1); !moved) return moved;
         }
-        return 0;
+        return {};
     });
 }
 
-int delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
-    return on_backup_set(request, [](const std::vector<BackupItem> &items) {
-        int result = 0;
-        for (const BackupItem &item : items)
-            if (remove_path(item.copy.c_str()) != 0) result = -1;
+Result<void> delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
+    return on_backup_set(request, [](const std::vector<BackupItem> &items) -> Result<void> {
+        // Every copy is removed that can be; the error state is that of the last failure that
+        // names one.
+        Result<void> result;
+        Failure last{};
+        for (const BackupItem &item : items) {
+            if (Result<void> removed = remove_path(item.copy.c_str(), last); !removed) {
+                if (removed.failure().code != 0) last = removed.failure();
+                result = last.code != 0 ? last : removed.failure();
+            }
+        }
         return result;
     });
 }
@@ -228,15 +221,21 @@ int delete_backup(const KVLIB_SERVICE_CONF_REQUEST &request) noexcept {
 extern "C" {
 
 int KVLIBServiceConfBackup(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_WITH_RECORD(pRequest, kova::change::backup);
+    return KOVA_WITH_RECORD(pRequest, [](const KVLIB_SERVICE_CONF_REQUEST &request) {
+        return kova::change::to_c(kova::change::backup(request));
+    });
 }
 
 int KVLIBServiceConfRestore(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_WITH_RECORD(pRequest, kova::change::restore);
+    return KOVA_WITH_RECORD(pRequest, [](const KVLIB_SERVICE_CONF_REQUEST &request) {
+        return kova::change::to_c(kova::change::restore(request));
+    });
 }
 
 int KVLIBServiceBackupConfDelete(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_WITH_RECORD(pRequest, kova::change::delete_backup);
+    return KOVA_WITH_RECORD(pRequest, [](const KVLIB_SERVICE_CONF_REQUEST &request) {
+        return kova::change::to_c(kova::change::delete_backup(request));
+    });
 }
 
 }  // extern "C"

@@ -21,22 +21,15 @@ bool removal_request_ok(const KVLIB_SERVICE_CONF_REQUEST &request) {
     return where == KOVA_CONF_LOCATION_SYSTEM || where == KOVA_CONF_LOCATION_PACKAGE;
 }
 
-int remove_conf(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    if (pRequest == nullptr || !removal_request_ok(*pRequest)) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+kova::Result<void> remove_conf(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    if (pRequest == nullptr || !removal_request_ok(*pRequest)) return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     // The file name must name a file inside services.d and nothing else.
     if (!kova::change::terminated(pRequest->fileName) || !kova::change::is_plain_file_name(pRequest->fileName)) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     }
     const KVLIB_SERVICE_CONF_REQUEST request = *pRequest;
     const std::string path = kova::change::request_services_dir(request.location) + "/" + request.fileName;
-    if (KVLIBCFileExist(path.c_str()) == 0) {
-        KOVA_SET_ERR(KOVA_ERR_FILE_NOT_FOUND);
-        return -1;
-    }
+    if (KVLIBCFileExist(path.c_str()) == 0) return KOVA_FAILURE(KOVA_ERR_FILE_NOT_FOUND);
 
     const std::string copy = kova::resolve(std::string("/tmp/servicetool.remove.") + request.fileName + "." +
                                            std::to_string(kova::sys().getpid()));
@@ -47,11 +40,11 @@ int remove_conf(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
     const bool claimed = kova::change::claim_temp_file(copy) == 0;
     if (claimed && kova::sys().run("/bin/cp", "-f", path.c_str(), copy.c_str(), nullptr) < 0) {
         KOVA_LOG("Failed to do command [cp]");
-        return -1;
+        return KOVA_FAILURE_KEEP;
     }
     if (kova::sys().unlink(path.c_str()) != 0) {
         KOVA_LOG("remove file %s fail!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
-        return -1;
+        return KOVA_FAILURE_KEEP;
     }
 
     KVLIB_SERVICE_CONF_REMOVE_NOTICE notice{};
@@ -60,14 +53,14 @@ int remove_conf(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
         notice.notifyFirewall = 1;
         notice.notifyPortForward = 1;
     }
-    if (kova::change::remove_notify(notice) < 0) {
+    if (kova::Result<void> notified = kova::change::remove_notify(notice); !notified) {
         KOVA_LOG("FAILED to notify");
-        return -1;
+        return notified;
     }
-    return 0;
+    return {};
 }
 
-int remove_base_name(const char *szFileName, unsigned int location) {
+kova::Result<void> remove_base_name(const char *szFileName, unsigned int location) {
     KVLIB_SERVICE_CONF_REQUEST request{};
     request.mode = 2;
     request.restartMask = 1;
@@ -76,11 +69,12 @@ int remove_base_name(const char *szFileName, unsigned int location) {
     kova::copy_field(request.fileName, szFileName);
     request.location = location;
     // Out of memory inside the removal is its failure, reported like any other.
-    if (KOVA_GUARDED(-1, [&] { return remove_conf(&request); }) != 0) {
-        KOVA_LOG("remove configure file fail! file=%s, error=" KOVA_ERRFMT, request.fileName, KOVA_ERRARGS);
-        return -1;
+    const kova::Result<void> removed = KOVA_GUARDED_RESULT(kova::Result<void>, [&] { return remove_conf(&request); });
+    if (!removed) {
+        KOVA_LOG("remove configure file fail! file=%s, error=" KOVA_ERRFMT, request.fileName,
+                 KOVA_PENDING_ARGS(removed.failure()));
     }
-    return 0;
+    return removed;
 }
 
 }  // namespace
@@ -88,19 +82,19 @@ int remove_base_name(const char *szFileName, unsigned int location) {
 extern "C" {
 
 int KOVAServiceConfRemove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_GUARDED(-1, [&] { return remove_conf(pRequest); });
+    return KOVA_GUARDED(-1, [&] { return kova::change::to_c(remove_conf(pRequest)); });
 }
 
 int KVLIBServiceConfRemove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_GUARDED(-1, [&] { return remove_conf(pRequest); });
+    return KOVA_GUARDED(-1, [&] { return kova::change::to_c(remove_conf(pRequest)); });
 }
 
 int KOVAServiceConfRemoveBaseName(const char *szFileName, unsigned int location) {
-    return KOVA_GUARDED(-1, [&] { return remove_base_name(szFileName, location); });
+    return KOVA_GUARDED(-1, [&] { return kova::change::to_c(remove_base_name(szFileName, location)); });
 }
 
 int KVLIBServiceConfRemoveBaseName(const char *szFileName, unsigned int location) {
-    return KOVA_GUARDED(-1, [&] { return remove_base_name(szFileName, location); });
+    return KOVA_GUARDED(-1, [&] { return kova::change::to_c(remove_base_name(szFileName, location)); });
 }
 
 }  // extern "C"

@@ -56,38 +56,58 @@ bool port_text(const KOVA_SERVICE_CONF_PORT *pPorts, CatText &text) {
     return true;
 }
 
-int section_port_set(unsigned int location, const char *szFileName, const char *szSectionName,
-                     const KOVA_SERVICE_CONF_PORT *pPorts) {
+// The file a section port edit writes, once its arguments are tested and it is found; `left`
+// is the error state the finding leaves (0xC000 for a file that lies in the directory).
+struct Target {
+    std::string path;
+    kova::Failure left;
+};
+
+kova::Result<Target> find_target(unsigned int location, const char *szFileName, const char *szSectionName,
+                                 const KOVA_SERVICE_CONF_PORT *pPorts) {
     if (szSectionName == nullptr || pPorts == nullptr || !kova::change::ports_in_range(pPorts) ||
         !kova::change::is_plain_file_name(szFileName) || *szSectionName == '\0' ||
         kova::change::has_line_break(szSectionName)) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     }
     const std::string dir = kova::resolve(location == KOVA_CONF_LOCATION_SYSTEM ? kova::paths::kSystemServicesDir
                                                                                 : kova::paths::kPackageServicesDir);
-    const std::string path = dir + "/" + szFileName;
+    Target target{dir + "/" + szFileName, {}};
     // The file lies in the directory, so an existing file is reported as installed already.
-    if (const kova::Result<void> verified = kova::conf::file_verify(path.c_str(), dir.c_str()); !verified) {
-        kova::set_error(verified.failure());
-        if (verified.failure().code != KOVA_ERR_ALREADY_INSTALLED) {
-            KOVA_LOG("Service conf does not exist, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
-            return -1;
+    if (const kova::Result<void> verified = kova::conf::file_verify(target.path.c_str(), dir.c_str()); !verified) {
+        const kova::Failure &f = verified.failure();
+        if (f.code != KOVA_ERR_ALREADY_INSTALLED) {
+            KOVA_LOG("Service conf does not exist, kovaerr=" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
+            return f;
         }
+        target.left = f;
     }
+    return target;
+}
 
+// Writes the port list into the section and reloads the firewall.
+kova::Result<void> write_ports(const Target &target, const char *szSectionName, const KOVA_SERVICE_CONF_PORT *pPorts) {
     CatText text;
-    if (!port_text(pPorts, text)) return -1;
-    if (std::strlen(text.c_str()) >= kPortTextSize) return -1;
+    if (!port_text(pPorts, text)) return KOVA_FAILURE_KEEP;
+    if (std::strlen(text.c_str()) >= kPortTextSize) return KOVA_FAILURE_KEEP;
 
     const char *key = pPorts->direction != 0 ? "dst.ports" : "src.ports";
-    if (KVLIBCFileSetSectionValue(path.c_str(), szSectionName, key, text.c_str()) < 0) return -1;
-    return kova::change::firewall_reload() < 0 ? -1 : 0;
+    if (KVLIBCFileSetSectionValue(target.path.c_str(), szSectionName, key, text.c_str()) < 0) return KOVA_FAILURE_KEEP;
+    return kova::change::firewall_reload();
 }
 
 }  // namespace
 
 extern "C" int KOVAServiceConfSectionPortSet(unsigned int location, const char *szFileName, const char *szSectionName,
                                              const KOVA_SERVICE_CONF_PORT *pPorts) {
-    return KOVA_GUARDED(-1, [&] { return section_port_set(location, szFileName, szSectionName, pPorts); });
+    return KOVA_GUARDED(-1, [&] {
+        const kova::Result<Target> target = find_target(location, szFileName, szSectionName, pPorts);
+        if (!target) {
+            kova::set_error(target.failure());
+            return -1;
+        }
+        // An installed file is noted before the write, whose own failures may replace it.
+        kova::set_error(target->left);
+        return kova::change::to_c(write_ports(*target, szSectionName, pPorts));
+    });
 }

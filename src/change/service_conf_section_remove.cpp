@@ -26,12 +26,30 @@ bool names_ok(const KVLIB_SERVICE_CONF_REQUEST &request) {
            kova::change::is_plain_file_name(request.fileName) && request.sectionName[0] != '\0';
 }
 
-int roll_back(const KVLIB_SERVICE_CONF_REQUEST &request) {
-    if (kova::change::restore(request) != 0) KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
-    return -1;
-}
+// The failures of one removal, in order: the error state as the last of them that names an
+// error leaves it. Log lines show the state as it would be; the edge records it.
+class Trail {
+public:
+    // Notes a step's outcome; whether it succeeded.
+    template <class T>
+    bool ok(const kova::Result<T> &result) {
+        if (!result && result.failure().code != 0) last_ = result.failure();
+        return result.ok();
+    }
+    void note(const kova::Failure &f) {
+        if (f.code != 0) last_ = f;
+    }
+    const kova::Failure &last() const { return last_; }
 
-constexpr int kThrew = -2;
+private:
+    kova::Failure last_{};
+};
+
+kova::Failure roll_back(const KVLIB_SERVICE_CONF_REQUEST &request, Trail &trail) {
+    if (!trail.ok(kova::change::restore(request)))
+        KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_PENDING_ARGS(trail.last()));
+    return trail.last();
+}
 
 // The section names a file keeps once every section of `removed` is gone (one name, as the
 // file lists each name once), or all of them when nothing is removed.
@@ -44,18 +62,17 @@ std::vector<std::string> names_left(const kova::conf::ScFile &file, const char *
     return names;
 }
 
-int remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
+kova::Result<void> remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
     const std::string path = kova::change::request_services_dir(request.location) + "/" + request.fileName;
     if (KVLIBCFileExist(path.c_str()) == 0) {
         KOVA_LOG("Configure file (%s) does not exist!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
-        return 0;
+        return {};
     }
     // The file is read once: the section to remove, and the sections that stay.
     const kova::Result<kova::conf::ScFile> file = kova::conf::read_sc_file(path.c_str());
     if (!file) {
-        kova::set_error(file.failure());
         KOVA_LOG("Failed to get section(%s) from file(%s)", request.sectionName, path.c_str());
-        return -1;
+        return file.failure();
     }
     const kova::conf::ScSection *section = file->find(request.sectionName);
     const bool found = section != nullptr && section->key_count() > 0;
@@ -63,7 +80,7 @@ int remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
         KOVA_LOG("Section (%s) not found!" KOVA_ERRFMT, request.sectionName, KOVA_ERRARGS);
     } else if (KVLIBCFileRemoveSection(path.c_str(), request.sectionName) < 0) {
         KOVA_LOG("Remove section (%s) fail!" KOVA_ERRFMT, request.sectionName, KOVA_ERRARGS);
-        return -1;
+        return KOVA_FAILURE_KEEP;
     }
 
     // A file left without a service section has no reason to stay.
@@ -71,69 +88,74 @@ int remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
     const bool only_global = left.size() == 1 && left.front() == "global";
     if ((left.empty() || only_global) && kova::sys().unlink(path.c_str()) != 0)
         KOVA_LOG("remove file %s fail!" KOVA_ERRFMT, path.c_str(), KOVA_ERRARGS);
-    return 0;
+    return {};
 }
 
-// The steps of a removal once the trees are backed up; -1 after rolling back.
-int remove_backed_up(const KVLIB_SERVICE_CONF_REQUEST &request) {
-    if ((request.scope & 0x01) != 0 && kova::change::firewall_remove_record(request.sectionName) != 0) {
-        KOVA_LOG("Remove service record in firewall rule fail!" KOVA_ERRFMT, KOVA_ERRARGS);
-        return roll_back(request);
+// The steps of a removal once the trees are backed up; a failure after rolling back. On
+// success, what the clean-up left.
+kova::Result<kova::change::Done> remove_backed_up(const KVLIB_SERVICE_CONF_REQUEST &request, Trail &trail) {
+    if ((request.scope & 0x01) != 0 && !trail.ok(kova::change::firewall_remove_record(request.sectionName))) {
+        KOVA_LOG("Remove service record in firewall rule fail!" KOVA_ERRFMT, KOVA_PENDING_ARGS(trail.last()));
+        return roll_back(request, trail);
     }
-    if ((request.scope & 0x04) != 0 && kova::change::section_remove_from_file(request) != 0) {
-        KOVA_LOG("Remove service configure section fail!" KOVA_ERRFMT, KOVA_ERRARGS);
-        return roll_back(request);
+    if ((request.scope & 0x04) != 0 && !trail.ok(kova::change::section_remove_from_file(request))) {
+        KOVA_LOG("Remove service configure section fail!" KOVA_ERRFMT, KOVA_PENDING_ARGS(trail.last()));
+        return roll_back(request, trail);
     }
-    if (request.mode == 2 && kova::change::restart(request.restartMask) != 0) {
-        KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
-        if (kova::change::restore(request) != 0) KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
+    if (request.mode == 2 && !trail.ok(kova::change::restart(request.restartMask))) {
+        KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_PENDING_ARGS(trail.last()));
+        if (!trail.ok(kova::change::restore(request)))
+            KOVA_LOG("Restore configure fail!" KOVA_ERRFMT, KOVA_PENDING_ARGS(trail.last()));
         // Let the components pick up the restored configuration.
-        if (kova::change::restart(request.restartMask) != 0) KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+        if (!trail.ok(kova::change::restart(request.restartMask)))
+            KOVA_LOG("Restart service fail" KOVA_ERRFMT, KOVA_PENDING_ARGS(trail.last()));
+        return trail.last();
     }
-    if (kova::change::delete_backup(request) != 0) KOVA_LOG("Delete tmp configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
-    return 0;
+    if (!trail.ok(kova::change::delete_backup(request)))
+        KOVA_LOG("Delete tmp configure fail!" KOVA_ERRFMT, KOVA_PENDING_ARGS(trail.last()));
+    return kova::change::Done{trail.last()};
 }
 
-int section_remove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    if (pRequest == nullptr) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+kova::Result<kova::change::Done> section_remove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
+    if (pRequest == nullptr) return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     const KVLIB_SERVICE_CONF_REQUEST &request = *pRequest;
     const bool request_ok = (request.mode == 1 || request.mode == 2) &&
                             (request.mode != 2 || (request.restartMask & 0x0F) != 0) && request.action == 3 &&
                             (request.scope & 0x0F) != 0 && (request.scope & 0x04) != 0 && location_ok(request.location);
-    if (!request_ok || !names_ok(request)) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
-    }
+    if (!request_ok || !names_ok(request)) return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
 
-    if (kova::change::backup(request) != 0) {
-        KOVA_LOG("Backup configure fail!" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+    if (const kova::Result<void> backed_up = kova::change::backup(request); !backed_up) {
+        KOVA_LOG("Backup configure fail!" KOVA_ERRFMT, KOVA_PENDING_ARGS(backed_up.failure()));
+        return backed_up.failure();
     }
     // From here on every failure rolls back, running out of memory on the way included.
-    const int rc = KOVA_GUARDED(kThrew, [&] { return remove_backed_up(request); });
-    return rc == kThrew ? roll_back(request) : rc;
+    Trail trail;
+    bool threw = true;
+    kova::Result<kova::change::Done> removed = KOVA_GUARDED_RESULT(kova::Result<kova::change::Done>, [&] {
+        kova::Result<kova::change::Done> r = remove_backed_up(request, trail);
+        threw = false;
+        return r;
+    });
+    if (!threw) return removed;
+    trail.note(removed.failure());
+    return roll_back(request, trail);
 }
 
 }  // namespace
 
-int kova::change::section_remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
+kova::Result<void> kova::change::section_remove_from_file(const KVLIB_SERVICE_CONF_REQUEST &request) {
     if (request.action != 3 || (request.scope & 0x04) == 0 || !location_ok(request.location) || !names_ok(request)) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     }
     try {
         return remove_from_file(request);
     } catch (const std::bad_alloc &) {
-        KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
+        const kova::Failure f = KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
         KOVA_LOG("Failed to alloc memory");
-        return -1;
+        return f;
     }
 }
 
 extern "C" int KVLIBServiceConfSectionRemove(const KVLIB_SERVICE_CONF_REQUEST *pRequest) {
-    return KOVA_GUARDED(-1, [&] { return section_remove(pRequest); });
+    return KOVA_GUARDED(-1, [&] { return kova::change::to_c(section_remove(pRequest)); });
 }

@@ -47,17 +47,14 @@ private:
 };
 
 // Reads the keys that the section named `name` has now into the hash, in the order they first
-// appear, each with its last value: the number of distinct keys (0: no such section), or -1.
-int read_old_keys(const std::string &path, const char *name, kova::change::SzHashHandle &hash) {
+// appear, each with its last value: the number of distinct keys (0: no such section).
+kova::Result<int> read_old_keys(const std::string &path, const char *name, kova::change::SzHashHandle &hash) {
     const kova::Result<kova::conf::ScFile> file = kova::conf::read_sc_file(path.c_str());
-    if (!file) {
-        kova::set_error(file.failure());
-        return -1;
-    }
+    if (!file) return file.failure();
     const kova::conf::ScSection *section = file->find(name);
     if (section == nullptr) return 0;
     for (const auto &[key, value] : section->entries())
-        if (KVLIBCSzHashSetValue(hash.addr(), key.c_str(), value.c_str()) < 0) return -1;
+        if (KVLIBCSzHashSetValue(hash.addr(), key.c_str(), value.c_str()) < 0) return KOVA_FAILURE_KEEP;
     return section->key_count();
 }
 
@@ -88,35 +85,36 @@ bool fill_section_keys(kova::change::SzHashHandle &hash, const KOVA_SERVICE_CONF
     return true;
 }
 
-int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_CONF_SECTION *pSection) {
+// The edit. The platform, the rendering and the conflict check record their own failures.
+kova::Result<kova::change::Done> section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest,
+                                             const KOVA_SERVICE_CONF_SECTION *pSection) {
     if (pRequest == nullptr || pSection == nullptr || !kova::change::edit_request_ok(*pRequest)) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     }
     const std::string name = field(pSection->name);
     if (name.empty() || kova::change::has_line_break(name) || pSection->dstPort == nullptr ||
         !kova::change::ports_in_range(pSection->dstPort) || !kova::change::ports_in_range(pSection->srcPort) ||
         field(pSection->desc.text).empty() || field(pSection->title.text).empty()) {
-        KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-        return -1;
+        return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
     }
     const KVLIB_SERVICE_CONF_REQUEST &request = *pRequest;
 
     kova::change::PortValue dst;
     if (!kova::change::render_port_value(pSection->dstPort, dst)) {
         KOVA_LOG("Port to Str fail!" KOVA_ERRFMT, KOVA_ERRARGS);
-        return -1;
+        return KOVA_FAILURE_KEEP;
     }
     kova::change::PortValue src;
-    if (pSection->srcPort != nullptr && !kova::change::render_port_value(pSection->srcPort, src)) return -1;
+    if (pSection->srcPort != nullptr && !kova::change::render_port_value(pSection->srcPort, src))
+        return KOVA_FAILURE_KEEP;
 
-    if (!kova::change::ports_free(request, dst, module_log)) return -1;
+    if (!kova::change::ports_free(request, dst, module_log)) return KOVA_FAILURE_KEEP;
 
     if ((request.scope & 0x04) != 0) {
         kova::change::SzHashHandle hash(KVLIBCSzHashAlloc(1024));
         if (!hash) {
             KOVA_LOG("Failed to alloc memory");
-            return -1;
+            return KOVA_FAILURE_KEEP;
         }
         const std::string dir = kova::change::request_services_dir(request.location);
         const std::string path = dir + "/" + request.fileName;
@@ -125,32 +123,32 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
         if (KVLIBCFileExist(path.c_str()) == 0) {
             if (kova::sys().run("/bin/mkdir", "-p", dir.c_str(), nullptr, nullptr) != 0) {
                 KOVA_LOG("/bin/mkdir -p %s failed.(errno:%d/%m)", dir.c_str(), errno);
-                return -1;
+                return KOVA_FAILURE_KEEP;
             }
             if (KVLIBCFileTouch(path.c_str()) < 0) {
                 KOVA_LOG("Failed to touch %s", path.c_str());
-                return -1;
+                return KOVA_FAILURE_KEEP;
             }
             created.created(path);
         }
 
-        const int found = read_old_keys(path, request.sectionName, hash);
-        if (found < 0) {
+        const kova::Result<int> found = read_old_keys(path, request.sectionName, hash);
+        if (!found) {
             KOVA_LOG("failed to get section(%s) from %s", request.sectionName, path.c_str());
-            return -1;
+            return found.failure();
         }
-        if (!fill_section_keys(hash, *pSection, dst.value, src.value)) return -1;
+        if (!fill_section_keys(hash, *pSection, dst.value, src.value)) return KOVA_FAILURE_KEEP;
 
         kova::change::RouterCopy router_copy;
-        if (!router_copy.take(path, request.fileName, module_log)) return -1;
+        if (!router_copy.take(path, request.fileName, module_log)) return KOVA_FAILURE_KEEP;
 
         if (request.action == 1) {
             // The platform refuses values with line breaks; such a write fails and the file stays.
-            const int written = found > 0 ? KVLIBCFileSetSection(path.c_str(), name.c_str(), nullptr, hash.get(), 0)
-                                          : KVLIBCFileAddSection(path.c_str(), name.c_str(), hash.get(), 0);
+            const int written = *found > 0 ? KVLIBCFileSetSection(path.c_str(), name.c_str(), nullptr, hash.get(), 0)
+                                           : KVLIBCFileAddSection(path.c_str(), name.c_str(), hash.get(), 0);
             if (written < 0) {
                 KOVA_LOG("Failed to write section(%s) into %s" KOVA_ERRFMT, name.c_str(), path.c_str(), KOVA_ERRARGS);
-                return -1;
+                return KOVA_FAILURE_KEEP;
             }
         }
         created.keep();
@@ -158,13 +156,12 @@ int section_set(const KVLIB_SERVICE_CONF_REQUEST *pRequest, const KOVA_SERVICE_C
         router_copy.update_router(request, path, module_log);
     }
 
-    kova::change::restart_if_asked(request, module_log);
-    return 0;
+    return kova::change::Done{kova::change::restart_if_asked(request, module_log)};
 }
 
 }  // namespace
 
 extern "C" int KVLIBServiceConfSectionSet(const KVLIB_SERVICE_CONF_REQUEST *pRequest,
                                           const KOVA_SERVICE_CONF_SECTION *pSection) {
-    return KOVA_GUARDED(-1, [&] { return section_set(pRequest, pSection); });
+    return KOVA_GUARDED(-1, [&] { return kova::change::to_c(section_set(pRequest, pSection)); });
 }

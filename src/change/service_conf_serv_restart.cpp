@@ -82,73 +82,70 @@ int plugin_arg_from_file(KVLIB_PLUGIN *pPlugin, const char *szName, const char *
 
 namespace {
 
-int update_notify_unguarded(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) {
-    const PluginPtr plugin = plugin_open("port_config/update");
-    if (!plugin) return 0;
+// The "port_config/update" event once its receivers are reached: the missing path it reports
+// (the error state notes it before the event goes on) and the contents it carries.
+struct UpdateEvent {
+    PluginPtr plugin;
+    Failure missing_path{};
+};
 
+UpdateEvent open_update_event(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) {
+    UpdateEvent event{plugin_open("port_config/update")};
+    if (!event.plugin || notice.notifyPortForward == 0) return event;
+    if (notice.oldConfPath == nullptr) {
+        event.missing_path = KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
+        KOVA_LOG("FAILED to notify portforward, old sc file is NULL");
+    } else if (notice.newConfPath == nullptr) {
+        event.missing_path = KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
+        KOVA_LOG("FAILED to notify portforward, new sc file is NULL");
+    }
+    return event;
+}
+
+void send_update_event(const UpdateEvent &event, const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) {
+    KVLIB_PLUGIN *plugin = event.plugin.get();
     bool pf_missing = false;
     if (notice.notifyPortForward != 0) {
         bool contents_set = false;
-        if (notice.oldConfPath == nullptr) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("FAILED to notify portforward, old sc file is NULL");
-        } else if (notice.newConfPath == nullptr) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            KOVA_LOG("FAILED to notify portforward, new sc file is NULL");
-        } else if (plugin_arg_from_file(plugin.get(), "OLD_PORT_CONFIG_CONTENT", notice.oldConfPath) != 0) {
-            KOVA_LOG("FAILED to set content for OLD_PORT_CONFIG_CONTENTwith file=%s", notice.oldConfPath);
-        } else if (plugin_arg_from_file(plugin.get(), "NEW_PORT_CONFIG_CONTENT", notice.newConfPath) != 0) {
-            KOVA_LOG("FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=%s", notice.newConfPath);
-        } else {
-            contents_set = true;
+        if (event.missing_path.code == 0) {
+            if (plugin_arg_from_file(plugin, "OLD_PORT_CONFIG_CONTENT", notice.oldConfPath) != 0) {
+                KOVA_LOG("FAILED to set content for OLD_PORT_CONFIG_CONTENTwith file=%s", notice.oldConfPath);
+            } else if (plugin_arg_from_file(plugin, "NEW_PORT_CONFIG_CONTENT", notice.newConfPath) != 0) {
+                KOVA_LOG("FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=%s", notice.newConfPath);
+            } else {
+                contents_set = true;
+            }
         }
         if (!contents_set) {
-            KVLIBPluginSetArg(plugin.get(), "OLD_PORT_CONFIG_CONTENT", "");
-            KVLIBPluginSetArg(plugin.get(), "NEW_PORT_CONFIG_CONTENT", "");
+            KVLIBPluginSetArg(plugin, "OLD_PORT_CONFIG_CONTENT", "");
+            KVLIBPluginSetArg(plugin, "NEW_PORT_CONFIG_CONTENT", "");
             KOVA_LOG("FAILED to set common arg for update");
         }
-        if (KVLIBPluginSetArg(plugin.get(), "NOTIFY_PF", "1") < 0) {
+        if (KVLIBPluginSetArg(plugin, "NOTIFY_PF", "1") < 0) {
             KOVA_LOG("FAILED to set NOTIFY_PF");
             KOVA_LOG("FAILED to set update pf arg");
             pf_missing = true;
         }
     }
-    if (notice.notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
+    if (notice.notifyFirewall != 0 && KVLIBPluginSetArg(plugin, "NOTIFY_FW", "1") < 0) {
         KOVA_LOG("FAILED to set NOTIFY_FW");
         KOVA_LOG("FAILED to set update fw arg");
-        if (pf_missing) return 0;
+        if (pf_missing) return;
     }
-    if (KVLIBPluginAction(kInvokeAction, plugin.get()) < 0) {
+    if (KVLIBPluginAction(kInvokeAction, plugin) < 0) {
         KOVA_LOG("FAILED to invoke plugins");
-        return 0;
+        return;
     }
     if (KVLIBServiceIsRunning(kRelayDaemon) == 1 && KVLIBServiceReload(kRelayDaemon) < 0)
         KOVA_LOG("FAILED to notify kovarelayd for update conf");
-    return 0;
 }
 
 }  // namespace
 
-int restart(unsigned int restartMask) noexcept {
-    return KOVA_GUARDED(-1, [&] {
-        if (restartMask == 0 || restartMask > 31) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
-        }
-        if ((restartMask & 0x01) != 0 && firewall_reload() != 0) return -1;
-        if ((restartMask & 0x03) != 0 && KVLIBServiceIsRunning(kRelayDaemon) == 1) KVLIBServiceReload(kRelayDaemon);
-        return 0;
-    });
-}
-
-int update_notify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept {
-    return KOVA_GUARDED(-1, [&] { return update_notify_unguarded(notice); });
-}
-
-int remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept {
-    return KOVA_GUARDED(-1, [&] {
+Result<void> remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept {
+    return KOVA_GUARDED_RESULT(Result<void>, [&]() -> Result<void> {
         const PluginPtr plugin = plugin_open("port_config/remove");
-        if (!plugin) return 0;
+        if (!plugin) return {};
 
         bool content_missing = false;
         if (plugin_arg_from_file(plugin.get(), "PORT_CONFIG_CONTENT", notice.confPath) != 0) {
@@ -169,14 +166,37 @@ int remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept {
         if (notice.notifyFirewall != 0 && KVLIBPluginSetArg(plugin.get(), "NOTIFY_FW", "1") < 0) {
             KOVA_LOG("FAILED to set NOTIFY_FW");
             KOVA_LOG("FAILED to set update fw arg");
-            if (content_missing && pf_failed) return 0;
+            if (content_missing && pf_failed) return {};
         }
         if (KVLIBPluginAction(kInvokeAction, plugin.get()) < 0) {
             KOVA_LOG("FAILED to invoke plugins");
-            return 0;
+            return {};
         }
         if (KVLIBServiceIsRunning(kRelayDaemon) == 1 && KVLIBServiceReload(kRelayDaemon) < 0)
             KOVA_LOG("FAILED to notify kovarelayd for remove conf");
+        return {};
+    });
+}
+
+Result<void> restart(unsigned int restartMask) noexcept {
+    return KOVA_GUARDED_RESULT(Result<void>, [&]() -> Result<void> {
+        if (restartMask == 0 || restartMask > 31) return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
+        if ((restartMask & 0x01) != 0) {
+            if (Result<void> reloaded = firewall_reload(); !reloaded) return reloaded;
+        }
+        if ((restartMask & 0x03) != 0 && KVLIBServiceIsRunning(kRelayDaemon) == 1) KVLIBServiceReload(kRelayDaemon);
+        return {};
+    });
+}
+
+int notify_update(const KVLIB_SERVICE_CONF_UPDATE_NOTICE &notice) noexcept {
+    return KOVA_GUARDED(-1, [&] {
+        const UpdateEvent event = open_update_event(notice);
+        if (!event.plugin) return 0;
+        // A missing path is recorded before the event goes on; what the platform records on the
+        // way replaces it.
+        set_error(event.missing_path);
+        send_update_event(event, notice);
         return 0;
     });
 }
@@ -186,19 +206,21 @@ int remove_notify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) noexcept {
 extern "C" {
 
 int KVLIBServiceConfServRestart(unsigned int restartMask) {
-    return kova::change::restart(restartMask);
+    return kova::change::to_c(kova::change::restart(restartMask));
 }
 
 int KVLIBServiceConfUpdateServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
-    return KOVA_WITH_RECORD(pNotice, kova::change::update_notify);
+    return KOVA_WITH_RECORD(pNotice, kova::change::notify_update);
 }
 
 int KVLIBServiceConfServNotify(const KVLIB_SERVICE_CONF_UPDATE_NOTICE *pNotice) {
-    return KOVA_WITH_RECORD(pNotice, kova::change::update_notify);
+    return KOVA_WITH_RECORD(pNotice, kova::change::notify_update);
 }
 
 int KVLIBServiceConfRemoveServNotify(const KVLIB_SERVICE_CONF_REMOVE_NOTICE *pNotice) {
-    return KOVA_WITH_RECORD(pNotice, kova::change::remove_notify);
+    return KOVA_WITH_RECORD(pNotice, [](const KVLIB_SERVICE_CONF_REMOVE_NOTICE &notice) {
+        return kova::change::to_c(kova::change::remove_notify(notice));
+    });
 }
 
 }  // extern "C"

@@ -30,37 +30,36 @@ Result<std::string> install_path(const char *szBaseName, int location) noexcept 
     }
 }
 
-int firewall_reload() noexcept {
-    return KOVA_GUARDED(-1, [&] {
+// Runs the firewall tool; a tool that cannot be run is logged and leaves the error state.
+Result<void> firewall_reload() noexcept {
+    return KOVA_GUARDED_RESULT(Result<void>, [&]() -> Result<void> {
         const std::string tool = kova::resolve(kova::paths::kFirewallTool);
         const int ret = kova::sys().run_with(tool.c_str(), 0xBB, "--reload", nullptr);
         if (ret < 0) {
             KOVA_LOG("Failed to execute [%s %s], ret:%d", tool.c_str(), "--reload", ret);
-            return -1;
+            return KOVA_FAILURE_KEEP;
         }
-        return 0;
+        return {};
     });
 }
 
-int firewall_remove_record(const char *szServiceName) noexcept {
-    return KOVA_GUARDED(-1, [&] {
+Result<void> firewall_remove_record(const char *szServiceName) noexcept {
+    return KOVA_GUARDED_RESULT(Result<void>, [&]() -> Result<void> {
         const std::string tool = kova::resolve(kova::paths::kFirewallTool);
         const int ret = kova::sys().run_with(tool.c_str(), 0xBB, "--remove-serv-rec", szServiceName);
         if (ret < 0) {
             KOVA_LOG("Failed to execute [%s %s %s], ret:%d", tool.c_str(), "--remove-serv-rec", szServiceName, ret);
-            return -1;
+            return KOVA_FAILURE_KEEP;
         }
-        return 0;
+        return {};
     });
 }
 
-int install(const char *szBaseName, const char *szSourcePath, unsigned int location,
-            KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept {
-    return KOVA_GUARDED(-1, [&] {
+Result<InstallPlan> plan_install(const char *szBaseName, const char *szSourcePath, unsigned int location) noexcept {
+    return KOVA_GUARDED_RESULT(Result<InstallPlan>, [&]() -> Result<InstallPlan> {
         // A base name that is not a plain file name could place the file outside services.d.
         if (is_hostile_name(szSourcePath) || !is_plain_file_name(szBaseName)) {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
+            return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
         }
         std::string_view dir_name;
         if (location == KOVA_CONF_LOCATION_SYSTEM) {
@@ -68,26 +67,31 @@ int install(const char *szBaseName, const char *szSourcePath, unsigned int locat
         } else if (location == KOVA_CONF_LOCATION_PACKAGE) {
             dir_name = kova::paths::kPackageServicesDir;
         } else {
-            KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-            return -1;
+            return KOVA_FAILURE(KOVA_ERR_BAD_PARAMETER);
         }
-        const std::string dir = kova::resolve(dir_name);
+        InstallPlan plan{kova::resolve(dir_name), {}};
 
-        if (const Result<void> verified = conf::file_verify(szSourcePath, dir.c_str()); !verified) {
+        if (const Result<void> verified = conf::file_verify(szSourcePath, plan.dir.c_str()); !verified) {
             const Failure &f = verified.failure();
             if (f.code != KOVA_ERR_ALREADY_INSTALLED) {
-                set_error(f);
                 if (f.code == KOVA_ERR_FILE_NOT_FOUND) {
-                    KOVA_LOG("Source configure file does not exist (%s)" KOVA_ERRFMT, szSourcePath, KOVA_ERRARGS);
+                    KOVA_LOG("Source configure file does not exist (%s)" KOVA_ERRFMT, szSourcePath,
+                             KOVA_FAILURE_ARGS(f));
                 } else {
-                    KOVA_LOG("install configue file fail! (%s)" KOVA_ERRFMT, szSourcePath, KOVA_ERRARGS);
+                    KOVA_LOG("install configue file fail! (%s)" KOVA_ERRFMT, szSourcePath, KOVA_FAILURE_ARGS(f));
                 }
-                return -1;
+                return f;
             }
             // Installed already: the install replaces the file.
-            KOVA_SET_ERR(KOVA_ERR_NONE);
+            plan.left = KOVA_STATE_NOTE(KOVA_ERR_NONE);
         }
+        return plan;
+    });
+}
 
+Result<int> finish_install(const InstallPlan &plan, const char *szBaseName, const char *szSourcePath,
+                           KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept {
+    return KOVA_GUARDED_RESULT(Result<int>, [&]() -> Result<int> {
         // A caller that does not want the conflicting ports still gets the check.
         kova::PortsPtr local_conflicts;
         KOVA_SERVICE_CONF_PORT *local_head = nullptr;
@@ -100,20 +104,29 @@ int install(const char *szBaseName, const char *szSourcePath, unsigned int locat
             KOVA_LOG("check %s conf file port conflict failed=%d", szSourcePath, conflict);
         }
 
-        if (kova::sys().run("/bin/mkdir", "-p", dir.c_str(), nullptr, nullptr) != 0) {
-            KOVA_SET_ERR(KOVA_ERR_MKDIR);
-            KOVA_LOG("mkdir fail for path %s" KOVA_ERRFMT, dir.c_str(), KOVA_ERRARGS);
-            return -1;
+        if (kova::sys().run("/bin/mkdir", "-p", plan.dir.c_str(), nullptr, nullptr) != 0) {
+            const Failure f = KOVA_FAILURE(KOVA_ERR_MKDIR);
+            KOVA_LOG("mkdir fail for path %s" KOVA_ERRFMT, plan.dir.c_str(), KOVA_FAILURE_ARGS(f));
+            return f;
         }
-        const std::string target = dir + "/" + szBaseName;
+        const std::string target = plan.dir + "/" + szBaseName;
         if (kova::sys().run("/bin/cp", "-f", szSourcePath, target.c_str(), nullptr) != 0) {
-            KOVA_SET_ERR(KOVA_ERR_COPY);
+            const Failure f = KOVA_FAILURE(KOVA_ERR_COPY);
             KOVA_LOG("install configure file fail! from=%s to=%s" KOVA_ERRFMT, szSourcePath, target.c_str(),
-                     KOVA_ERRARGS);
-            return -1;
+                     KOVA_FAILURE_ARGS(f));
+            return f;
         }
         return conflict == 1 ? 1 : 0;
     });
+}
+
+int install(const char *szBaseName, const char *szSourcePath, unsigned int location,
+            KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept {
+    const Result<InstallPlan> plan = plan_install(szBaseName, szSourcePath, location);
+    if (!plan) return to_c(plan);
+    record(plan->left);
+    const Result<int> installed = finish_install(*plan, szBaseName, szSourcePath, ppConflictList);
+    return installed ? *installed : to_c(installed);
 }
 
 }  // namespace kova::change
@@ -135,7 +148,7 @@ int GetInstallPath(const char *szBaseName, int location, char *szPath, int cbPat
 }
 
 int KOVAFwRuleHupWrap(void) {
-    return kova::change::firewall_reload();
+    return kova::change::to_c(kova::change::firewall_reload());
 }
 
 int KVLIBFwServRemoveRecWrap(const char *szServiceName) {
@@ -143,7 +156,7 @@ int KVLIBFwServRemoveRecWrap(const char *szServiceName) {
         KOVA_SET_ERR(KOVA_ERR_BAD_PARAMETER);
         return -1;
     }
-    return kova::change::firewall_remove_record(szServiceName);
+    return kova::change::to_c(kova::change::firewall_remove_record(szServiceName));
 }
 
 int ServiceConfInstall(const char *szBaseName, const char *szSourcePath, unsigned int location,

@@ -88,6 +88,26 @@ TEST_F(InstallTest, UpdateKeepsTheOldCopySafe) {
     EXPECT_EQ(events().size() + leftovers().size(), 2u);
 }
 
+// Steps that succeed may still leave an error state: replacing an installed file clears it, an
+// update event without an old file notes a bad parameter and is sent all the same.
+TEST_F(InstallTest, StatesThatSuccessesLeave) {
+    poison_error();
+    EXPECT_EQ(KOVAServiceConfInstall(src.c_str(), 2), 0);
+    EXPECT_EQ(normalize(std::to_string(KVLIBCErrGet()) + " " + KVLIBCErrorGetFile() + ":" +
+                        std::to_string(KVLIBCErrorGetLine())),
+              "0 utils.cpp:N");
+    KVLIB_SERVICE_CONF_UPDATE_NOTICE notice{nullptr, src.c_str(), 1, 1};
+    poison_error();
+    EXPECT_EQ(KVLIBServiceConfUpdateServNotify(&notice), 0);
+    EXPECT_EQ(KVLIBCErrGet(), 0x0D00u);
+    EXPECT_STREQ(KVLIBCErrorGetFile(), "service_conf_serv_restart.cpp");
+    ASSERT_EQ(events().size(), 1u);
+    EXPECT_EQ(
+        events()[0].second,
+        (Args{
+            {"NEW_PORT_CONFIG_CONTENT", ""}, {"NOTIFY_FW", "1"}, {"NOTIFY_PF", "1"}, {"OLD_PORT_CONFIG_CONTENT", ""}}));
+}
+
 TEST_F(InstallTest, RemoveSendsTheContentAsTheScopeSays) {
     const std::string content = sc("svc", "61000/tcp") + std::string(60000, '#') + "\n";  // read whole
     const struct {
