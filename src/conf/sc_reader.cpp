@@ -27,7 +27,8 @@ std::string_view c_text(std::string_view s) {
 
 class ScParser {
 public:
-    // Parses the file's buffer, `size` bytes followed by room for a NUL.
+    // Parses the file's buffer, `size` bytes followed by room for a NUL. A key name without NUL
+    // bytes (nearly all are) is looked up once for both the keys and the platform's count.
     static void parse(ScFile &file, size_t size) {
         file.text_.reserve(size);
         char *const text = file.text_.data.get();
@@ -41,16 +42,17 @@ public:
             return piece.data();
         };
         SeenNames &sections = file.seen_sections_;
-        SeenNames &keys = file.seen_keys_;            // C-text names of the current section's keys
-        SeenNames &full_keys = file.seen_full_keys_;  // their full names (NUL bytes included)
+        SeenNames &keys = file.seen_keys_;  // C-text names of the current section's keys
+        // Their full names (NUL bytes included), kept apart only once one of them holds a NUL byte.
+        SeenNames &full_keys = file.seen_full_keys_;
+        bool full_apart = false;
         sections.clear();
         keys.clear();
-        full_keys.clear();
         ScSection *current = nullptr;
         kova::ini::for_each_line(std::string_view(text, size), [&](const kova::ini::Line &line) {
             if (line.kind == kova::ini::Kind::kSection) {
                 keys.clear();
-                full_keys.clear();
+                full_apart = false;
                 current = nullptr;  // a later section of a name is never read
                 if (sections.find_or_add(line.name) != kNone) return true;
                 current = &file.sections_.emplace_back();
@@ -58,10 +60,14 @@ public:
                 current->name_ = terminate(line.name);
                 current->first_ = current->end_ = static_cast<uint32_t>(file.keys_.size());
             } else if (line.kind == kova::ini::Kind::kKey && current != nullptr && !line.name.empty()) {
-                if (full_keys.find_or_add(line.name) == kNone) ++current->key_count_;
                 const std::string_view name = c_text(line.name);
-                const char *value = terminate(line.value);
+                if (!full_apart && name.size() != line.name.size()) {
+                    full_apart = true;
+                    full_keys.assign(keys);  // the full names so far are their C texts
+                }
                 const size_t at = keys.find_or_add(name);
+                if ((full_apart ? full_keys.find_or_add(line.name) : at) == kNone) ++current->key_count_;
+                const char *value = terminate(line.value);
                 if (at != kNone) {
                     file.keys_[current->first_ + at].value = value;
                 } else {
@@ -81,9 +87,9 @@ namespace {
 
 // Reads the whole content of a regular file into the buffer; its size, or kNone when it cannot
 // be opened or read, or is not a regular file. A file that its directory's listing calls regular
-// is not asked again (directories, devices and pipes are refused either way); the buffer of the
-// last file read into it is then large enough for most, and grows by the read otherwise. A
-// file opened through its directory costs the kernel one step of path walk instead of them all.
+// is not asked again (directories, devices and pipes are refused either way); a file opened
+// through its directory costs the kernel one step of path walk instead of them all. The buffer
+// of the last file read is large enough for most; it grows by the read otherwise.
 size_t read_regular_file(const FileRef &where, TextBuffer &text) {
     System &sys = kova::sys();
     constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
@@ -114,12 +120,6 @@ size_t read_regular_file(const FileRef &where, TextBuffer &text) {
 }
 
 }  // namespace
-
-void SeenNames::clear() {
-    names_.clear();
-    // Clearing a map sweeps all its buckets, even when it holds nothing.
-    if (!hash_.empty()) hash_.clear();
-}
 
 size_t SeenNames::find_or_add(std::string_view name) {
     if (names_.size() < kLinear) {

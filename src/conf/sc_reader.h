@@ -40,7 +40,15 @@ struct TextBuffer {
 class SeenNames {
 public:
     static constexpr size_t kNone = static_cast<size_t>(-1);
-    void clear();
+    void clear() {
+        names_.clear();
+        // Clearing a map sweeps all its buckets, even when it holds nothing.
+        if (!hash_.empty()) hash_.clear();
+    }
+    void assign(const SeenNames &other) {  // the names of `other`
+        names_ = other.names_;
+        hash_.clear();
+    }
     // The position of `name` when it was seen; else adds it and returns kNone.
     size_t find_or_add(std::string_view name);
 
