@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -42,26 +41,6 @@ int with_record(const T *record, Core core, const char *module, int line) noexce
     return core(*record);
 }
 #define KOVA_WITH_RECORD(record, core) ::kova::change::with_record(record, core, __FILE_NAME__, __LINE__)
-
-// A core step that may run out of memory: its result, or a failure 0x0200 naming the step's
-// module and line. Other exceptions fail the step without naming an error.
-template <class R, class F>
-R guarded_result(const char *module, int line, F &&body) noexcept {
-    try {
-        return std::forward<F>(body)();
-    } catch (const std::bad_alloc &) {
-        return Failure{KOVA_ERR_OUT_OF_MEMORY, module, line};
-    } catch (...) {
-        return Failure{};
-    }
-}
-#define KOVA_GUARDED_RESULT(type, ...) ::kova::change::guarded_result<type>(__FILE_NAME__, __LINE__, __VA_ARGS__)
-
-// The error state as a log line prints it once `f` is recorded: the failure when it names an
-// error, else the state as it is ("[0x%04X %s:%d]").
-#define KOVA_PENDING_ARGS(f)                                                                          \
-    ((f).code != 0 ? (f).code : KVLIBCErrGet()), ((f).code != 0 ? (f).module : KVLIBCErrorGetFile()), \
-        ((f).code != 0 ? (f).line : KVLIBCErrorGetLine())
 
 // What a step leaves in the error state when it succeeds: nothing, or a code (0 included)
 // naming the step's module and line.

@@ -116,28 +116,6 @@ bool row_ports(const KOVA_FW_SERVICE_ENTRY &row, const KOVA_FW_PORT_SPEC &spec, 
     return ret > 0 || (list != nullptr && list->nItem > 0);
 }
 
-void add_table_rows(Builder &catalogue, auto &support) {
-    for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
-        kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
-        if (!record) {
-            KOVA_LOG("Failed to allocate for service, errno=0x%X", ::kova::shown_error_code());
-            continue;
-        }
-        kova::copy_field(record->name, row->name);
-        record->supported = row->supportKey == nullptr ? row->defaultSupported : support.yes(row->supportKey);
-        record->portForward = row->portForward;
-        copy_string_key(record->title, row->title);
-        copy_string_key(record->desc, row->desc);
-        if (row->src.enabled != 0 && !row_ports(*row, row->src, "src", record->srcProtocol, record->srcPorts)) {
-            continue;
-        }
-        if (row->dst.enabled != 0 && !row_ports(*row, row->dst, "dst", record->dstProtocol, record->dstPorts)) {
-            continue;
-        }
-        catalogue.add(std::move(record));
-    }
-}
-
 // The support test: whether the key's value in the defaults file is "yes", as
 // KVLIBCFileCheckKeyValue answers it, the file read once per enumeration however many rows and
 // files name a key (a table row its own support key, a .sc file the support_key of its
@@ -164,6 +142,28 @@ private:
     bool read_ = false;
     std::optional<kova::conf::KeyValueFile> file_;  // none when it cannot be read
 };
+
+void add_table_rows(Builder &catalogue, SupportKeys &support) {
+    for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
+        kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
+        if (!record) {
+            KOVA_LOG("Failed to allocate for service, errno=0x%X", ::kova::shown_error_code());
+            continue;
+        }
+        kova::copy_field(record->name, row->name);
+        record->supported = row->supportKey == nullptr ? row->defaultSupported : support.yes(row->supportKey);
+        record->portForward = row->portForward;
+        copy_string_key(record->title, row->title);
+        copy_string_key(record->desc, row->desc);
+        if (row->src.enabled != 0 && !row_ports(*row, row->src, "src", record->srcProtocol, record->srcPorts)) {
+            continue;
+        }
+        if (row->dst.enabled != 0 && !row_ports(*row, row->dst, "dst", record->dstProtocol, record->dstPorts)) {
+            continue;
+        }
+        catalogue.add(std::move(record));
+    }
+}
 
 // The records of the .sc sections, made as each file is read, in the order the catalogue lists
 // them: system files before package files, files by name, sections in file order.

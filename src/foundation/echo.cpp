@@ -23,7 +23,7 @@ std::string shown(const ErrorState &s) {
     for (const char *p = s.file; *p != '\0'; ++p)
         if (static_cast<unsigned char>(*p) < 0x20 || *p == 0x7F) return {};
     char text[sizeof s.file + 32];
-    const int n = std::snprintf(text, sizeof text, "[0x%04X %s:%d]", s.code, s.file, s.line);
+    const int n = std::snprintf(text, sizeof text, KOVA_ERRFMT, s.code, s.file, s.line);
     return n > 0 ? std::string(text, static_cast<size_t>(n)) : std::string();
 }
 

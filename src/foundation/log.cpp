@@ -272,18 +272,24 @@ bool ErrorState::operator==(const ErrorState &other) const noexcept {
     return code == other.code && line == other.line && std::strcmp(file, other.file) == 0;
 }
 
+namespace {
+const ErrorState *tapped_state() noexcept {
+    return t_tap != nullptr ? t_tap->shown_state() : nullptr;
+}
+}  // namespace
+
 unsigned shown_error_code() noexcept {
-    const ErrorState *shown = t_tap != nullptr ? t_tap->shown_state() : nullptr;
+    const ErrorState *shown = tapped_state();
     return shown != nullptr ? shown->code : KVLIBCErrGet();
 }
 
 const char *shown_error_file() noexcept {
-    const ErrorState *shown = t_tap != nullptr ? t_tap->shown_state() : nullptr;
+    const ErrorState *shown = tapped_state();
     return shown != nullptr ? shown->file : KVLIBCErrorGetFile();
 }
 
 int shown_error_line() noexcept {
-    const ErrorState *shown = t_tap != nullptr ? t_tap->shown_state() : nullptr;
+    const ErrorState *shown = tapped_state();
     return shown != nullptr ? shown->line : KVLIBCErrorGetLine();
 }
 

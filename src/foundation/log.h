@@ -55,6 +55,12 @@ int shown_error_line() noexcept;
 // The current error state as log lines print it: "[0x%04X %s:%d]".
 #define KOVA_ERRFMT "[0x%04X %s:%d]"
 #define KOVA_ERRARGS ::kova::shown_error_code(), ::kova::shown_error_file(), ::kova::shown_error_line()
+// The same once a pending failure `f` is recorded: the failure when it names an error, else the
+// state as it is.
+#define KOVA_PENDING_ARGS(f)                                       \
+    ((f).code != 0 ? (f).code : ::kova::shown_error_code()),       \
+        ((f).code != 0 ? (f).module : ::kova::shown_error_file()), \
+        ((f).code != 0 ? (f).line : ::kova::shown_error_line())
 
 // Sets the error state naming this module and line.
 #define KOVA_SET_ERR(code) KVLIBCErrSetEx((code), __FILE_NAME__, __LINE__)

@@ -2,6 +2,7 @@
 // and the services of the firewall catalogue (0x04).
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <optional>
 
 #include "conf/sc_reader.h"
@@ -96,7 +97,7 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
         visit.erase(std::unique(visit.begin(), visit.end()), visit.end());
     } else {
         visit.resize(theirs.items.size());
-        for (uint32_t i = 0; i < visit.size(); ++i) visit[i] = i;
+        std::iota(visit.begin(), visit.end(), 0u);
     }
     std::vector<uint32_t> hits;
     bool found = false;

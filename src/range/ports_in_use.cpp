@@ -39,14 +39,13 @@ public:
                 if (*r) whole_ = &kept_.keep_used_ports(tcp_, std::move(read));
             }
             if (whole_ == nullptr) {
-                unread_ = {KVLIBCErrGet(), KVLIBCErrorGetFile() != nullptr ? KVLIBCErrorGetFile() : "",
-                           KVLIBCErrorGetLine()};
+                unread_ = ErrorState::current();
                 return false;
             }
         }
         if (inside && whole_ == nullptr) {
             // The tables are not read again: each later range would fail as the whole space did.
-            KVLIBCErrSetEx(unread_.code, unread_.file.c_str(), unread_.line);
+            unread_.set();
             return false;
         }
         std::vector<int32_t> fetched;
@@ -85,18 +84,11 @@ private:
         return true;
     }
 
-    // The error state that reading the tables left when they could not be read.
-    struct ErrorState {
-        unsigned int code = 0;
-        std::string file;
-        int line = 0;
-    };
-
     int tcp_;
     CatalogueSource &kept_;
     bool tried_whole_ = false;
     const std::vector<int32_t> *whole_ = nullptr;  // kept by `kept_`; none when unreadable
-    ErrorState unread_;
+    ErrorState unread_;  // the error state that reading the tables left when they could not be read
 };
 
 // The ports of the skipped services that use the protocol, as their texts name them ("445" or

@@ -171,11 +171,10 @@ bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
     std::map<uint32_t, std::string> programs;
     std::set<std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>> listed;  // pid, state, port, protocol
     std::set<std::pair<unsigned int, unsigned int>> seen;                 // port, protocol with a visible owner
-    std::set<unsigned int> unowned[2];                                    // TCP, UDP
+    std::set<std::pair<unsigned int, unsigned int>> unowned;              // protocol (TCP first), port
     for (const auto &s : DListRecords<RawSocketInfo>(sockets.get())) {
         if ((s.protocol & q.protocols) == 0) continue;
-        if ((s.protocol == KOVA_PROTO_UDP || s.state == 10) && in_runs(q, s.port))
-            unowned[s.protocol == KOVA_PROTO_TCP ? 0 : 1].insert(s.port);
+        if (listening(s.protocol, s.state) && in_runs(q, s.port)) unowned.insert({s.protocol, s.port});
         if (q.listening_only && !listening(s.protocol, s.state)) continue;
         SzListPtr pids(InodeToPidsGet(owners.get(), s.inode));
         if (!pids) return false;
@@ -198,17 +197,15 @@ bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
             if (out.size() != before) seen.insert({s.port, s.protocol});
         }
     }
-    for (unsigned int protocol : {KOVA_PROTO_TCP, KOVA_PROTO_UDP}) {
-        for (unsigned int port : unowned[protocol == KOVA_PROTO_TCP ? 0 : 1]) {
-            if (seen.count({port, protocol}) != 0) continue;
-            Holder h;
-            h.source = HolderSource::InUse;
-            h.run = {port, port};
-            h.protocols = protocol;
-            h.visible = false;
-            h.state = protocol == KOVA_PROTO_TCP ? "LISTEN" : "UNCONN";
-            out.push_back(h);
-        }
+    for (const auto &[protocol, port] : unowned) {
+        if (seen.count({port, protocol}) != 0) continue;
+        Holder h;
+        h.source = HolderSource::InUse;
+        h.run = {port, port};
+        h.protocols = protocol;
+        h.visible = false;
+        h.state = protocol == KOVA_PROTO_TCP ? "LISTEN" : "UNCONN";
+        out.push_back(h);
     }
     return true;
 }
