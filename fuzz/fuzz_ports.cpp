@@ -24,8 +24,9 @@ void check_render_round_trip(const KOVA_SERVICE_CONF_PORT *list) {
     std::string ports;
     for (Port &p : expected) {
         if (p.type == 1 && p.begin > p.end) std::swap(p.begin, p.end);
-        ports +=
-            (ports.empty() ? "" : ",") + std::to_string(p.begin) + (p.type == 1 ? ":" + std::to_string(p.end) : "");
+        if (!ports.empty()) ports += ',';
+        ports += std::to_string(p.begin);
+        if (p.type == 1) ports.append(":").append(std::to_string(p.end));
     }
     const uint32_t proto = expected.front().protocol;
     const std::string protocol = proto == KOVA_PROTO_BOTH ? "tcp,udp" : proto == KOVA_PROTO_TCP ? "tcp" : "udp";

@@ -124,7 +124,7 @@ TEST_F(EditRaceTest, EightWritersLoseNoUpdateAndTheReaderSeesOnlyTheRealFile) {
     std::string text = "[global]\nversion=2\n";
     Lines names;
     for (int w = 0; w < kWriters; ++w) {
-        names.push_back("w" + std::to_string(w));
+        names.push_back(str("w", w));
         text += sc(names.back(), std::to_string(40000 + 1000 * w) + "/tcp");
     }
     write(kDir + "/app.sc", text);
@@ -136,7 +136,7 @@ TEST_F(EditRaceTest, EightWritersLoseNoUpdateAndTheReaderSeesOnlyTheRealFile) {
         if (pid == 0) {
             std::ofstream failed(path("/calls/failed." + names[w]));  // the edits that failed, by number
             for (int i = 0; i < n; ++i)
-                if (edit(static_cast<Edit>(i % 4), f, names[w], 40000 + 1000 * w, i, "k" + std::to_string(i)) != 0)
+                if (edit(static_cast<Edit>(i % 4), f, names[w], 40000 + 1000 * w, i, str("k", i)) != 0)
                     failed << i << "\n" << std::flush;
             ::_exit(0);
         }
@@ -161,7 +161,7 @@ TEST_F(EditRaceTest, EightWritersLoseNoUpdateAndTheReaderSeesOnlyTheRealFile) {
         int last_port = 0;
         for (int i = 0; i < n; ++i) {
             failed[i % 4] += !ok[i];
-            if (i % 4 == 0) lost += ok[i] && value(names[w], "k" + std::to_string(i)) != std::to_string(i);
+            if (i % 4 == 0) lost += ok[i] && value(names[w], str("k", i)) != std::to_string(i);
             if (i % 4 != 0 && ok[i]) last_port = 40000 + 1000 * w + i % 1000;
         }
         lost += last_port != 0 && dst_port(names[w]) != last_port;

@@ -131,7 +131,7 @@ TEST_F(ConfGetTest, OddFilesRawBytesAndManySections) {
     EXPECT_EQ(parts(confs_->sections->title) + parts(confs_->sections->desc), "|||\xff\xfe\xc3(||||ab|");
     EXPECT_EQ(log_normalized(), Strings{no_section("service_conf_section_get", "x", 0, kPoison)});
     std::string content = "[global]\nversion=3\n";
-    for (int i = 0; i < 20000; ++i) content += sc_section("s" + std::to_string(i), std::to_string(i % 60000 + 1));
+    for (int i = 0; i < 20000; ++i) content += sc_section(str("s", i), std::to_string(i % 60000 + 1));
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(get(content), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));  // one pass, not one per section

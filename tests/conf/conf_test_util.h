@@ -18,9 +18,8 @@ inline const std::string kPkgDir = "/usr/local/etc/services.d/", kPoison = "[0xE
 inline Strings port_texts(const KOVA_SERVICE_CONF_PORT *p) {
     Strings out;
     for (; p != nullptr; p = p->next)
-        out.push_back("d" + std::to_string(p->direction) + " t" + std::to_string(p->type) + " p" +
-                      std::to_string(p->protocol) + " " + std::to_string(p->beginPort) +
-                      (p->type == 1 || p->endPort != 0 ? "-" + std::to_string(p->endPort) : ""));
+        out.push_back(str("d", p->direction, " t", p->type, " p", p->protocol, " ", p->beginPort,
+                          p->type == 1 || p->endPort != 0 ? str("-", p->endPort) : ""));
     return out;
 }
 

@@ -18,6 +18,7 @@ namespace {
 using kova::test::Lines;
 using kova::test::parts;
 using kova::test::port_texts;
+using kova::test::str;
 
 std::string joined(const KOVA_SERVICE_CONF_PORT *p) {
     std::string out;
@@ -31,8 +32,8 @@ std::string section_text(const KOVA_SERVICE_CONF_SECTION &s) {
 }
 
 std::string conf_text(const KOVA_SERVICE_CONF &c) {
-    std::string out = "v" + std::to_string(c.version) + " " + c.supportKey + " " + c.runKey;
-    for (const KOVA_SERVICE_CONF_SECTION *s = c.sections; s != nullptr; s = s->next) out += "\n" + section_text(*s);
+    std::string out = str("v", c.version, " ", c.supportKey, " ", c.runKey);
+    for (const KOVA_SERVICE_CONF_SECTION *s = c.sections; s != nullptr; s = s->next) out += str("\n", section_text(*s));
     return out;
 }
 
@@ -152,9 +153,9 @@ std::string set_text(const KVLIB_PORT_RANGE *set) {
     std::string out;
     int nodes = 0;
     for (const KOVA_SERVICE_CONF_PORT *n = set->head; n != nullptr; n = n->next, ++nodes)
-        out += "[" + std::to_string(n->beginPort) + "," + std::to_string(n->endPort) + "]" +
-               (n->type != (n->beginPort != n->endPort ? 1u : 0u) ? "type" : "");
-    return out + (nodes != set->count ? " count " + std::to_string(set->count) : "");
+        out += str("[", n->beginPort, ",", n->endPort, "]",
+                   n->type != (n->beginPort != n->endPort ? 1u : 0u) ? "type" : "");
+    return out + (nodes != set->count ? str(" count ", set->count) : "");
 }
 
 KVLIB_PORT_RANGE *make_set(const char *text) {

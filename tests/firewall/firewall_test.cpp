@@ -10,6 +10,7 @@
 namespace {
 
 using Texts = kova::test::Lines;
+using kova::test::str;
 
 const Texts kBuiltIn = {"ipp",  "lpr", "rx52",      "bonjour",    "iscsitrg", "snmp", "ftp",   "afp",
                         "cifs", "nfs", "netprobed", "ups_server", "mysql",    "ssh",  "telnet"};
@@ -17,7 +18,7 @@ const Texts kBuiltIn = {"ipp",  "lpr", "rx52",      "bonjour",    "iscsitrg", "s
 // "protocol:port,port" of one direction of a record.
 std::string ports(int protocol, const KVLIB_SZLIST *list) {
     std::string out = std::to_string(protocol) + ":";
-    for (int i = 0; list && i < list->nItem; ++i) out += (i ? "," : "") + std::string(KVLIBCSzListGet(list, i));
+    for (int i = 0; list && i < list->nItem; ++i) out += str(i ? "," : "", KVLIBCSzListGet(list, i));
     return out;
 }
 

@@ -6,6 +6,7 @@
 #include <kovaserviceconf.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace kova::test {
@@ -49,6 +50,21 @@ private:
     std::string root_;
     std::string log_file_;
 };
+
+// Texts and numbers joined: str("w", 3, "-", name) is "w3-name". It appends to one string:
+// GCC 12 at -O3 reports a false -Wrestrict on `"literal" + std::string(...)` temporaries.
+template <class... Parts>
+std::string str(const Parts &...parts) {
+    std::string out;
+    auto add = [&out](const auto &part) {
+        if constexpr (std::is_arithmetic_v<std::decay_t<decltype(part)>>)
+            out += std::to_string(part);
+        else
+            out += part;
+    };
+    (add(parts), ...);
+    return out;
+}
 
 // "module.cpp:123" -> "module.cpp:N" everywhere in the text.
 std::string normalize(const std::string &line);
