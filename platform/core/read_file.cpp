@@ -15,10 +15,11 @@ namespace kova::platform {
 bool read_file(const char *path, std::string &out) {
     int fd = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
-    // A regular file is read into a buffer of its size (and one byte to find its end). Files
-    // that report no size are read with each read asking for as much as was read so far (64 KiB
-    // at least): the kernel's generated tables (/proc/net/...) cost a walk from their start on
-    // every read. The buffer is never zero-filled; the text is made from it once the end is found.
+    // A regular file is read into a buffer of its size and one byte more (to find its end).
+    // Files that report no size (the kernel's generated tables, /proc/net/...) are read into a
+    // buffer of 64 KiB that doubles whenever it is full: such a file comes a page per read, so
+    // the buffer must not be copied per read. It is never zero-filled; the text is made from it
+    // once the end is found.
     struct stat st;
     const size_t known =
         ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0 ? static_cast<size_t>(st.st_size) + 1 : 0;
@@ -26,8 +27,8 @@ bool read_file(const char *path, std::string &out) {
     size_t capacity = 0;
     size_t size = 0;
     for (;;) {
-        const size_t wanted = size < known ? known : size + std::max<size_t>(size, 65536);
-        if (wanted > capacity) {
+        if (size == capacity) {
+            const size_t wanted = capacity > 0 ? capacity * 2 : known > 0 ? known : 65536;
             try {
                 std::unique_ptr<char[]> grown = std::make_unique_for_overwrite<char[]>(wanted);
                 if (size > 0) std::memcpy(grown.get(), buf.get(), size);
@@ -38,7 +39,7 @@ bool read_file(const char *path, std::string &out) {
                 throw;
             }
         }
-        ssize_t n = ::read(fd, buf.get() + size, wanted - size);
+        ssize_t n = ::read(fd, buf.get() + size, capacity - size);
         if (n < 0) {
             if (errno == EINTR) continue;
             int saved = errno;
