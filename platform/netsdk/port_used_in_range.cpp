@@ -80,8 +80,9 @@ bool read_table(const char *name, bool listening_only, PortSet &ports) {
 }  // namespace
 
 // Writes the distinct ports of [firstPort, lastPort] in use (tcp 1: listening TCP sockets;
-// tcp 0: UDP sockets) in ascending order into pPorts, at most *pCount of them; zeroes the rest
-// of the *pCount entries and lowers *pCount to the number written.
+// tcp 0: UDP sockets) in ascending order into pPorts, at most *pCount of them, and lowers *pCount
+// to the number written. The entries after them are left as they were: a caller that asks with
+// room for the whole port space must not pay for touching all of it.
 extern "C" int KOVANetGetPortUsedInRange(int32_t *pPorts, int *pCount, int firstPort, int lastPort, int tcp) {
     if (pPorts == nullptr || pCount == nullptr || *pCount < 0 || firstPort < 0 || lastPort > 65535 ||
         firstPort > lastPort) {
@@ -97,7 +98,6 @@ extern "C" int KOVANetGetPortUsedInRange(int32_t *pPorts, int *pCount, int first
         int n = 0;
         for (int port = firstPort; port <= lastPort && n < capacity; ++port)
             if (ports->test(static_cast<size_t>(port))) pPorts[n++] = port;
-        for (int i = n; i < capacity; ++i) pPorts[i] = 0;
         *pCount = n;
         return 0;
     } catch (const std::bad_alloc &) {

@@ -69,8 +69,10 @@ private:
     Result<bool> fetch(int first, int last, std::vector<int32_t> &out) const {
         const int64_t length = static_cast<int64_t>(last) - first + 1;
         const int capacity = static_cast<int>(std::min<int64_t>(length, kPortSpace));
+        // Not zero-filled: the table reader writes only the ports it finds, so of room for the whole
+        // port space only the pages they fill are touched.
         std::unique_ptr<int32_t[], decltype(&std::free)> ports(
-            static_cast<int32_t *>(std::calloc(static_cast<size_t>(capacity), sizeof(int32_t))), &std::free);
+            static_cast<int32_t *>(std::malloc(static_cast<size_t>(capacity) * sizeof(int32_t))), &std::free);
         if (ports == nullptr) {
             const Failure f = CHECK_FAILURE(KOVA_ERR_OUT_OF_MEMORY);
             CHECK_LOG("out of memory!!");
