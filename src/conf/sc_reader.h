@@ -71,6 +71,20 @@ public:
     int key_count() const { return key_count_; }
     // The value of `key`, or null when the section lacks it.
     const char *value(std::string_view key) const;
+    // The values of several keys (out[i] that of names[i], null when the section lacks it), found
+    // in one pass over the section's keys.
+    template <size_t N>
+    void values(const std::string_view (&names)[N], const char *(&out)[N]) const {
+        for (const char *&value : out) value = nullptr;
+        for (uint32_t k = first_; k < end_; ++k) {
+            for (size_t i = 0; i < N; ++i) {
+                if (keys_[k].name == names[i]) {
+                    out[i] = keys_[k].value;
+                    break;
+                }
+            }
+        }
+    }
     // Keys and values in the order the keys first appear.
     std::vector<std::pair<std::string, std::string>> entries() const;
 
