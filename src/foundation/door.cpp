@@ -61,10 +61,6 @@ int System::mkdir(const char *path, mode_t mode) {
     return ::mkdir(path, mode);
 }
 
-ssize_t System::readlink(const char *path, char *buf, size_t size) {
-    return ::readlink(path, buf, size);
-}
-
 namespace {
 
 // Hands every entry of the directory but "." and ".." to `add`, then closes it; 0, or -1 with
@@ -109,6 +105,10 @@ int System::list_dir(const char *path, std::vector<std::string> &names) {
 
 int System::openat(int dirfd, const char *name, int flags, mode_t mode) {
     return ::openat(dirfd, name, flags, mode);
+}
+
+ssize_t System::readlinkat(int dirfd, const char *name, char *buf, size_t size) {
+    return ::readlinkat(dirfd, name, buf, size);
 }
 
 int System::open_dir(const char *path, std::vector<DirEntry> &entries) {

@@ -43,19 +43,19 @@ public:
     virtual int close(int fd);
     virtual off_t lseek(int fd, off_t offset, int whence);
     virtual int fstat(int fd, struct stat *st);
-    // Paths (symbolic links followed by stat and access, not by unlink and readlink).
+    // Paths (symbolic links followed by stat and access, not by unlink and readlinkat).
     virtual int stat(const char *path, struct stat *st);
     virtual int access(const char *path, int mode);
     virtual int unlink(const char *path);
     virtual int rename(const char *from, const char *to);
     virtual int mkdir(const char *path, mode_t mode);
-    virtual ssize_t readlink(const char *path, char *buf, size_t size);
     // The names in a directory but "." and "..", sorted as alphasort() sorts them; 0 or -1.
     virtual int list_dir(const char *path, std::vector<std::string> &names);
     // The same with the entries' types, the directory left open: its descriptor (the caller
     // closes it), through which the entries are opened by name (a short path walk), or -1.
     virtual int open_dir(const char *path, std::vector<DirEntry> &entries);
     virtual int openat(int dirfd, const char *name, int flags, mode_t mode);
+    virtual ssize_t readlinkat(int dirfd, const char *name, char *buf, size_t size);
     // Processes.
     virtual pid_t getpid();
     // Runs a program and waits for it, as KVLIBCExec (up to four arguments, the first null one

@@ -47,10 +47,10 @@ public:
     KOVA_FAIL_OR_CALL(int, unlink, (const char *path), (path))
     KOVA_FAIL_OR_CALL(int, rename, (const char *from, const char *to), (from, to))
     KOVA_FAIL_OR_CALL(int, mkdir, (const char *path, mode_t mode), (path, mode))
-    KOVA_FAIL_OR_CALL(ssize_t, readlink, (const char *path, char *buf, size_t size), (path, buf, size))
     KOVA_FAIL_OR_CALL(int, list_dir, (const char *path, std::vector<std::string> &names), (path, names))
     KOVA_FAIL_OR_CALL(int, open_dir, (const char *path, std::vector<kova::DirEntry> &entries), (path, entries))
     KOVA_FAIL_OR_CALL(int, openat, (int dir, const char *name, int flags, mode_t mode), (dir, name, flags, mode))
+    KOVA_FAIL_OR_CALL(ssize_t, readlinkat, (int dir, const char *name, char *buf, size_t size), (dir, name, buf, size))
     KOVA_FAIL_OR_CALL(int, run, (const char *program, const char *a1, const char *a2, const char *a3, const char *a4),
                       (program, a1, a2, a3, a4))
     KOVA_FAIL_OR_CALL(int, run_with, (const char *program, int options, const char *a1, const char *a2),
