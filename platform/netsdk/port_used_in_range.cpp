@@ -2,22 +2,43 @@
 // UDP socket.
 #include <kovanetsdk.h>
 
-#include <bitset>
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <new>
 #include <string>
 #include <string_view>
 
 #include "core/plat_log.h"
+#include "core/read_file.h"
 #include "kova_root.h"
 
 namespace {
 
 constexpr unsigned long kTcpListen = 0x0A;
-using PortSet = std::bitset<65536>;
+
+// One bit a port, scanned a word at a time.
+struct PortSet {
+    std::array<uint64_t, 65536 / 64> words{};
+    void set(unsigned long port) { words[port / 64] |= uint64_t{1} << (port % 64); }
+    // Calls `take` with each port of [first, last] in the set, ascending, while it returns true.
+    template <class Take>
+    void each(int first, int last, Take &&take) const {
+        for (int w = first / 64; w <= last / 64; ++w) {
+            uint64_t bits = words[static_cast<size_t>(w)];
+            while (bits != 0) {
+                const int port = w * 64 + std::countr_zero(bits);
+                bits &= bits - 1;
+                if (port < first) continue;
+                if (port > last || !take(port)) return;
+            }
+        }
+    }
+};
 
 std::string_view next_field(std::string_view line, size_t &pos) {
     while (pos < line.size() && (line[pos] == ' ' || line[pos] == '\t')) ++pos;
@@ -60,19 +81,20 @@ bool parse_line(std::string_view line, unsigned long &port, unsigned long &state
 }
 
 bool read_table(const char *name, bool listening_only, PortSet &ports) {
-    std::string path = kova::resolve(kova::paths::kProcDir) + "/net/" + name;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    const std::string path = kova::resolve(kova::paths::kProcDir) + "/net/" + name;
+    std::string text;
+    if (!kova::platform::read_file(path.c_str(), text)) {
         PLAT_SET_ERR(KOVA_ERR_FILE_OPEN);
         PLAT_LOG("cannot read socket table %s", path.c_str());
         return false;
     }
-    std::string line;
-    while (std::getline(in, line)) {
+    const std::string_view all = text;
+    for (size_t start = 0; start < all.size();) {
+        const size_t end = std::min(all.find('\n', start), all.size());
         unsigned long port = 0, state = 0;
-        if (!parse_line(line, port, state)) continue;
-        if (listening_only && state != kTcpListen) continue;
-        ports.set(port);
+        if (parse_line(all.substr(start, end - start), port, state) && (!listening_only || state == kTcpListen))
+            ports.set(port);
+        start = end + 1;
     }
     return true;
 }
@@ -94,10 +116,13 @@ extern "C" int KOVANetGetPortUsedInRange(int32_t *pPorts, int *pCount, int first
         const bool ok = tcp != 0 ? read_table("tcp", true, *ports) && read_table("tcp6", true, *ports)
                                  : read_table("udp", false, *ports) && read_table("udp6", false, *ports);
         if (!ok) return -1;
-        int capacity = *pCount;
+        const int capacity = *pCount;
         int n = 0;
-        for (int port = firstPort; port <= lastPort && n < capacity; ++port)
-            if (ports->test(static_cast<size_t>(port))) pPorts[n++] = port;
+        if (capacity > 0)
+            ports->each(firstPort, lastPort, [&](int port) {
+                pPorts[n++] = port;
+                return n < capacity;
+            });
         *pCount = n;
         return 0;
     } catch (const std::bad_alloc &) {
