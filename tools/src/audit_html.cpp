@@ -208,9 +208,7 @@ text.tick{stroke:none;fill:#333;text-anchor:middle}
     table(out, {"Port", "Protocol", "Address", "PID", "Program"}, rows);
     out << "<h2>Silent declarations</h2>\n";
     rows.clear();
-    for (const auto *e : a.silent)
-        rows.push_back({e->service->name, ports_with_protocol(sorted_items(e->service->dstPorts),
-                                                              static_cast<unsigned int>(e->service->dstProtocol))});
+    for (const auto *e : a.silent) rows.push_back({e->name, ports_with_protocol(e->dst, e->dst_protocol)});
     if (a.listening.in_use_known)
         table(out, {"Service", "Ports"}, rows);
     else

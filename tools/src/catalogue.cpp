@@ -1,14 +1,22 @@
 #include "catalogue.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <set>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "json.h"
-#include "ports_text.h"
+#include "owners.h"
+#include "section_lexer.h"
 #include "status.h"
 
 namespace kovasvc {
@@ -16,87 +24,323 @@ namespace kovasvc {
 namespace {
 
 constexpr size_t kNameField = sizeof(KOVA_FW_SERVICE{}.name);
+constexpr size_t kPathMax = 4096;  // the library forms paths in 4096-byte buffers
+constexpr std::string_view kSystemServicesDir = "/usr/kova/etc/services.d";
+constexpr std::string_view kSupportDefaults = "/etc.defaults/kovainfo.conf";
 
-struct ScSection {
-    std::string name;  // as the catalogue holds it (cut to its name field)
-    ServiceSource source;
-};
-
-// The names of a directory's entries in the order in which the library reads them.
-std::vector<std::string> directory_names(const std::string &dir) {
-    std::vector<std::string> names;
-    struct dirent **entries = nullptr;
-    int n = scandir(dir.c_str(), &entries, nullptr, alphasort);
-    if (n < 0) return names;
-    for (int i = 0; i < n; ++i) {
-        std::string name = entries[i]->d_name;
-        std::free(entries[i]);
-        if (name != "." && name != "..") names.push_back(name);
-    }
-    std::free(entries);
-    return names;
+template <size_t N>
+std::string_view field(const char (&text)[N]) {
+    return {text, strnlen(text, N)};
 }
 
-// The .sc service sections in the order of their records in the catalogue: system files before
-// package files, files by name, sections in file order.
-std::vector<ScSection> sc_sections() {
-    std::vector<ScSection> out;
-    for (unsigned int location : {KOVA_CONF_LOCATION_SYSTEM, KOVA_CONF_LOCATION_PACKAGE}) {
-        std::string dir = services_dir(location);
-        if (dir.empty()) continue;
-        for (const auto &name : directory_names(dir)) {
-            std::string path = dir + "/" + name;
-            KOVA_SERVICE_CONF *head = nullptr;
-            if (KOVAServiceConfGet(path.c_str(), &head) != 0) continue;
-            ConfsPtr conf(head);
-            // The reader links each section in front: walk them back into file order.
-            std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
-            for (const auto *s = conf->sections; s != nullptr; s = s->next) sections.push_back(s);
-            for (auto it = sections.rbegin(); it != sections.rend(); ++it) {
-                ScSection sc;
-                sc.name = std::string((*it)->name).substr(0, kNameField - 1);
-                sc.source.origin = location == KOVA_CONF_LOCATION_SYSTEM ? Origin::System : Origin::Package;
-                sc.source.file = path;
-                sc.source.support_key = conf->supportKey;
-                out.push_back(std::move(sc));
+// The whole of a regular file; false when it cannot be read.
+bool read_regular_file(const std::string &path, std::string &text) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) return false;
+    struct stat st;
+    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    if (ok) text.resize(static_cast<size_t>(st.st_size) + 1);
+    size_t size = 0;
+    while (ok) {
+        if (size == text.size()) text.resize(size + 4096);
+        ssize_t n = ::read(fd, text.data() + size, text.size() - size);
+        if (n == 0) break;
+        if (n > 0)
+            size += static_cast<size_t>(n);
+        else if (errno != EINTR)
+            ok = false;
+    }
+    ::close(fd);
+    text.resize(size);
+    return ok;
+}
+
+// The support test of the catalogue: whether a key's value in the system information defaults
+// file is "yes", as KVLIBCFileCheckKeyValue answers it (the first line of the key counts; a file
+// that cannot be read says no), with the file read once.
+class SupportKeys {
+public:
+    explicit SupportKeys(std::string path) : path_(std::move(path)) {}
+
+    bool yes(std::string_view key) {
+        if (!read_) {
+            read_ = true;
+            if (!read_regular_file(path_, text_)) text_.clear();
+            kova::ini::for_each_line(text_, [&](const kova::ini::Line &line) {
+                if (line.kind == kova::ini::Kind::kKey) values_.try_emplace(line.name, line.value);
+                return true;
+            });
+        }
+        auto it = values_.find(key);
+        return it != values_.end() && it->second == "yes";
+    }
+
+private:
+    std::string path_;
+    bool read_ = false;
+    std::string text_;
+    std::unordered_map<std::string_view, std::string_view> values_;
+};
+
+// The system information defaults file under the root that the library resolves.
+std::string support_defaults_path() {
+    std::string dir = services_dir(KOVA_CONF_LOCATION_SYSTEM);
+    if (!dir.ends_with(kSystemServicesDir)) return std::string(kSupportDefaults);
+    return dir.erase(dir.size() - kSystemServicesDir.size()).append(kSupportDefaults);
+}
+
+// The ports of one direction of a built-in row, as the library converts them; false when the
+// row is left out (a text with anything but digits and commas, a getter that fails or gives
+// no ports).
+bool builtin_ports(const KOVA_FW_PORT_SPEC &spec, std::vector<PortRun> &runs) {
+    if (spec.ports != nullptr) {
+        std::string_view text = spec.ports;
+        if (text.empty()) return false;
+        std::string item;
+        for (size_t start = 0; start <= text.size();) {
+            size_t comma = std::min(text.find(',', start), text.size());
+            item.assign(text.substr(start, comma - start));
+            start = comma + 1;
+            if (item.empty()) continue;
+            if (item.find_first_not_of("0123456789") != std::string::npos) return false;
+            runs.push_back(item_run(item.c_str()));
+        }
+        return true;
+    }
+    if (spec.getter == nullptr) return false;
+    KVLIB_SZLIST *raw = nullptr;
+    int ret = spec.getter(&raw);
+    SzListPtr list(ret < 0 ? nullptr : raw);
+    if (ret < 0 || (ret == 0 && (raw == nullptr || raw->nItem == 0))) return false;
+    for (int i = 0; raw != nullptr && i < raw->nItem; ++i)
+        if (const char *item = KVLIBCSzListGet(raw, i); item != nullptr) runs.push_back(item_run(item));
+    return true;
+}
+
+}  // namespace
+
+// Makes the entries, their port runs and their texts; the spans are set once all are made.
+class Catalogue::Builder {
+public:
+    explicit Builder(Catalogue &cat) : cat_(cat), support_(support_defaults_path()) {}
+
+    void builtin_rows() {
+        for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
+            CatalogueEntry e;
+            e.origin = Origin::BuiltIn;
+            e.supported = row->supportKey == nullptr ? row->defaultSupported != 0 : support_.yes(row->supportKey);
+            e.port_forward = row->portForward != 0;
+            e.support_key = row->supportKey != nullptr ? row->supportKey : "";
+            Spans spans{};
+            size_t first_run = cat_.runs_.size();
+            if (!builtin_direction(row->src, e.src_protocol, spans[2], spans[3]) ||
+                !builtin_direction(row->dst, e.dst_protocol, spans[0], spans[1])) {
+                cat_.runs_.resize(first_run);
+                continue;
+            }
+            e.name = keep_name(row->name);
+            // A table string: its key; its texts stay empty.
+            e.title = keep({}, {}, row->title);
+            e.desc = keep({}, {}, row->desc);
+            builtin_.emplace_back(e, spans);
+        }
+    }
+
+    void sc_files() {
+        struct Dir {
+            unsigned int location;
+            std::string path;
+            std::vector<std::unique_ptr<dirent, Release<std::free>>> names;
+        };
+        std::vector<Dir> dirs;
+        size_t files = 0;
+        for (unsigned int location : {KOVA_CONF_LOCATION_SYSTEM, KOVA_CONF_LOCATION_PACKAGE}) {
+            Dir &d = dirs.emplace_back(Dir{location, services_dir(location), {}});
+            struct dirent **names = nullptr;
+            int n = d.path.empty() ? -1 : scandir(d.path.c_str(), &names, nullptr, alphasort);
+            for (int i = 0; i < n; ++i) d.names.emplace_back(names[i]);
+            std::free(names);
+            files += d.names.size();
+        }
+        // One to a few services a file.
+        cat_.entries_.reserve(files * 2 + std::size(rgServices));
+        spans_.reserve(cat_.entries_.capacity());
+
+        std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
+        std::string path;
+        for (const Dir &d : dirs) {
+            for (const auto &name : d.names) {
+                if (std::strcmp(name->d_name, ".") == 0 || std::strcmp(name->d_name, "..") == 0) continue;
+                path.assign(d.path).append("/").append(name->d_name);
+                if (path.size() > kPathMax - 1) path.erase(kPathMax - 1);
+                KOVA_SERVICE_CONF *head = nullptr;
+                if (KOVAServiceConfGet(path.c_str(), &head) != 0) continue;
+                ConfsPtr conf(head);
+                // The reader links each section in front: walk them back into file order.
+                sections.clear();
+                for (const auto *s = conf->sections; s != nullptr; s = s->next) sections.push_back(s);
+                std::reverse(sections.begin(), sections.end());
+                sc_file(*conf, sections, d.location, path);
             }
         }
     }
-    return out;
+
+    void finish() {
+        auto &entries = cat_.entries_;
+        for (auto it = builtin_.rbegin(); it != builtin_.rend(); ++it) {
+            entries.push_back(it->first);
+            spans_.push_back(it->second);
+        }
+        const PortRun *runs = cat_.runs_.data();
+        for (size_t i = 0; i < entries.size(); ++i) {
+            entries[i].dst = {runs + spans_[i][0], spans_[i][1]};
+            entries[i].src = {runs + spans_[i][2], spans_[i][3]};
+        }
+        std::unordered_set<std::string_view> seen(entries.size() * 2);
+        for (auto &e : entries) e.shadowed = !seen.insert(e.name).second;
+    }
+
+private:
+    using Spans = std::array<uint32_t, 4>;  // dst first run and count, src first run and count
+
+    bool builtin_direction(const KOVA_FW_PORT_SPEC &spec, unsigned int &protocol, uint32_t &first, uint32_t &count) {
+        first = static_cast<uint32_t>(cat_.runs_.size());
+        count = 0;
+        if (spec.enabled == 0) return true;
+        protocol = static_cast<unsigned int>(spec.protocol);
+        if (!builtin_ports(spec, cat_.runs_)) return false;
+        count = static_cast<uint32_t>(cat_.runs_.size() - first);
+        return true;
+    }
+
+    void sc_file(const KOVA_SERVICE_CONF &conf, const std::vector<const KOVA_SERVICE_CONF_SECTION *> &sections,
+                 unsigned int location, const std::string &path) {
+        std::string_view file, key;
+        bool supported = conf.supportKey[0] == '\0' || support_.yes(field(conf.supportKey));
+        for (const KOVA_SERVICE_CONF_SECTION *s : sections) {
+            if (s->dstPort == nullptr) continue;  // the catalogue has no service without destination ports
+            if (file.empty()) {
+                file = keep(path);
+                key = keep(field(conf.supportKey));
+            }
+            CatalogueEntry e;
+            e.name = keep_name(field(s->name));
+            e.origin = location == KOVA_CONF_LOCATION_SYSTEM ? Origin::System : Origin::Package;
+            e.supported = supported;
+            e.port_forward = s->portForward != 0;
+            e.title = keep(field(s->title.text), {}, s->title);
+            e.desc = keep(field(s->desc.text), field(s->desc.extraText), s->desc);
+            e.file = file;
+            e.support_key = key;
+            Spans spans{};
+            sc_ports(s->dstPort, e.dst_protocol, spans[0], spans[1]);
+            sc_ports(s->srcPort, e.src_protocol, spans[2], spans[3]);
+            cat_.entries_.push_back(e);
+            spans_.push_back(spans);
+        }
+    }
+
+    // A reader's port list as the record's items: in list order, a single port or a range each,
+    // the protocol that of the last entry as the firewall names it.
+    void sc_ports(const KOVA_SERVICE_CONF_PORT *list, unsigned int &protocol, uint32_t &first, uint32_t &count) {
+        first = static_cast<uint32_t>(cat_.runs_.size());
+        for (const auto *p = list; p != nullptr; p = p->next) {
+            protocol = static_cast<unsigned int>(KOVAProtocolMapping(static_cast<int>(p->protocol)));
+            if (p->type == 0)
+                cat_.runs_.push_back({p->beginPort, p->beginPort});
+            else if (p->type == 1)
+                cat_.runs_.push_back({std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)});
+        }
+        count = static_cast<uint32_t>(cat_.runs_.size() - first);
+    }
+
+    // Room for `size` bytes that live as long as the catalogue.
+    char *room(size_t size) {
+        constexpr size_t kBlock = 64 * 1024;
+        if (size > room_) {
+            size_t block = std::max(kBlock, size);
+            cat_.text_.push_back(std::make_unique_for_overwrite<char[]>(block));
+            next_ = cat_.text_.back().get();
+            room_ = block;
+        }
+        char *at = next_;
+        next_ += size;
+        room_ -= size;
+        return at;
+    }
+
+    std::string_view keep(std::string_view text) {
+        if (text.empty()) return {};
+        char *copy = room(text.size());
+        std::memcpy(copy, text.data(), text.size());
+        return {copy, text.size()};
+    }
+
+    // The name as the record holds it: cut to 63 characters.
+    const char *keep_name(std::string_view name) {
+        name = name.substr(0, kNameField - 1);
+        char *copy = room(name.size() + 1);
+        std::memcpy(copy, name.data(), name.size());
+        copy[name.size()] = '\0';
+        return copy;
+    }
+
+    DisplayText keep(std::string_view text, std::string_view extra_text, const KOVA_SERVICE_STRING &s) {
+        DisplayText d;
+        const std::string_view parts[] = {text, extra_text, field(s.prefix), field(s.section), field(s.key)};
+        size_t size = 0;
+        for (size_t i = 0; i < d.size_.size(); ++i) {
+            d.size_[i] = static_cast<unsigned char>(std::min<size_t>(parts[i].size(), 255));
+            size += d.size_[i];
+        }
+        if (size == 0) return d;
+        char *at = room(size);
+        d.parts_ = at;
+        for (size_t i = 0; i < d.size_.size(); ++i) at = std::copy_n(parts[i].data(), d.size_[i], at);
+        return d;
+    }
+
+    Catalogue &cat_;
+    SupportKeys support_;
+    std::vector<std::pair<CatalogueEntry, Spans>> builtin_;
+    std::vector<Spans> spans_;  // of the entries made so far
+    char *next_ = nullptr;
+    size_t room_ = 0;
+};
+
+std::string_view DisplayText::part(size_t i) const {
+    size_t offset = 0;
+    for (size_t k = 0; k < i; ++k) offset += size_[k];
+    return {parts_ + offset, size_[i]};
 }
 
-ServiceSource builtin_source(const char *name) {
-    for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row)
-        if (std::strcmp(row->name, name) == 0)
-            return {Origin::BuiltIn, "", row->supportKey != nullptr ? row->supportKey : ""};
-    return {};
-}
+namespace {
 
-void text_or_null(Json &json, const std::string &text) {
+void text_or_null(Json &json, std::string_view text) {
     if (text.empty())
         json.null();
     else
         json.string(text);
 }
 
-void string_json(Json &json, const KOVA_SERVICE_STRING &s, bool with_extra) {
+void string_json(Json &json, const DisplayText &s, bool with_extra) {
     json.begin_object();
-    json.key("text").string(s.text);
+    json.key("text").string(s.text());
     if (with_extra) {
         json.key("extra_text");
-        text_or_null(json, s.extraText);
+        text_or_null(json, s.extra_text());
     }
     json.key("key");
     text_or_null(json, string_key(s));
     json.end_object();
 }
 
-void ports_json(Json &json, unsigned int flags, const KVLIB_SZLIST *items) {
-    if (items == nullptr || items->nItem == 0) {
+void ports_json(Json &json, unsigned int flags, std::span<const PortRun> runs) {
+    if (runs.empty()) {
         json.null();
         return;
     }
-    port_list_json(json, flags, item_runs(sorted_items(items)));
+    port_list_json(json, flags, sorted_runs(runs));
 }
 
 }  // namespace
@@ -107,10 +351,8 @@ const char *origin_name(Origin origin) {
             return "built-in";
         case Origin::System:
             return "system";
-        case Origin::Package:
-            return "package";
         default:
-            return "unknown";
+            return "package";
     }
 }
 
@@ -122,72 +364,52 @@ std::string services_dir(unsigned int location) {
     return p.size() >= 2 ? p.substr(0, p.size() - 2) : "";
 }
 
-std::string string_key(const KOVA_SERVICE_STRING &s) {
-    if (s.section[0] == '\0' && s.key[0] == '\0') return "";
-    std::string key = std::string(s.section) + ":" + s.key;
-    return s.prefix[0] != '\0' ? std::string(s.prefix) + ":" + key : key;
+std::string string_key(const DisplayText &s) {
+    if (s.section().empty() && s.key().empty()) return "";
+    std::string key;
+    if (!s.prefix().empty()) key.append(s.prefix()).append(":");
+    return key.append(s.section()).append(":").append(s.key());
 }
 
 Catalogue Catalogue::load() {
     Catalogue cat;
-    clear_library_error();
-    KOVA_FW_SERVICE *head = nullptr;
-    if (KOVAFwServiceEnum(&head) < 0) {
-        KOVAFwServiceFree(head);
-        fail_with_library_error("cannot build the firewall service catalogue");
-    }
-    cat.list_.reset(head);
-
-    std::vector<ScSection> expected = sc_sections();
-    std::set<std::string> seen;
-    size_t next = 0;
-    for (const KOVA_FW_SERVICE *s = head; s != nullptr; s = s->next) {
-        CatalogueEntry entry;
-        entry.service = s;
-        // The .sc records come first, in the order of `expected`; a section the catalogue left
-        // out is stepped over.
-        size_t k = next;
-        while (k < expected.size() && expected[k].name != s->name) ++k;
-        if (k < expected.size()) {
-            entry.source = expected[k].source;
-            next = k + 1;
-        } else {
-            entry.source = builtin_source(s->name);
-        }
-        entry.shadowed = !seen.insert(s->name).second;
-        cat.entries_.push_back(std::move(entry));
+    try {
+        Builder build(cat);
+        // The library runs the built-in rows' port getters before it reads the .sc files.
+        build.builtin_rows();
+        build.sc_files();
+        build.finish();
+    } catch (const std::bad_alloc &) {
+        throw Failure("cannot build the firewall service catalogue: out of memory");
     }
     return cat;
 }
 
-const CatalogueEntry *Catalogue::find(const std::string &name) const {
-    const KOVA_FW_SERVICE *found = KOVAFWServiceFind(list_.get(), name.c_str());
-    if (found == nullptr) return nullptr;
+const CatalogueEntry *Catalogue::find(std::string_view name) const {
     for (const auto &e : entries_)
-        if (e.service == found) return &e;
+        if (name == e.name) return &e;
     return nullptr;
 }
 
 void service_json(Json &json, const CatalogueEntry &entry) {
-    const KOVA_FW_SERVICE &s = *entry.service;
     json.begin_object();
-    json.key("name").string(s.name);
-    json.key("origin").string(origin_name(entry.source.origin));
+    json.key("name").string(entry.name);
+    json.key("origin").string(origin_name(entry.origin));
     json.key("file");
-    text_or_null(json, entry.source.file);
+    text_or_null(json, entry.file);
     json.key("support_key");
-    text_or_null(json, entry.source.support_key);
-    json.key("supported").boolean(s.supported != 0);
-    json.key("port_forward").boolean(s.portForward != 0);
+    text_or_null(json, entry.support_key);
+    json.key("supported").boolean(entry.supported);
+    json.key("port_forward").boolean(entry.port_forward);
     json.key("shadowed").boolean(entry.shadowed);
     json.key("title");
-    string_json(json, s.title, false);
+    string_json(json, entry.title, false);
     json.key("desc");
-    string_json(json, s.desc, true);
+    string_json(json, entry.desc, true);
     json.key("dst");
-    ports_json(json, static_cast<unsigned int>(s.dstProtocol), s.dstPorts);
+    ports_json(json, entry.dst_protocol, entry.dst);
     json.key("src");
-    ports_json(json, static_cast<unsigned int>(s.srcProtocol), s.srcPorts);
+    ports_json(json, entry.src_protocol, entry.src);
     json.end_object();
 }
 

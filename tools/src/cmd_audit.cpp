@@ -128,18 +128,18 @@ Audit run_audit(const Catalogue &cat) {
         std::set<std::pair<unsigned int, unsigned int>> held;
         for (const auto &l : a.listening.holders) held.insert({l.run.first, l.protocols});
         for (const auto &e : cat.entries()) {
-            if (e.service->supported == 0 || e.shadowed) continue;
+            if (!e.supported || e.shadowed) continue;
             bool heard = false;
-            for (const auto &run : item_runs(list_items(e.service->dstPorts)))
+            for (const auto &run : e.dst)
                 for (unsigned int p = run.first; p <= run.last && !heard; ++p)
                     for (unsigned int protocol : {KOVA_PROTO_TCP, KOVA_PROTO_UDP})
-                        if ((e.service->dstProtocol & protocol) != 0 && held.count({p, protocol}) != 0) heard = true;
+                        if ((e.dst_protocol & protocol) != 0 && held.count({p, protocol}) != 0) heard = true;
             if (!heard) a.silent.push_back(&e);
         }
         auto first_port = [](const CatalogueEntry *e) {
-            return sorted_items(e->service->dstPorts).empty()
-                       ? 0u
-                       : item_run(sorted_items(e->service->dstPorts)[0].c_str()).first;
+            unsigned int first = e->dst.empty() ? 0u : e->dst[0].first;
+            for (const auto &run : e->dst) first = std::min(first, run.first);
+            return first;
         };
         std::stable_sort(a.silent.begin(), a.silent.end(), [&](const CatalogueEntry *x, const CatalogueEntry *y) {
             return first_port(x) < first_port(y);
@@ -166,10 +166,7 @@ int run_audit(const Args &args) {
         write_audit_html(out, a, addresses);
         if (!out.flush()) throw Failure("cannot write " + *page, *page, "check the directory and the free space");
     }
-    auto services_ports = [](const CatalogueEntry &e) {
-        return ports_with_protocol(sorted_items(e.service->dstPorts),
-                                   static_cast<unsigned int>(e.service->dstProtocol));
-    };
+    auto services_ports = [](const CatalogueEntry &e) { return ports_with_protocol(e.dst, e.dst_protocol); };
 
     if (args.json()) {
         Json json(std::cout);
@@ -199,9 +196,8 @@ int run_audit(const Args &args) {
         }
         json.end_array().key("silent").begin_array();
         for (const auto *e : a.silent) {
-            json.begin_object().key("name").string(e->service->name).key("dst");
-            port_list_json(json, static_cast<unsigned int>(e->service->dstProtocol),
-                           item_runs(sorted_items(e->service->dstPorts)));
+            json.begin_object().key("name").string(e->name).key("dst");
+            port_list_json(json, e->dst_protocol, sorted_runs(e->dst));
             json.end_object();
         }
         json.end_array().key("double").begin_array();
@@ -243,7 +239,7 @@ int run_audit(const Args &args) {
             print_section("Silent declarations (no listener)", a.silent.size());
             if (!a.silent.empty()) {
                 Table t({"SERVICE", "PORTS"});
-                for (const auto *e : a.silent) t.add({e->service->name, services_ports(*e)});
+                for (const auto *e : a.silent) t.add({e->name, services_ports(*e)});
                 t.print(std::cout);
             }
         }

@@ -1,9 +1,8 @@
 // kova-svc list: the firewall service catalogue.
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <iostream>
-#include <set>
+#include <unordered_set>
 
 #include "catalogue.h"
 #include "commands.h"
@@ -17,24 +16,29 @@ namespace kovasvc {
 
 namespace {
 
-std::string lower(const char *text) {
-    std::string s = text;
-    for (auto &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
+// A byte in lower case, as tolower() has it in the C locale that the tool runs in.
+unsigned char lower(unsigned char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c;
+}
+
+// Names compared as their lower-case forms, then as they are.
+bool name_before(const char *a, const char *b) {
+    const auto *x = reinterpret_cast<const unsigned char *>(a);
+    const auto *y = reinterpret_cast<const unsigned char *>(b);
+    for (;; ++x, ++y) {
+        if (lower(*x) != lower(*y)) return lower(*x) < lower(*y);
+        if (*x == '\0') break;
+    }
+    return std::strcmp(a, b) < 0;
 }
 
 // Catalogue entries in the order people read them: by name, then as the library lists them.
 std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
-    std::vector<std::pair<std::string, const CatalogueEntry *>> keyed;
-    keyed.reserve(cat.entries().size());
-    for (const auto &e : cat.entries()) keyed.emplace_back(lower(e.service->name), &e);
-    std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
-        if (a.first != b.first) return a.first < b.first;
-        return std::strcmp(a.second->service->name, b.second->service->name) < 0;
-    });
     std::vector<const CatalogueEntry *> rows;
-    rows.reserve(keyed.size());
-    for (const auto &k : keyed) rows.push_back(k.second);
+    rows.reserve(cat.entries().size());
+    for (const auto &e : cat.entries()) rows.push_back(&e);
+    std::stable_sort(rows.begin(), rows.end(),
+                     [](const CatalogueEntry *a, const CatalogueEntry *b) { return name_before(a->name, b->name); });
     return rows;
 }
 
@@ -54,9 +58,14 @@ int run_list(const Args &args) {
         return kExitOk;
     }
     if (args.has("--names")) {
-        std::set<std::string> printed;
-        for (const auto *e : by_name(cat))
-            if (printed.insert(e->service->name).second) std::cout << e->service->name << '\n';
+        std::string out;
+        const char *last = nullptr;
+        for (const auto *e : by_name(cat)) {
+            if (last != nullptr && std::strcmp(last, e->name) == 0) continue;
+            out.append(e->name).push_back('\n');
+            last = e->name;
+        }
+        std::cout << out;
         return kExitOk;
     }
 
@@ -64,16 +73,18 @@ int run_list(const Args &args) {
     t.flexible(4);
     t.flexible(5);
     bool any_shadowed = false;
+    std::string dst, src;
     for (const auto *e : by_name(cat)) {
-        const KOVA_FW_SERVICE &s = *e->service;
-        std::string origin = origin_name(e->source.origin);
+        std::string_view origin = origin_name(e->origin);
         if (e->shadowed) {
-            origin += '*';
+            origin = e->origin == Origin::BuiltIn ? "built-in*" : e->origin == Origin::System ? "system*" : "package*";
             any_shadowed = true;
         }
-        t.add({s.name, origin, s.supported != 0 ? "yes" : "no", s.portForward != 0 ? "yes" : "no",
-               ports_with_protocol(sorted_items(s.dstPorts), static_cast<unsigned int>(s.dstProtocol)),
-               ports_with_protocol(sorted_items(s.srcPorts), static_cast<unsigned int>(s.srcProtocol))});
+        dst.clear();
+        src.clear();
+        append_ports_with_protocol(dst, e->dst, e->dst_protocol);
+        append_ports_with_protocol(src, e->src, e->src_protocol);
+        t.add({e->name, origin, e->supported ? "yes" : "no", e->port_forward ? "yes" : "no", dst, src});
     }
     t.print(std::cout);
     if (any_shadowed) std::cout << "* hidden from lookups by an earlier service of the same name\n";

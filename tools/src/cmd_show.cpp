@@ -16,8 +16,8 @@ namespace kovasvc {
 namespace {
 
 // "Text [string key]", "-" for neither.
-std::string display_string(const KOVA_SERVICE_STRING &s, const char *text) {
-    std::string out = text[0] != '\0' ? text : "-";
+std::string display_string(const DisplayText &s) {
+    std::string out = s.text().empty() ? "-" : std::string(s.text());
     std::string key = string_key(s);
     if (!key.empty()) out += " [" + key + "]";
     return out;
@@ -62,7 +62,7 @@ int run_show(const Args &args) {
 
     std::vector<const CatalogueEntry *> hidden;
     for (const auto &e : cat.entries())
-        if (&e != entry && std::strcmp(e.service->name, entry->service->name) == 0) hidden.push_back(&e);
+        if (&e != entry && std::strcmp(e.name, entry->name) == 0) hidden.push_back(&e);
 
     if (args.json()) {
         Json json(std::cout);
@@ -71,11 +71,11 @@ int run_show(const Args &args) {
         json.key("reserved").begin_array().end_array();
         json.key("hidden").begin_array();
         for (const auto *h : hidden) {
-            json.begin_object().key("origin").string(origin_name(h->source.origin)).key("file");
-            if (h->source.file.empty())
+            json.begin_object().key("origin").string(origin_name(h->origin)).key("file");
+            if (h->file.empty())
                 json.null();
             else
-                json.string(h->source.file);
+                json.string(h->file);
             json.end_object();
         }
         json.end_array();
@@ -84,21 +84,20 @@ int run_show(const Args &args) {
         return kExitOk;
     }
 
-    const KOVA_FW_SERVICE &s = *entry->service;
+    const CatalogueEntry &s = *entry;
     print_field("Name", s.name);
-    print_field("Origin", origin_name(entry->source.origin));
-    print_field("File", entry->source.file.empty() ? "-" : entry->source.file);
-    print_field("Support key", entry->source.support_key.empty() ? "-" : entry->source.support_key);
-    print_field("Supported", s.supported != 0 ? "yes" : "no");
-    print_field("Port forward", s.portForward != 0 ? "yes" : "no");
-    print_field("Title", display_string(s.title, s.title.text));
-    print_field("Description", display_string(s.desc, s.desc.text));
-    if (s.desc.extraText[0] != '\0') print_field("Extra text", s.desc.extraText);
-    print_field("Destination", ports_with_protocol(sorted_items(s.dstPorts), static_cast<unsigned int>(s.dstProtocol)));
-    print_field("Source", ports_with_protocol(sorted_items(s.srcPorts), static_cast<unsigned int>(s.srcProtocol)));
+    print_field("Origin", origin_name(s.origin));
+    print_field("File", s.file.empty() ? "-" : std::string(s.file));
+    print_field("Support key", s.support_key.empty() ? "-" : std::string(s.support_key));
+    print_field("Supported", s.supported ? "yes" : "no");
+    print_field("Port forward", s.port_forward ? "yes" : "no");
+    print_field("Title", display_string(s.title));
+    print_field("Description", display_string(s.desc));
+    if (!s.desc.extra_text().empty()) print_field("Extra text", std::string(s.desc.extra_text()));
+    print_field("Destination", ports_with_protocol(s.dst, s.dst_protocol));
+    print_field("Source", ports_with_protocol(s.src, s.src_protocol));
     for (const auto *h : hidden)
-        print_field("Hides", std::string(origin_name(h->source.origin)) +
-                                 (h->source.file.empty() ? std::string() : " " + h->source.file));
+        print_field("Hides", std::string(origin_name(h->origin)) + (h->file.empty() ? "" : " ") + std::string(h->file));
     return kExitOk;
 }
 

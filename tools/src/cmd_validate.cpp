@@ -227,10 +227,11 @@ void Validation::check_name_in_use(const std::string &name) {
     if (!catalogue_) return;
     std::string cut = name.substr(0, kCatalogueName - 1);
     for (const auto &e : catalogue_->entries()) {
-        if (cut != e.service->name) continue;
-        if (!e.source.file.empty() && base_name(e.source.file) == base_name(file_)) continue;  // this file, installed
-        std::string where = e.source.file.empty() ? std::string() : " (" + e.source.file + ")";
-        warning(name, std::string("a ") + origin_name(e.source.origin) + " service of this name exists" + where +
+        if (cut != e.name) continue;
+        std::string file(e.file);
+        if (!file.empty() && base_name(file) == base_name(file_)) continue;  // this file, installed
+        std::string where = file.empty() ? std::string() : " (" + file + ")";
+        warning(name, std::string("a ") + origin_name(e.origin) + " service of this name exists" + where +
                           ": lookups find only one of them");
         return;
     }

@@ -87,16 +87,15 @@ void services(const HolderQuery &q, std::vector<Holder> &out) {
     if (q.catalogue == nullptr) own.emplace(Catalogue::load());
     const Catalogue &cat = q.catalogue != nullptr ? *q.catalogue : *own;
     for (const auto &e : cat.entries()) {
-        const KOVA_FW_SERVICE &s = *e.service;
-        unsigned int shared = static_cast<unsigned int>(s.dstProtocol) & q.protocols;
-        if (q.skip.count(s.name) != 0 || shared == 0) continue;
+        unsigned int shared = e.dst_protocol & q.protocols;
+        if (shared == 0 || q.skip.count(e.name) != 0) continue;
         Holder like;
         like.source = HolderSource::Service;
         like.protocols = shared;
-        like.name = s.name;
-        like.file = e.source.file;
-        like.setting = origin_name(e.source.origin);
-        for (const auto &run : item_runs(list_items(s.dstPorts))) add(out, q, run, like);
+        like.name = e.name;
+        like.file = e.file;
+        like.setting = origin_name(e.origin);
+        for (const auto &run : e.dst) add(out, q, run, like);
     }
 }
 

@@ -1,7 +1,9 @@
 #include "ports_text.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <set>
 
@@ -10,17 +12,43 @@
 
 namespace kovasvc {
 
+namespace {
+
+void append_number(std::string &out, unsigned int n) {
+    char digits[16];
+    char *end = std::to_chars(digits, digits + sizeof digits, n).ptr;
+    out.append(digits, end);
+}
+
+void append_run(std::string &out, const PortRun &run) {
+    append_number(out, run.first);
+    if (run.first == run.last) return;
+    out.push_back(':');
+    append_number(out, run.last);
+}
+
+void append_runs(std::string &out, std::span<const PortRun> runs) {
+    for (size_t i = 0; i < runs.size(); ++i) {
+        if (i != 0) out.push_back(',');
+        append_run(out, runs[i]);
+    }
+}
+
+bool run_before(const PortRun &a, const PortRun &b) {
+    return a.first != b.first ? a.first < b.first : a.last < b.last;
+}
+
+}  // namespace
+
 std::string run_text(const PortRun &run) {
-    if (run.first == run.last) return std::to_string(run.first);
-    return std::to_string(run.first) + ":" + std::to_string(run.last);
+    std::string text;
+    append_run(text, run);
+    return text;
 }
 
 std::string runs_text(const std::vector<PortRun> &runs) {
     std::string text;
-    for (const auto &r : runs) {
-        if (!text.empty()) text.push_back(',');
-        text.append(run_text(r));
-    }
+    append_runs(text, runs);
     return text;
 }
 
@@ -60,13 +88,9 @@ void port_list_json(Json &json, unsigned int flags, const std::vector<PortRun> &
     json.end_object();
 }
 
-std::vector<PortRun> item_runs(const std::vector<std::string> &items) {
-    std::vector<PortRun> runs;
-    for (const auto &i : items) runs.push_back(item_run(i.c_str()));
-    return runs;
-}
+namespace {
 
-std::string protocol_names(unsigned int flags) {
+std::string names_of(unsigned int flags) {
     std::string names;
     int size = KVLIBServiceProtoMapSizeGet();
     for (int i = 0; i < size; ++i) {
@@ -79,6 +103,16 @@ std::string protocol_names(unsigned int flags) {
         names += name;
     }
     return names;
+}
+
+}  // namespace
+
+const std::string &protocol_names(unsigned int flags) {
+    static std::array<std::string, 4> common = {names_of(0), names_of(1), names_of(2), names_of(3)};
+    if (flags < common.size()) return common[flags];
+    thread_local std::string other;
+    other = names_of(flags);
+    return other;
 }
 
 PortRun item_run(const char *item) {
@@ -100,23 +134,42 @@ std::vector<std::string> list_items(const KVLIB_SZLIST *items) {
     return out;
 }
 
-std::vector<std::string> sorted_items(const KVLIB_SZLIST *items) {
-    std::vector<std::pair<PortRun, std::string>> keyed;
-    for (auto &item : list_items(items)) keyed.emplace_back(item_run(item.c_str()), std::move(item));
-    std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
-        return a.first.first != b.first.first ? a.first.first < b.first.first : a.first.last < b.first.last;
-    });
-    std::vector<std::string> out;
-    out.reserve(keyed.size());
-    for (auto &k : keyed) out.push_back(std::move(k.second));
+std::vector<PortRun> sorted_runs(std::span<const PortRun> runs) {
+    std::vector<PortRun> out(runs.begin(), runs.end());
+    std::sort(out.begin(), out.end(), run_before);
     return out;
 }
 
-std::string ports_with_protocol(const std::vector<std::string> &items, unsigned int flags) {
-    if (items.empty()) return "-";
-    std::string text = runs_text(item_runs(items));
-    std::string names = protocol_names(flags);
-    return names.empty() ? text : text + "/" + names;
+void append_ports_with_protocol(std::string &out, std::span<const PortRun> runs, unsigned int flags) {
+    if (runs.empty()) {
+        out.push_back('-');
+        return;
+    }
+    if (std::is_sorted(runs.begin(), runs.end(), run_before)) {
+        append_runs(out, runs);
+    } else {
+        // Most lists are short: sort them in place on the stack.
+        std::array<PortRun, 32> small;
+        std::vector<PortRun> large;
+        std::span<PortRun> sorted;
+        if (runs.size() <= small.size()) {
+            sorted = std::span<PortRun>(small.data(), runs.size());
+            std::copy(runs.begin(), runs.end(), sorted.begin());
+        } else {
+            large.assign(runs.begin(), runs.end());
+            sorted = large;
+        }
+        std::sort(sorted.begin(), sorted.end(), run_before);
+        append_runs(out, sorted);
+    }
+    const std::string &names = protocol_names(flags);
+    if (!names.empty()) out.append(1, '/').append(names);
+}
+
+std::string ports_with_protocol(std::span<const PortRun> runs, unsigned int flags) {
+    std::string text;
+    append_ports_with_protocol(text, runs, flags);
+    return text;
 }
 
 std::vector<PortRun> conflict_runs(const KOVA_SERVICE_CONF_PORT *list) {
@@ -131,9 +184,7 @@ std::vector<PortRun> conflict_runs(const KOVA_SERVICE_CONF_PORT *list) {
 }
 
 std::vector<PortRun> merged(std::vector<PortRun> runs) {
-    std::sort(runs.begin(), runs.end(), [](const PortRun &a, const PortRun &b) {
-        return a.first != b.first ? a.first < b.first : a.last < b.last;
-    });
+    std::sort(runs.begin(), runs.end(), run_before);
     std::vector<PortRun> out;
     for (const auto &r : runs) {
         if (!out.empty() && r.first <= out.back().last + 1)

@@ -3,6 +3,7 @@
 
 #include <kovaserviceconf.h>
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -35,23 +36,23 @@ void protocols_json(Json &json, unsigned int flags);
 void runs_json(Json &json, const std::vector<PortRun> &runs);
 // JSON: {"protocols": [...], "ports": [RANGE, ...], "text": "80,8000:8010/tcp"}.
 void port_list_json(Json &json, unsigned int flags, const std::vector<PortRun> &runs);
-// The runs of catalogue port items.
-std::vector<PortRun> item_runs(const std::vector<std::string> &items);
 
 // The names of the protocol flags, from the library's protocol table: "tcp", "udp",
 // "tcp,udp"; the empty text when no known bit is set.
-std::string protocol_names(unsigned int flags);
+const std::string &protocol_names(unsigned int flags);
 
 // A catalogue port item ("445" or "55536-55899") as a run; {0, 0} when it holds no number.
 PortRun item_run(const char *item);
 
-// The items of a catalogue port list, sorted by their first port (ties keep list order).
-std::vector<std::string> sorted_items(const KVLIB_SZLIST *items);
-// The items in list order.
+// The items of a string list in list order.
 std::vector<std::string> list_items(const KVLIB_SZLIST *items);
 
-// "137,138/udp", ranges as "a:b"; "-" when there are no items.
-std::string ports_with_protocol(const std::vector<std::string> &items, unsigned int flags);
+// Runs sorted by their first port, then their last.
+std::vector<PortRun> sorted_runs(std::span<const PortRun> runs);
+
+// "137,138/udp": the runs sorted, ranges as "a:b"; "-" when there are none.
+std::string ports_with_protocol(std::span<const PortRun> runs, unsigned int flags);
+void append_ports_with_protocol(std::string &out, std::span<const PortRun> runs, unsigned int flags);
 
 // The runs of a conflict list, in list order.
 std::vector<PortRun> conflict_runs(const KOVA_SERVICE_CONF_PORT *list);

@@ -12,8 +12,6 @@
 
 namespace kovasvc {
 
-size_t display_width(const std::string &text);
-
 namespace {
 
 constexpr size_t kGap = 2;
@@ -29,13 +27,13 @@ size_t byte_offset(const std::string &text, size_t chars) {
 }
 
 // A line may break after a comma that a port follows ("80,|443", not "tcp,|udp").
-bool comma_break(const std::string &text, size_t i) {
+bool comma_break(std::string_view text, size_t i) {
     return text[i] == ',' && i + 1 < text.size() && std::isdigit(static_cast<unsigned char>(text[i + 1]));
 }
 
 // The widest piece of `text` that wrap() keeps whole: pieces end after such a comma or at a
 // space.
-size_t longest_word(const std::string &text) {
+size_t longest_word(std::string_view text) {
     size_t longest = 0, start = 0;
     for (size_t i = 0; i <= text.size(); ++i) {
         if (i == text.size() || text[i] == ' ' || comma_break(text, i)) {
@@ -49,7 +47,7 @@ size_t longest_word(const std::string &text) {
 
 }  // namespace
 
-size_t display_width(const std::string &text) {
+size_t display_width(std::string_view text) {
     size_t n = 0;
     for (unsigned char c : text)
         if ((c & 0xC0u) != 0x80u) ++n;
@@ -102,8 +100,9 @@ void print_labelled(std::ostream &out, const std::string &label, const std::stri
     }
 }
 
-Table::Table(std::vector<std::string> headers)
-    : headers_(std::move(headers)), align_(headers_.size(), Align::Left), flexible_(headers_.size(), false) {}
+Table::Table(std::vector<std::string> headers) : align_(headers.size(), Align::Left), flexible_(headers.size(), false) {
+    add_cells(headers);
+}
 
 void Table::flexible(size_t column) {
     if (column < flexible_.size()) flexible_[column] = true;
@@ -113,29 +112,52 @@ void Table::align(size_t column, Align how) {
     if (column < align_.size()) align_[column] = how;
 }
 
-void Table::add(std::vector<std::string> row) {
-    row.resize(headers_.size());
-    rows_.push_back(std::move(row));
+template <class Cells>
+void Table::add_cells(const Cells &row) {
+    size_t n = align_.size(), c = 0;
+    for (auto it = row.begin(); it != row.end() && c < n; ++it, ++c) {
+        text_.append(std::string_view(*it));
+        ends_.push_back(text_.size());
+    }
+    for (; c < n; ++c) ends_.push_back(text_.size());
+}
+
+void Table::add(std::initializer_list<std::string_view> row) {
+    add_cells(row);
+    ++rows_;
+}
+
+void Table::add(const std::vector<std::string> &row) {
+    add_cells(row);
+    ++rows_;
+}
+
+std::string_view Table::cell(size_t r, size_t c) const {
+    size_t i = r * align_.size() + c;
+    size_t begin = i == 0 ? 0 : ends_[i - 1];
+    return std::string_view(text_).substr(begin, ends_[i] - begin);
 }
 
 std::vector<size_t> Table::widths(size_t width) const {
-    size_t n = headers_.size();
-    std::vector<size_t> w(n), least(n);
-    for (size_t c = 0; c < n; ++c) {
-        w[c] = display_width(headers_[c]);
-        least[c] = std::max<size_t>(w[c], 4);
-        for (const auto &row : rows_) {
-            w[c] = std::max(w[c], display_width(row[c]));
-            // A flexible column wraps between its words, never inside one.
-            if (flexible_[c]) least[c] = std::max(least[c], longest_word(row[c]));
-        }
-        least[c] = std::min(least[c], w[c]);
-    }
+    size_t n = align_.size();
+    std::vector<size_t> w(n);
+    for (size_t c = 0; c < n; ++c)
+        for (size_t r = 0; r <= rows_; ++r) w[c] = std::max(w[c], display_width(cell(r, c)));
     auto total = [&] {
         size_t t = n == 0 ? 0 : kGap * (n - 1);
         for (size_t x : w) t += x;
         return t;
     };
+    if (total() <= width) return w;
+    // The least width of a column: its header's (at least 4), and for a flexible column, which
+    // wraps between its words and never inside one, its longest word; never more than it needs.
+    std::vector<size_t> least(n);
+    for (size_t c = 0; c < n; ++c) {
+        least[c] = std::max<size_t>(display_width(cell(0, c)), 4);
+        if (flexible_[c])
+            for (size_t r = 1; r <= rows_; ++r) least[c] = std::max(least[c], longest_word(cell(r, c)));
+        least[c] = std::min(least[c], w[c]);
+    }
     // Narrow the widest column that can still give way until the line fits: flexible columns
     // first, the others only when those are down to their least width.
     for (bool only_flexible : {true, false}) {
@@ -165,31 +187,44 @@ size_t Table::output_width() {
 
 void Table::print(std::ostream &out, size_t width, size_t indent) const {
     std::vector<size_t> w = widths(width > indent ? width - indent : 1);
-    size_t n = headers_.size();
-    auto print_row = [&](const std::vector<std::string> &row) {
-        std::vector<std::vector<std::string>> cells(n);
-        size_t height = 1;
+    size_t n = align_.size();
+    std::string text;  // lines not written yet
+    auto line = [&](auto cell_text) {
+        size_t start = text.size();
+        text.append(indent, ' ');
         for (size_t c = 0; c < n; ++c) {
-            cells[c] = wrap(row[c], w[c], c + 1 < n);
-            height = std::max(height, cells[c].size());
+            std::string_view cell = cell_text(c);
+            size_t pad = w[c] - std::min(w[c], display_width(cell));
+            if (align_[c] == Align::Right) text.append(pad, ' ');
+            text.append(cell);
+            if (align_[c] != Align::Right && c + 1 < n) text.append(pad, ' ');
+            if (c + 1 < n) text.append(kGap, ' ');
         }
-        for (size_t line = 0; line < height; ++line) {
-            std::string text(indent, ' ');
-            for (size_t c = 0; c < n; ++c) {
-                const std::string cell = line < cells[c].size() ? cells[c][line] : std::string();
-                size_t pad = w[c] - std::min(w[c], display_width(cell));
-                if (align_[c] == Align::Right)
-                    text += std::string(pad, ' ') + cell;
-                else
-                    text += cell + (c + 1 < n ? std::string(pad, ' ') : std::string());
-                if (c + 1 < n) text += std::string(kGap, ' ');
-            }
-            while (!text.empty() && text.back() == ' ') text.pop_back();
-            out << text << '\n';
+        while (text.size() > start && text.back() == ' ') text.pop_back();
+        text.push_back('\n');
+        if (text.size() >= 64 * 1024) {
+            out << text;
+            text.clear();
         }
     };
-    if (!session().no_header) print_row(headers_);
-    for (const auto &row : rows_) print_row(row);
+    std::vector<std::vector<std::string>> cells(n);
+    for (size_t r = session().no_header ? 1 : 0; r <= rows_; ++r) {
+        bool fits = true;
+        for (size_t c = 0; c < n && fits; ++c) fits = display_width(cell(r, c)) <= w[c];
+        if (fits) {
+            line([&](size_t c) { return cell(r, c); });
+            continue;
+        }
+        // A cell too wide for its column wraps onto further lines of the row.
+        size_t height = 1;
+        for (size_t c = 0; c < n; ++c) {
+            cells[c] = wrap(std::string(cell(r, c)), w[c], c + 1 < n);
+            height = std::max(height, cells[c].size());
+        }
+        for (size_t l = 0; l < height; ++l)
+            line([&](size_t c) { return l < cells[c].size() ? std::string_view(cells[c][l]) : std::string_view(); });
+    }
+    out << text;
 }
 
 }  // namespace kovasvc

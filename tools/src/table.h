@@ -3,8 +3,10 @@
 // file every row is one line, whatever its length.
 #pragma once
 
+#include <initializer_list>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kovasvc {
@@ -18,8 +20,10 @@ public:
     void align(size_t column, Align how);
     // A column that gives way first when the line is too long (lists that wrap well).
     void flexible(size_t column);
-    void add(std::vector<std::string> row);
-    bool empty() const { return rows_.empty(); }
+    // A row; missing cells are empty, extra ones dropped.
+    void add(std::initializer_list<std::string_view> row);
+    void add(const std::vector<std::string> &row);
+    bool empty() const { return rows_ == 0; }
 
     // Prints the header (unless --no-header) and the rows, each line starting with `indent`
     // spaces and no longer than `width` characters (as far as the headers allow; a word of the
@@ -32,16 +36,22 @@ public:
     static size_t output_width();
 
 private:
+    template <class Cells>
+    void add_cells(const Cells &row);
+    // Cell `c` of row `r`; row 0 is the header.
+    std::string_view cell(size_t r, size_t c) const;
     std::vector<size_t> widths(size_t width) const;
 
-    std::vector<std::string> headers_;
     std::vector<Align> align_;
     std::vector<bool> flexible_;
-    std::vector<std::vector<std::string>> rows_;
+    // The header, then the rows, cell after cell: their texts and where each cell ends.
+    std::string text_;
+    std::vector<size_t> ends_;
+    size_t rows_ = 0;
 };
 
 // Number of characters of a UTF-8 text (continuation bytes do not count).
-size_t display_width(const std::string &text);
+size_t display_width(std::string_view text);
 
 // `text` cut into lines of at most `width` characters, breaking after commas and at spaces; a
 // word longer than the width is cut when `hard`, else left whole on a line of its own.
