@@ -124,7 +124,7 @@ int System::open_dir(const char *path, std::vector<DirEntry> &entries) {
         errno = error;
         return -1;
     };
-    alignas(dirent64) char buf[16384];
+    alignas(dirent64) char buf[32768];  // as much as the C library's streams read at once
     for (;;) {
         const ssize_t n = ::getdents64(fd, buf, sizeof buf);
         if (n == 0) break;

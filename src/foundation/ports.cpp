@@ -6,14 +6,6 @@
 
 namespace kova::ports {
 
-std::string_view trim(std::string_view text) noexcept {
-    size_t b = 0;
-    while (b < text.size() && is_space(text[b])) ++b;
-    size_t e = text.size();
-    while (e > b && is_space(text[e - 1])) --e;
-    return text.substr(b, e - b);
-}
-
 std::vector<std::string_view> words(std::string_view text, std::string_view delims) {
     std::vector<std::string_view> out;
     each_piece(text, delims, [&](std::string_view w) {
@@ -101,6 +93,10 @@ ScannedSpan scan_port_span(std::string_view text) noexcept {
 }
 
 int protocol_flags(std::string_view text) noexcept {
+    // The words as nearly every list writes them.
+    if (text == "tcp") return 1;
+    if (text == "udp") return 2;
+    if (text == "tcp,udp") return 3;
     int flags = 0;
     const bool ok = each_piece(text, ",", [&](std::string_view word) {
         word = trim(word);

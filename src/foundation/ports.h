@@ -32,7 +32,14 @@ constexpr bool is_space(char c) noexcept {
     return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
-std::string_view trim(std::string_view text) noexcept;
+// Without the white space at both ends.
+inline std::string_view trim(std::string_view text) noexcept {
+    size_t b = 0;
+    while (b < text.size() && is_space(text[b])) ++b;
+    size_t e = text.size();
+    while (e > b && is_space(text[e - 1])) --e;
+    return text.substr(b, e - b);
+}
 
 // Calls f(piece) for every piece between the characters of `delims`, empty pieces included,
 // in text order ("a,,b" gives "a", "", "b"; "" gives one empty piece). f returns false to stop;
