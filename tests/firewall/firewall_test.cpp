@@ -211,7 +211,10 @@ TEST_F(Fw, ScSectionsFirstInWalkOrderFieldsAndFind) {
 
 // The defaults file decides for table rows with a support key and for .sc files with one.
 TEST_F(Fw, SupportedFromDefaultsFile) {
-    write(kDefaults, "supportmysql=no\nsupportups=yes\ncm_rx=YES\nsupportNFS=yes\nsupportyes=yes\nsupportno=no\n");
+    // Many keys (found through a table), and a key's first line counts: "supportno" reads "no".
+    std::string defaults = "supportmysql=no\nsupportups=yes\ncm_rx=YES\nsupportNFS=yes\nsupportyes=yes\nsupportno=no\n";
+    for (int i = 0; i < 300; ++i) defaults += str("other", i, "=yes\n");
+    write(kDefaults, defaults + "supportno=yes\n[s]\nsupportmysql=yes\n");
     write(kSys + std::string("1.sc"), "[global]\nsupport_key=supportyes\n" + section("on1", "1") + section("on2", "2"));
     write(kSys + std::string("2.sc"), "[global]\nsupport_key=supportno\n" + section("off", "3"));
     write(kSys + std::string("3.sc"), "[global]\nsupport_key=supportyes\n" + section("on3", "4"));
