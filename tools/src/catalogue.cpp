@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <unordered_map>
-#include <unordered_set>
+#include <optional>
 
 #include "json.h"
 #include "owners.h"
@@ -55,6 +55,40 @@ bool read_regular_file(const std::string &path, std::string &text) {
     return ok;
 }
 
+// Texts mapped to values in an open-addressed table sized once for the texts it will hold: the
+// catalogue's names and support keys.
+template <class Value>
+class TextMap {
+public:
+    explicit TextMap(size_t count) : slots_(std::bit_ceil(count * 2 + 1)) {}
+
+    // The value of `text`, given `value` when it is not there yet; and whether it was not.
+    std::pair<Value *, bool> try_emplace(std::string_view text, Value value) {
+        auto &[key, stored] = slots_[slot(text)];
+        const bool fresh = key.data() == nullptr;
+        if (fresh) {
+            key = text.data() != nullptr ? text : std::string_view("");
+            stored = value;
+        }
+        return {&stored, fresh};
+    }
+
+    const Value *find(std::string_view text) const {
+        const auto &[key, stored] = slots_[slot(text)];
+        return key.data() != nullptr ? &stored : nullptr;
+    }
+
+private:
+    size_t slot(std::string_view text) const {
+        const size_t mask = slots_.size() - 1;
+        size_t i = std::hash<std::string_view>{}(text)&mask;
+        while (slots_[i].first.data() != nullptr && slots_[i].first != text) i = (i + 1) & mask;
+        return i;
+    }
+
+    std::vector<std::pair<std::string_view, Value>> slots_;  // a null text marks a free slot
+};
+
 // The support test of the catalogue: whether a key's value in the system information defaults
 // file is "yes", as KVLIBCFileCheckKeyValue answers it (the first line of the key counts; a file
 // that cannot be read says no), with the file read once.
@@ -63,23 +97,22 @@ public:
     explicit SupportKeys(std::string path) : path_(std::move(path)) {}
 
     bool yes(std::string_view key) {
-        if (!read_) {
-            read_ = true;
+        if (!values_) {
             if (!read_regular_file(path_, text_)) text_.clear();
+            values_.emplace(static_cast<size_t>(std::count(text_.begin(), text_.end(), '\n')) + 1);
             kova::ini::for_each_line(text_, [&](const kova::ini::Line &line) {
-                if (line.kind == kova::ini::Kind::kKey) values_.try_emplace(line.name, line.value);
+                if (line.kind == kova::ini::Kind::kKey) values_->try_emplace(line.name, line.value == "yes");
                 return true;
             });
         }
-        auto it = values_.find(key);
-        return it != values_.end() && it->second == "yes";
+        const bool *value = values_->find(key);
+        return value != nullptr && *value;
     }
 
 private:
     std::string path_;
-    bool read_ = false;
     std::string text_;
-    std::unordered_map<std::string_view, std::string_view> values_;
+    std::optional<TextMap<bool>> values_;  // once the file is read
 };
 
 // The system information defaults file under the root that the library resolves.
@@ -162,9 +195,12 @@ public:
             std::free(names);
             files += d.names.size();
         }
-        // One to a few services a file.
-        cat_.entries_.reserve(files * 2 + std::size(rgServices));
+        // One to a few services a file: room for more than there will be, which costs only
+        // addresses (the pages that are not written are never touched), so that the records
+        // are not copied as they grow.
+        cat_.entries_.reserve(files * 4 + std::size(rgServices));
         spans_.reserve(cat_.entries_.capacity());
+        cat_.runs_.reserve(files * 16);
 
         std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
         std::string path;
@@ -196,8 +232,8 @@ public:
             entries[i].dst = {runs + spans_[i][0], spans_[i][1]};
             entries[i].src = {runs + spans_[i][2], spans_[i][3]};
         }
-        std::unordered_set<std::string_view> seen(entries.size() * 2);
-        for (auto &e : entries) e.shadowed = !seen.insert(e.name).second;
+        TextMap<bool> seen(entries.size());
+        for (auto &e : entries) e.shadowed = !seen.try_emplace(e.name, true).second;
     }
 
 private:
