@@ -60,33 +60,37 @@ bool read_regular_file(const std::string &path, std::string &text) {
 template <class Value>
 class TextMap {
 public:
-    explicit TextMap(size_t count) : slots_(std::bit_ceil(count * 2 + 1)) {}
+    explicit TextMap(size_t count) : slots_(std::bit_ceil(count + count / 2 + 1)) {}
 
     // The value of `text`, given `value` when it is not there yet; and whether it was not.
     std::pair<Value *, bool> try_emplace(std::string_view text, Value value) {
-        auto &[key, stored] = slots_[slot(text)];
-        const bool fresh = key.data() == nullptr;
-        if (fresh) {
-            key = text.data() != nullptr ? text : std::string_view("");
-            stored = value;
-        }
-        return {&stored, fresh};
+        Slot &s = slots_[slot(text)];
+        const bool fresh = s.text == nullptr;
+        if (fresh) s = {text.data() != nullptr ? text.data() : "", static_cast<uint32_t>(text.size()), value};
+        return {&s.value, fresh};
     }
 
     const Value *find(std::string_view text) const {
-        const auto &[key, stored] = slots_[slot(text)];
-        return key.data() != nullptr ? &stored : nullptr;
+        const Slot &s = slots_[slot(text)];
+        return s.text != nullptr ? &s.value : nullptr;
     }
 
 private:
+    struct Slot {
+        const char *text = nullptr;  // null: free
+        uint32_t size = 0;
+        Value value{};
+    };
+
     size_t slot(std::string_view text) const {
         const size_t mask = slots_.size() - 1;
         size_t i = std::hash<std::string_view>{}(text)&mask;
-        while (slots_[i].first.data() != nullptr && slots_[i].first != text) i = (i + 1) & mask;
+        while (slots_[i].text != nullptr && std::string_view(slots_[i].text, slots_[i].size) != text)
+            i = (i + 1) & mask;
         return i;
     }
 
-    std::vector<std::pair<std::string_view, Value>> slots_;  // a null text marks a free slot
+    std::vector<Slot> slots_;
 };
 
 // The support test of the catalogue: whether a key's value in the system information defaults
@@ -180,10 +184,12 @@ public:
     }
 
     void sc_files() {
+        // The entries of both directories as the library reads them: sorted with alphasort,
+        // "." and ".." left out; their names kept one after the other.
         struct Dir {
             unsigned int location;
             std::string path;
-            std::vector<std::unique_ptr<dirent, Release<std::free>>> names;
+            std::string names;  // each ended by a NUL
         };
         std::vector<Dir> dirs;
         size_t files = 0;
@@ -191,9 +197,13 @@ public:
             Dir &d = dirs.emplace_back(Dir{location, services_dir(location), {}});
             struct dirent **names = nullptr;
             int n = d.path.empty() ? -1 : scandir(d.path.c_str(), &names, nullptr, alphasort);
-            for (int i = 0; i < n; ++i) d.names.emplace_back(names[i]);
+            for (int i = 0; i < n; ++i) {
+                std::unique_ptr<dirent, Release<std::free>> name(names[i]);
+                if (std::strcmp(name->d_name, ".") == 0 || std::strcmp(name->d_name, "..") == 0) continue;
+                d.names.append(name->d_name).push_back('\0');
+                ++files;
+            }
             std::free(names);
-            files += d.names.size();
         }
         // One to a few services a file: room for more than there will be, which costs only
         // addresses (the pages that are not written are never touched), so that the records
@@ -205,9 +215,8 @@ public:
         std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
         std::string path;
         for (const Dir &d : dirs) {
-            for (const auto &name : d.names) {
-                if (std::strcmp(name->d_name, ".") == 0 || std::strcmp(name->d_name, "..") == 0) continue;
-                path.assign(d.path).append("/").append(name->d_name);
+            for (size_t at = 0; at < d.names.size(); at = d.names.find('\0', at) + 1) {
+                path.assign(d.path).append("/").append(d.names.c_str() + at);
                 if (path.size() > kPathMax - 1) path.erase(kPathMax - 1);
                 KOVA_SERVICE_CONF *head = nullptr;
                 if (KOVAServiceConfGet(path.c_str(), &head) != 0) continue;
