@@ -200,21 +200,31 @@ Result<ScFile> read_sc_file(const char *path) {
     return file;
 }
 
+size_t KeyValueFile::slot_of(std::string_view key) const {
+    const size_t mask = slots_.size() - 1;
+    for (size_t at = std::hash<std::string_view>{}(key)&mask;; at = (at + 1) & mask)
+        if (slots_[at] == 0 || entries_[slots_[at] - 1].name == key) return at;
+}
+
 const std::string_view *KeyValueFile::value(std::string_view key) const {
-    const auto it = values_.find(key);
-    return it == values_.end() ? nullptr : &it->second;
+    const uint32_t at = slots_.empty() ? 0 : slots_[slot_of(key)];
+    return at == 0 ? nullptr : &entries_[at - 1].value;
 }
 
 Result<KeyValueFile> read_key_value_file(const char *path) {
     KeyValueFile file;
     const size_t size = read_regular_file(FileRef{path}, file.text_);
     if (size == kNone) return KOVA_FAILURE(KOVA_ERR_FILE_OPEN);
-    char *const text = file.text_.data.get();
-    kova::ini::for_each_line(std::string_view(text, size), [&](const kova::ini::Line &line) {
-        // The first line of a key is the one read.
-        if (line.kind == kova::ini::Kind::kKey) file.values_.try_emplace(line.name, line.value);
+    kova::ini::for_each_line(std::string_view(file.text_.data.get(), size), [&](const kova::ini::Line &line) {
+        if (line.kind == kova::ini::Kind::kKey) file.entries_.push_back({line.name, line.value});
         return true;
     });
+    // At most half the slots are taken; the first line of a key is the one read.
+    size_t slots = 2;
+    while (slots < 2 * file.entries_.size()) slots *= 2;
+    file.slots_.assign(slots, 0);
+    for (uint32_t i = 0; i < file.entries_.size(); ++i)
+        if (uint32_t &slot = file.slots_[file.slot_of(file.entries_[i].name)]; slot == 0) slot = i + 1;
     return file;
 }
 

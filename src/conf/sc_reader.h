@@ -71,6 +71,20 @@ public:
     int key_count() const { return key_count_; }
     // The value of `key`, or null when the section lacks it.
     const char *value(std::string_view key) const;
+    // The values of several keys (out[i] that of names[i], null when the section lacks it), found
+    // in one pass over the section's keys.
+    template <size_t N>
+    void values(const std::string_view (&names)[N], const char *(&out)[N]) const {
+        for (const char *&value : out) value = nullptr;
+        for (uint32_t k = first_; k < end_; ++k) {
+            for (size_t i = 0; i < N; ++i) {
+                if (keys_[k].name == names[i]) {
+                    out[i] = keys_[k].value;
+                    break;
+                }
+            }
+        }
+    }
     // Keys and values in the order the keys first appear.
     std::vector<std::pair<std::string, std::string>> entries() const;
 
@@ -130,7 +144,8 @@ Result<ScFile> read_sc_file(const char *path);
 Result<void> read_sc_file(const FileRef &where, ScFile &file);
 
 // A key-value file (the settings files) read once: the value of the first line of each key, as
-// the platform's key-value reads find it; sections are not looked at.
+// the platform's key-value reads find it; sections are not looked at. The keys are found through
+// an open-addressed table of positions, so that a file of thousands of keys costs two arrays.
 class KeyValueFile {
 public:
     // The value (NUL bytes and all), or null when no line has the key.
@@ -138,8 +153,15 @@ public:
 
 private:
     friend Result<KeyValueFile> read_key_value_file(const char *path);
+    struct Entry {
+        std::string_view name;
+        std::string_view value;
+    };
+    // The slot of `key`: the one holding it, or the empty one where it would go.
+    size_t slot_of(std::string_view key) const;
     TextBuffer text_;
-    std::unordered_map<std::string_view, std::string_view> values_;
+    std::vector<Entry> entries_;   // every key line, in file order
+    std::vector<uint32_t> slots_;  // 1 + the position of a key's first line; 0 for an empty slot
 };
 // Fails with 0x0900 as read_sc_file does.
 Result<KeyValueFile> read_key_value_file(const char *path);

@@ -52,13 +52,11 @@ Result<void> parse_port_list(std::string_view text, PortList &list) {
     const bool ok = each_piece(trim(parts.ports), ",", [&](std::string_view piece) {
         const Item item = split_item(trim(piece), ':');
         PortEntry entry{0, 0, item.joined};
-        Result<uint32_t> begin = checked_port(item.first);
-        if (!begin) return failed = begin.failure(), false;
-        entry.begin = *begin;
+        if (const PortError error = parse_port(item.first, entry.begin); error != PortError::kNone)
+            return failed = port_failure(item.first, error), false;
         if (item.joined) {
-            Result<uint32_t> end = checked_port(item.last);
-            if (!end) return failed = end.failure(), false;
-            entry.end = *end;
+            if (const PortError error = parse_port(item.last, entry.end); error != PortError::kNone)
+                return failed = port_failure(item.last, error), false;
         }
         list.entries.push_back(entry);
         return true;

@@ -67,16 +67,20 @@ void log_port_error(const char *path, const char *name, const char *target) {
 namespace kova::conf {
 
 bool check_section(const char *path, const char *name, int records, const ScSection *keys, SectionFields &out) {
-    auto value = [keys](const char *key) { return keys != nullptr ? keys->value(key) : nullptr; };
     if (records < 1) {
         KOVA_LOG("Failed to KVLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, kovaerr=" KOVA_ERRFMT,
                  path, name, records, KOVA_ERRARGS);
         return false;
     }
+    enum { kTitleKey, kTitle, kDescKey, kDescExtra, kDesc, kPortForward, kSrc, kDst, kKeys };
+    static constexpr std::string_view kNames[kKeys] = {"title_key", "title",        "desc_key",  "desc_extra",
+                                                       "desc",      "port_forward", "src.ports", "dst.ports"};
+    const char *value[kKeys] = {};
+    if (keys != nullptr) keys->values(kNames, value);
 
-    if (const char *titleKey = value("title_key"); titleKey != nullptr && *titleKey != '\0')
+    if (const char *titleKey = value[kTitleKey]; titleKey != nullptr && *titleKey != '\0')
         service_string_get(titleKey, out.title);
-    const char *title = value("title");
+    const char *title = value[kTitle];
     if (title == nullptr) {
         KOVA_LOG("Get key \"title\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name,
                  KOVA_ERRARGS);
@@ -84,19 +88,19 @@ bool check_section(const char *path, const char *name, int records, const ScSect
     }
     copy_field(out.title->text, title);
 
-    if (const char *descKey = value("desc_key"); descKey != nullptr && *descKey != '\0')
+    if (const char *descKey = value[kDescKey]; descKey != nullptr && *descKey != '\0')
         service_string_get(descKey, out.desc);
-    if (const char *extra = value("desc_extra"); extra != nullptr) copy_field(out.desc->extraText, extra);
-    const char *desc = value("desc");
+    if (const char *extra = value[kDescExtra]; extra != nullptr) copy_field(out.desc->extraText, extra);
+    const char *desc = value[kDesc];
     if (desc == nullptr) {
         KOVA_LOG("Get key \"desc\" fail! (file: %s, section name: %s), kovaerr=" KOVA_ERRFMT, path, name, KOVA_ERRARGS);
         return false;
     }
     copy_field(out.desc->text, desc);
 
-    out.portForward = port_forward_flag(value("port_forward"));
+    out.portForward = port_forward_flag(value[kPortForward]);
 
-    const char *src = value("src.ports");
+    const char *src = value[kSrc];
     out.has_src = src != nullptr;
     if (src != nullptr) {
         if (Result<void> parsed = ports::parse_port_list(src, out.src); !parsed) {
@@ -105,7 +109,7 @@ bool check_section(const char *path, const char *name, int records, const ScSect
             return false;
         }
     }
-    const char *dst = value("dst.ports");
+    const char *dst = value[kDst];
     Result<void> parsed = dst != nullptr ? ports::parse_port_list(dst, out.dst) : Result<void>(KOVA_FAILURE_KEEP);
     if (!parsed) {
         set_error(parsed.failure());

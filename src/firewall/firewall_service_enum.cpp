@@ -11,6 +11,7 @@
 
 #include "conf/conf_internal.h"
 #include "firewall/port_texts.h"
+#include "firewall/settings_reads.h"
 #include "foundation/ports.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
@@ -144,6 +145,7 @@ private:
 };
 
 void add_table_rows(Builder &catalogue, SupportKeys &support) {
+    kova::fw::SettingsScope settings;  // the getters of the rows read each settings file once
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
         kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {

@@ -15,6 +15,7 @@
 #include "foundation/raii.h"
 #include "kova_root.h"
 #include "firewall/port_texts.h"
+#include "firewall/settings_reads.h"
 
 namespace {
 
@@ -48,7 +49,7 @@ constexpr int kValueSize = 16;
 
 int read_value(const std::string &path, const char *key, char (&buf)[kValueSize]) {
     std::memset(buf, 0, sizeof buf);
-    return KVLIBCFileGetKeyValue(path.c_str(), key, buf, kValueSize, 0);
+    return kova::fw::read_setting(path, key, buf, kValueSize);
 }
 
 // Every getter: checks the out-pointer, computes its port texts and hands them out as one new

@@ -1,0 +1,54 @@
+#include "firewall/settings_reads.h"
+
+#include <kovaserviceconf.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace kova::fw {
+
+namespace {
+
+thread_local SettingsScope *t_scope = nullptr;
+
+}  // namespace
+
+SettingsScope::SettingsScope() noexcept : outer_(t_scope) {
+    t_scope = this;
+}
+
+SettingsScope::~SettingsScope() {
+    t_scope = outer_;
+}
+
+// A file that cannot be read here (missing, not a regular file, out of memory) is left to the
+// platform, whose reads then fail or succeed with their own results and error state: null.
+const conf::KeyValueFile *SettingsScope::file(const std::string &path) noexcept {
+    try {
+        for (const File &f : files_)
+            if (f.path == path) return f.text ? &*f.text : nullptr;
+        File &added = files_.emplace_back(File{path, std::nullopt});
+        if (Result<conf::KeyValueFile> read = conf::read_key_value_file(path.c_str()); read)
+            added.text = std::move(*read);
+        return added.text ? &*added.text : nullptr;
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
+int read_setting(const std::string &path, const char *key, char *buf, int size) {
+    const conf::KeyValueFile *file = t_scope != nullptr ? t_scope->file(path) : nullptr;
+    if (file == nullptr || key == nullptr || buf == nullptr || size <= 0)
+        return KVLIBCFileGetKeyValue(path.c_str(), key, buf, size, 0);
+    const std::string_view *value = file->value(key);
+    const std::string_view copied =
+        value == nullptr
+            ? std::string_view()
+            : value->substr(0, std::min({value->find('\0'), value->size(), static_cast<size_t>(size) - 1}));
+    std::memcpy(buf, copied.data(), copied.size());
+    buf[copied.size()] = '\0';
+    return static_cast<int>(copied.size());
+}
+
+}  // namespace kova::fw

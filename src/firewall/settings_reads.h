@@ -1,0 +1,40 @@
+// The key-value reads of the port getters. While a catalogue is being built on a thread, each
+// settings file that its rows read is read once for all of them; a getter called on its own reads
+// the file for every key, through the platform.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "conf/sc_reader.h"
+
+namespace kova::fw {
+
+// The settings files read so far by the getters of one catalogue build, for as long as it lasts:
+// nothing is kept from one build to the next.
+class SettingsScope {
+public:
+    SettingsScope() noexcept;
+    ~SettingsScope();
+    SettingsScope(const SettingsScope &) = delete;
+    SettingsScope &operator=(const SettingsScope &) = delete;
+
+private:
+    friend int read_setting(const std::string &path, const char *key, char *buf, int size);
+    struct File {
+        std::string path;
+        std::optional<conf::KeyValueFile> text;  // none: the platform reads it (it could not be read here)
+    };
+    const conf::KeyValueFile *file(const std::string &path) noexcept;
+
+    std::vector<File> files_;
+    SettingsScope *outer_;
+};
+
+// KVLIBCFileGetKeyValue(path, key, buf, size, 0): the value's length (cut to size - 1 bytes and
+// at a NUL byte, terminated), 0 when the key is absent, -1 when the file cannot be read. Inside a
+// scope a file that could be read is answered from its one read, with the platform's results.
+int read_setting(const std::string &path, const char *key, char *buf, int size);
+
+}  // namespace kova::fw
