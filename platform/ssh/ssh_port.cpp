@@ -3,11 +3,11 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <string_view>
 
 #include "core/plat_log.h"
+#include "core/read_file.h"
 #include "kova_root.h"
 
 namespace {
@@ -53,18 +53,23 @@ extern "C" int KOVAServiceSSHPortGet(int32_t *pPort) {
         return -1;
     }
     try {
-        std::ifstream in(kova::resolve(kova::paths::kSshdConfig), std::ios::binary);
-        std::string line;
-        while (in && std::getline(in, line)) {
+        // Read whole (a file that cannot be read has no Port line), then looked at line by line.
+        std::string text;
+        if (!kova::platform::read_file(kova::resolve(kova::paths::kSshdConfig).c_str(), text)) text.clear();
+        std::string_view rest = text;
+        while (!rest.empty()) {
+            const size_t end = rest.find('\n');
+            const std::string_view line = rest.substr(0, end);
+            rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
             std::string_view arg;
             if (!port_argument(line, arg)) continue;
-            std::string text(arg);
-            char *end = nullptr;
+            std::string value(arg);
+            char *stop = nullptr;
             errno = 0;
-            long port = std::strtol(text.c_str(), &end, 10);
-            if (text.empty() || *end != '\0' || errno != 0 || port < 1 || port > 65535) {
+            long port = std::strtol(value.c_str(), &stop, 10);
+            if (value.empty() || *stop != '\0' || errno != 0 || port < 1 || port > 65535) {
                 PLAT_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-                PLAT_LOG("bad Port line in sshd configuration: [%s]", text.c_str());
+                PLAT_LOG("bad Port line in sshd configuration: [%s]", value.c_str());
                 return -1;
             }
             *pPort = static_cast<int32_t>(port);

@@ -115,17 +115,35 @@ int System::open_dir(const char *path, std::vector<DirEntry> &entries) {
     entries.clear();
     const int fd = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return -1;
-    // The listing reads through a descriptor of its own, which closing the listing closes.
-    const int listed = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
-    DIR *dir = listed >= 0 ? ::fdopendir(listed) : nullptr;
-    if (listed >= 0 && dir == nullptr) ::close(listed);
-    const auto add = [&](const dirent &entry) { entries.push_back({entry.d_name, entry.d_type == DT_REG}); };
-    if (dir == nullptr || read_entries(dir, add) != 0) {
-        const int saved = errno;
+    // The entries are read straight from the descriptor, whose position in the directory does not
+    // matter to the files opened through it: no stream of the C library, which would want a
+    // descriptor of its own (closing it closes that) and a buffer on the heap.
+    const auto fail = [&](int error) {
         ::close(fd);
-        errno = saved;
         entries.clear();
+        errno = error;
         return -1;
+    };
+    alignas(dirent64) char buf[16384];
+    for (;;) {
+        const ssize_t n = ::getdents64(fd, buf, sizeof buf);
+        if (n == 0) break;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return fail(errno);
+        }
+        for (ssize_t at = 0; at < n;) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(buf + at);
+            at += entry->d_reclen;
+            // Deleted entries (no inode) are skipped, as readdir() skips them.
+            if (entry->d_ino == 0 || std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
+                continue;
+            try {
+                entries.push_back({entry->d_name, entry->d_type == DT_REG});
+            } catch (const std::bad_alloc &) {
+                return fail(ENOMEM);
+            }
+        }
     }
     std::sort(entries.begin(), entries.end(),
               [](const DirEntry &a, const DirEntry &b) { return collates_before(a.name, b.name); });
