@@ -62,7 +62,7 @@ std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
 
 int run_list(const Args &args) {
     if (args.has("--names") && args.json()) throw UsageError("--names and --json do not go together");
-    Catalogue cat = Catalogue::load();
+    Catalogue cat = Catalogue::load(args.json() ? Catalogue::Detail::kTexts : Catalogue::Detail::kPorts);
 
     if (args.json()) {
         Json json(std::cout);
