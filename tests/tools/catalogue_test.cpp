@@ -65,7 +65,7 @@ protected:
             records.push_back(s);
             library.push_back(record(*s));
         }
-        kovasvc::Catalogue cat = kovasvc::Catalogue::load();
+        kovasvc::Catalogue cat = kovasvc::Catalogue::load(kovasvc::Catalogue::Detail::kTexts);
         const auto &entries = cat.entries();
         Texts tool, sources;
         for (size_t i = 0; i < entries.size(); ++i) {

@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <unordered_map>
-#include <unordered_set>
+#include <optional>
 
 #include "json.h"
 #include "owners.h"
@@ -55,6 +55,44 @@ bool read_regular_file(const std::string &path, std::string &text) {
     return ok;
 }
 
+// Texts mapped to values in an open-addressed table sized once for the texts it will hold: the
+// catalogue's names and support keys.
+template <class Value>
+class TextMap {
+public:
+    explicit TextMap(size_t count) : slots_(std::bit_ceil(count + count / 2 + 1)) {}
+
+    // The value of `text`, given `value` when it is not there yet; and whether it was not.
+    std::pair<Value *, bool> try_emplace(std::string_view text, Value value) {
+        Slot &s = slots_[slot(text)];
+        const bool fresh = s.text == nullptr;
+        if (fresh) s = {text.data() != nullptr ? text.data() : "", static_cast<uint32_t>(text.size()), value};
+        return {&s.value, fresh};
+    }
+
+    const Value *find(std::string_view text) const {
+        const Slot &s = slots_[slot(text)];
+        return s.text != nullptr ? &s.value : nullptr;
+    }
+
+private:
+    struct Slot {
+        const char *text = nullptr;  // null: free
+        uint32_t size = 0;
+        Value value{};
+    };
+
+    size_t slot(std::string_view text) const {
+        const size_t mask = slots_.size() - 1;
+        size_t i = std::hash<std::string_view>{}(text)&mask;
+        while (slots_[i].text != nullptr && std::string_view(slots_[i].text, slots_[i].size) != text)
+            i = (i + 1) & mask;
+        return i;
+    }
+
+    std::vector<Slot> slots_;
+};
+
 // The support test of the catalogue: whether a key's value in the system information defaults
 // file is "yes", as KVLIBCFileCheckKeyValue answers it (the first line of the key counts; a file
 // that cannot be read says no), with the file read once.
@@ -63,23 +101,22 @@ public:
     explicit SupportKeys(std::string path) : path_(std::move(path)) {}
 
     bool yes(std::string_view key) {
-        if (!read_) {
-            read_ = true;
+        if (!values_) {
             if (!read_regular_file(path_, text_)) text_.clear();
+            values_.emplace(static_cast<size_t>(std::count(text_.begin(), text_.end(), '\n')) + 1);
             kova::ini::for_each_line(text_, [&](const kova::ini::Line &line) {
-                if (line.kind == kova::ini::Kind::kKey) values_.try_emplace(line.name, line.value);
+                if (line.kind == kova::ini::Kind::kKey) values_->try_emplace(line.name, line.value == "yes");
                 return true;
             });
         }
-        auto it = values_.find(key);
-        return it != values_.end() && it->second == "yes";
+        const bool *value = values_->find(key);
+        return value != nullptr && *value;
     }
 
 private:
     std::string path_;
-    bool read_ = false;
     std::string text_;
-    std::unordered_map<std::string_view, std::string_view> values_;
+    std::optional<TextMap<bool>> values_;  // once the file is read
 };
 
 // The system information defaults file under the root that the library resolves.
@@ -119,10 +156,11 @@ bool builtin_ports(const KOVA_FW_PORT_SPEC &spec, std::vector<PortRun> &runs) {
 
 }  // namespace
 
-// Makes the entries, their port runs and their texts; the spans are set once all are made.
+// Makes the entries, their port runs and their texts.
 class Catalogue::Builder {
 public:
-    explicit Builder(Catalogue &cat) : cat_(cat), support_(support_defaults_path()) {}
+    Builder(Catalogue &cat, Detail detail)
+        : cat_(cat), texts_(detail == Detail::kTexts), support_(support_defaults_path()) {}
 
     void builtin_rows() {
         for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
@@ -131,26 +169,24 @@ public:
             e.supported = row->supportKey == nullptr ? row->defaultSupported != 0 : support_.yes(row->supportKey);
             e.port_forward = row->portForward != 0;
             e.support_key = row->supportKey != nullptr ? row->supportKey : "";
-            Spans spans{};
-            size_t first_run = cat_.runs_.size();
-            if (!builtin_direction(row->src, e.src_protocol, spans[2], spans[3]) ||
-                !builtin_direction(row->dst, e.dst_protocol, spans[0], spans[1])) {
-                cat_.runs_.resize(first_run);
+            if (!builtin_direction(row->src, e.src_protocol, e.src) ||
+                !builtin_direction(row->dst, e.dst_protocol, e.dst))
                 continue;
-            }
             e.name = keep_name(row->name);
             // A table string: its key; its texts stay empty.
             e.title = keep({}, {}, row->title);
             e.desc = keep({}, {}, row->desc);
-            builtin_.emplace_back(e, spans);
+            builtin_.push_back(e);
         }
     }
 
     void sc_files() {
+        // The entries of both directories as the library reads them: sorted with alphasort,
+        // "." and ".." left out; their names kept one after the other.
         struct Dir {
             unsigned int location;
             std::string path;
-            std::vector<std::unique_ptr<dirent, Release<std::free>>> names;
+            std::string names;  // each ended by a NUL
         };
         std::vector<Dir> dirs;
         size_t files = 0;
@@ -158,20 +194,24 @@ public:
             Dir &d = dirs.emplace_back(Dir{location, services_dir(location), {}});
             struct dirent **names = nullptr;
             int n = d.path.empty() ? -1 : scandir(d.path.c_str(), &names, nullptr, alphasort);
-            for (int i = 0; i < n; ++i) d.names.emplace_back(names[i]);
+            for (int i = 0; i < n; ++i) {
+                std::unique_ptr<dirent, Release<std::free>> name(names[i]);
+                if (std::strcmp(name->d_name, ".") == 0 || std::strcmp(name->d_name, "..") == 0) continue;
+                d.names.append(name->d_name).push_back('\0');
+                ++files;
+            }
             std::free(names);
-            files += d.names.size();
         }
-        // One to a few services a file.
-        cat_.entries_.reserve(files * 2 + std::size(rgServices));
-        spans_.reserve(cat_.entries_.capacity());
+        // One to a few services a file: room for more than there will be, which costs only
+        // addresses (the pages that are not written are never touched), so that the records
+        // are not copied as they grow.
+        cat_.entries_.reserve(files * 4 + std::size(rgServices));
 
         std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
         std::string path;
         for (const Dir &d : dirs) {
-            for (const auto &name : d.names) {
-                if (std::strcmp(name->d_name, ".") == 0 || std::strcmp(name->d_name, "..") == 0) continue;
-                path.assign(d.path).append("/").append(name->d_name);
+            for (size_t at = 0; at < d.names.size(); at = d.names.find('\0', at) + 1) {
+                path.assign(d.path).append("/").append(d.names.c_str() + at);
                 if (path.size() > kPathMax - 1) path.erase(kPathMax - 1);
                 KOVA_SERVICE_CONF *head = nullptr;
                 if (KOVAServiceConfGet(path.c_str(), &head) != 0) continue;
@@ -187,29 +227,20 @@ public:
 
     void finish() {
         auto &entries = cat_.entries_;
-        for (auto it = builtin_.rbegin(); it != builtin_.rend(); ++it) {
-            entries.push_back(it->first);
-            spans_.push_back(it->second);
-        }
-        const PortRun *runs = cat_.runs_.data();
-        for (size_t i = 0; i < entries.size(); ++i) {
-            entries[i].dst = {runs + spans_[i][0], spans_[i][1]};
-            entries[i].src = {runs + spans_[i][2], spans_[i][3]};
-        }
-        std::unordered_set<std::string_view> seen(entries.size() * 2);
-        for (auto &e : entries) e.shadowed = !seen.insert(e.name).second;
+        entries.insert(entries.end(), builtin_.rbegin(), builtin_.rend());
+        TextMap<bool> seen(entries.size());
+        for (auto &e : entries) e.shadowed = !seen.try_emplace(e.name, true).second;
     }
 
 private:
-    using Spans = std::array<uint32_t, 4>;  // dst first run and count, src first run and count
-
-    bool builtin_direction(const KOVA_FW_PORT_SPEC &spec, unsigned int &protocol, uint32_t &first, uint32_t &count) {
-        first = static_cast<uint32_t>(cat_.runs_.size());
-        count = 0;
+    bool builtin_direction(const KOVA_FW_PORT_SPEC &spec, unsigned int &protocol, std::span<const PortRun> &runs) {
         if (spec.enabled == 0) return true;
         protocol = static_cast<unsigned int>(spec.protocol);
-        if (!builtin_ports(spec, cat_.runs_)) return false;
-        count = static_cast<uint32_t>(cat_.runs_.size() - first);
+        std::vector<PortRun> found;
+        if (!builtin_ports(spec, found)) return false;
+        PortRun *at = room_for_runs(found.size());
+        std::copy(found.begin(), found.end(), at);
+        runs = {at, found.size()};
         return true;
     }
 
@@ -223,49 +254,57 @@ private:
                 file = keep(path);
                 key = keep(field(conf.supportKey));
             }
-            CatalogueEntry e;
+            CatalogueEntry &e = cat_.entries_.emplace_back();
             e.name = keep_name(field(s->name));
             e.origin = location == KOVA_CONF_LOCATION_SYSTEM ? Origin::System : Origin::Package;
             e.supported = supported;
             e.port_forward = s->portForward != 0;
-            e.title = keep(field(s->title.text), {}, s->title);
-            e.desc = keep(field(s->desc.text), field(s->desc.extraText), s->desc);
+            if (texts_) {
+                e.title = keep(field(s->title.text), {}, s->title);
+                e.desc = keep(field(s->desc.text), field(s->desc.extraText), s->desc);
+            }
             e.file = file;
             e.support_key = key;
-            Spans spans{};
-            sc_ports(s->dstPort, e.dst_protocol, spans[0], spans[1]);
-            sc_ports(s->srcPort, e.src_protocol, spans[2], spans[3]);
-            cat_.entries_.push_back(e);
-            spans_.push_back(spans);
+            e.dst = sc_ports(s->dstPort, e.dst_protocol);
+            e.src = sc_ports(s->srcPort, e.src_protocol);
         }
     }
 
     // A reader's port list as the record's items: in list order, a single port or a range each,
     // the protocol that of the last entry as the firewall names it.
-    void sc_ports(const KOVA_SERVICE_CONF_PORT *list, unsigned int &protocol, uint32_t &first, uint32_t &count) {
-        first = static_cast<uint32_t>(cat_.runs_.size());
+    std::span<const PortRun> sc_ports(const KOVA_SERVICE_CONF_PORT *list, unsigned int &protocol) {
+        size_t count = 0;
+        for (const auto *p = list; p != nullptr; p = p->next) count += p->type == 0 || p->type == 1 ? 1 : 0;
+        PortRun *runs = room_for_runs(count);
+        size_t n = 0;
         for (const auto *p = list; p != nullptr; p = p->next) {
             protocol = static_cast<unsigned int>(KOVAProtocolMapping(static_cast<int>(p->protocol)));
             if (p->type == 0)
-                cat_.runs_.push_back({p->beginPort, p->beginPort});
+                runs[n++] = {p->beginPort, p->beginPort};
             else if (p->type == 1)
-                cat_.runs_.push_back({std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)});
+                runs[n++] = {std::min(p->beginPort, p->endPort), std::max(p->beginPort, p->endPort)};
         }
-        count = static_cast<uint32_t>(cat_.runs_.size() - first);
+        return {runs, count};
     }
 
-    // Room for `size` bytes that live as long as the catalogue.
-    char *room(size_t size) {
+    PortRun *room_for_runs(size_t count) {
+        return reinterpret_cast<PortRun *>(room(count * sizeof(PortRun), alignof(PortRun)));
+    }
+
+    // Room for `size` bytes, aligned to `align`, that live as long as the catalogue.
+    char *room(size_t size, size_t align = 1) {
         constexpr size_t kBlock = 64 * 1024;
-        if (size > room_) {
+        size_t skip = (align - reinterpret_cast<uintptr_t>(next_) % align) % align;
+        if (size + skip > room_) {
             size_t block = std::max(kBlock, size);
             cat_.text_.push_back(std::make_unique_for_overwrite<char[]>(block));
             next_ = cat_.text_.back().get();
             room_ = block;
+            skip = 0;
         }
-        char *at = next_;
-        next_ += size;
-        room_ -= size;
+        char *at = next_ + skip;
+        next_ = at + size;
+        room_ -= skip + size;
         return at;
     }
 
@@ -287,6 +326,7 @@ private:
 
     DisplayText keep(std::string_view text, std::string_view extra_text, const KOVA_SERVICE_STRING &s) {
         DisplayText d;
+        if (!texts_) return d;
         const std::string_view parts[] = {text, extra_text, field(s.prefix), field(s.section), field(s.key)};
         size_t size = 0;
         for (size_t i = 0; i < d.size_.size(); ++i) {
@@ -301,9 +341,9 @@ private:
     }
 
     Catalogue &cat_;
+    const bool texts_;  // titles and descriptions are kept
     SupportKeys support_;
-    std::vector<std::pair<CatalogueEntry, Spans>> builtin_;
-    std::vector<Spans> spans_;  // of the entries made so far
+    std::vector<CatalogueEntry> builtin_;
     char *next_ = nullptr;
     size_t room_ = 0;
 };
@@ -371,10 +411,10 @@ std::string string_key(const DisplayText &s) {
     return key.append(s.section()).append(":").append(s.key());
 }
 
-Catalogue Catalogue::load() {
+Catalogue Catalogue::load(Detail detail) {
     Catalogue cat;
     try {
-        Builder build(cat);
+        Builder build(cat, detail);
         // The library runs the built-in rows' port getters before it reads the .sc files.
         build.builtin_rows();
         build.sc_files();

@@ -62,10 +62,15 @@ public:
     Catalogue(Catalogue &&) = default;
     Catalogue &operator=(Catalogue &&) = default;
 
+    enum class Detail {
+        kPorts,  // the records' titles and descriptions are left empty
+        kTexts,  // and kept
+    };
+
     // Builds the catalogue: the built-in rows (rgServices) and every service section of the .sc
     // files of both services.d directories, as the library would. Throws Failure when memory
     // runs out.
-    static Catalogue load();
+    static Catalogue load(Detail detail = Detail::kPorts);
 
     // In the library's order: .sc sections (system files, then package files, files by name,
     // sections in file order), then the built-in rows from the last one back.
@@ -80,8 +85,7 @@ private:
     Catalogue() = default;
 
     std::vector<CatalogueEntry> entries_;
-    std::vector<PortRun> runs_;                  // every entry's ports, which their spans view
-    std::vector<std::unique_ptr<char[]>> text_;  // blocks of the texts the entries view
+    std::vector<std::unique_ptr<char[]>> text_;  // blocks of the texts and ports the entries view
 };
 
 // The directory of a location (1 system, 2 package), as the library resolves it.

@@ -1,5 +1,6 @@
 // kova-svc list: the firewall service catalogue.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <unordered_set>
@@ -21,24 +22,39 @@ unsigned char lower(unsigned char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c;
 }
 
-// Names compared as their lower-case forms, then as they are.
-bool name_before(const char *a, const char *b) {
+// Names compared as their lower-case forms, then as they are: below, equal to or above 0.
+int name_order(const char *a, const char *b) {
     const auto *x = reinterpret_cast<const unsigned char *>(a);
     const auto *y = reinterpret_cast<const unsigned char *>(b);
     for (;; ++x, ++y) {
-        if (lower(*x) != lower(*y)) return lower(*x) < lower(*y);
+        if (lower(*x) != lower(*y)) return lower(*x) < lower(*y) ? -1 : 1;
         if (*x == '\0') break;
     }
-    return std::strcmp(a, b) < 0;
+    return std::strcmp(a, b);
+}
+
+// The first eight bytes of a name in lower case, as a number that orders as they do.
+uint64_t name_prefix(const char *name) {
+    uint64_t key = 0;
+    size_t i = 0;
+    for (; i < 8 && name[i] != '\0'; ++i) key = key << 8 | lower(static_cast<unsigned char>(name[i]));
+    return key << 8 * (8 - i);
 }
 
 // Catalogue entries in the order people read them: by name, then as the library lists them.
 std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
+    const auto &entries = cat.entries();
+    std::vector<std::pair<uint64_t, uint32_t>> keyed;
+    keyed.reserve(entries.size());
+    for (size_t i = 0; i < entries.size(); ++i) keyed.emplace_back(name_prefix(entries[i].name), i);
+    std::sort(keyed.begin(), keyed.end(), [&](const auto &a, const auto &b) {
+        if (a.first != b.first) return a.first < b.first;
+        int order = name_order(entries[a.second].name, entries[b.second].name);
+        return order != 0 ? order < 0 : a.second < b.second;
+    });
     std::vector<const CatalogueEntry *> rows;
-    rows.reserve(cat.entries().size());
-    for (const auto &e : cat.entries()) rows.push_back(&e);
-    std::stable_sort(rows.begin(), rows.end(),
-                     [](const CatalogueEntry *a, const CatalogueEntry *b) { return name_before(a->name, b->name); });
+    rows.reserve(keyed.size());
+    for (const auto &k : keyed) rows.push_back(&entries[k.second]);
     return rows;
 }
 
@@ -46,7 +62,7 @@ std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
 
 int run_list(const Args &args) {
     if (args.has("--names") && args.json()) throw UsageError("--names and --json do not go together");
-    Catalogue cat = Catalogue::load();
+    Catalogue cat = Catalogue::load(args.json() ? Catalogue::Detail::kTexts : Catalogue::Detail::kPorts);
 
     if (args.json()) {
         Json json(std::cout);
@@ -72,6 +88,7 @@ int run_list(const Args &args) {
     Table t({"NAME", "ORIGIN", "SUP", "FWD", "DESTINATION", "SOURCE"});
     t.flexible(4);
     t.flexible(5);
+    t.reserve(cat.entries().size());
     bool any_shadowed = false;
     std::string dst, src;
     for (const auto *e : by_name(cat)) {

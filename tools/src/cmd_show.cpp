@@ -56,7 +56,7 @@ int show_reserved(const Args &args, const std::string &name) {
 
 int run_show(const Args &args) {
     const std::string &name = args.operands()[0];
-    Catalogue cat = Catalogue::load();
+    Catalogue cat = Catalogue::load(Catalogue::Detail::kTexts);
     const CatalogueEntry *entry = cat.find(name);
     if (entry == nullptr) return show_reserved(args, name);
 

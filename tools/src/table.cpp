@@ -117,9 +117,9 @@ void Table::add_cells(const Cells &row) {
     size_t n = align_.size(), c = 0;
     for (auto it = row.begin(); it != row.end() && c < n; ++it, ++c) {
         text_.append(std::string_view(*it));
-        ends_.push_back(text_.size());
+        ends_.push_back(static_cast<uint32_t>(text_.size()));
     }
-    for (; c < n; ++c) ends_.push_back(text_.size());
+    for (; c < n; ++c) ends_.push_back(static_cast<uint32_t>(text_.size()));
 }
 
 void Table::add(std::initializer_list<std::string_view> row) {
@@ -188,15 +188,16 @@ size_t Table::output_width() {
 void Table::print(std::ostream &out, size_t width, size_t indent) const {
     std::vector<size_t> w = widths(width > indent ? width - indent : 1);
     size_t n = align_.size();
-    std::string text;  // lines not written yet
-    auto line = [&](auto cell_text) {
+    std::string text;                        // lines not written yet
+    std::vector<std::string_view> views(n);  // the cells of the line, and their widths
+    std::vector<size_t> sizes(n);
+    auto line = [&] {
         size_t start = text.size();
         text.append(indent, ' ');
         for (size_t c = 0; c < n; ++c) {
-            std::string_view cell = cell_text(c);
-            size_t pad = w[c] - std::min(w[c], display_width(cell));
+            size_t pad = w[c] - std::min(w[c], sizes[c]);
             if (align_[c] == Align::Right) text.append(pad, ' ');
-            text.append(cell);
+            text.append(views[c]);
             if (align_[c] != Align::Right && c + 1 < n) text.append(pad, ' ');
             if (c + 1 < n) text.append(kGap, ' ');
         }
@@ -210,19 +211,28 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
     std::vector<std::vector<std::string>> cells(n);
     for (size_t r = session().no_header ? 1 : 0; r <= rows_; ++r) {
         bool fits = true;
-        for (size_t c = 0; c < n && fits; ++c) fits = display_width(cell(r, c)) <= w[c];
+        for (size_t c = 0; c < n; ++c) {
+            views[c] = cell(r, c);
+            sizes[c] = display_width(views[c]);
+            fits = fits && sizes[c] <= w[c];
+        }
         if (fits) {
-            line([&](size_t c) { return cell(r, c); });
+            line();
             continue;
         }
         // A cell too wide for its column wraps onto further lines of the row.
         size_t height = 1;
         for (size_t c = 0; c < n; ++c) {
-            cells[c] = wrap(std::string(cell(r, c)), w[c], c + 1 < n);
+            cells[c] = wrap(std::string(views[c]), w[c], c + 1 < n);
             height = std::max(height, cells[c].size());
         }
-        for (size_t l = 0; l < height; ++l)
-            line([&](size_t c) { return l < cells[c].size() ? std::string_view(cells[c][l]) : std::string_view(); });
+        for (size_t l = 0; l < height; ++l) {
+            for (size_t c = 0; c < n; ++c) {
+                views[c] = l < cells[c].size() ? std::string_view(cells[c][l]) : std::string_view();
+                sizes[c] = display_width(views[c]);
+            }
+            line();
+        }
     }
     out << text;
 }

@@ -3,6 +3,7 @@
 // file every row is one line, whatever its length.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <ostream>
 #include <string>
@@ -24,6 +25,12 @@ public:
     void add(std::initializer_list<std::string_view> row);
     void add(const std::vector<std::string> &row);
     bool empty() const { return rows_ == 0; }
+    // Room for that many rows (more than they need costs only addresses: the pages that are not
+    // written are never touched), so that the cells are not copied as the table grows.
+    void reserve(size_t rows) {
+        ends_.reserve((rows + 1) * align_.size());
+        text_.reserve(rows * 256);
+    }
 
     // Prints the header (unless --no-header) and the rows, each line starting with `indent`
     // spaces and no longer than `width` characters (as far as the headers allow; a word of the
@@ -46,7 +53,7 @@ private:
     std::vector<bool> flexible_;
     // The header, then the rows, cell after cell: their texts and where each cell ends.
     std::string text_;
-    std::vector<size_t> ends_;
+    std::vector<uint32_t> ends_;
     size_t rows_ = 0;
 };
 
