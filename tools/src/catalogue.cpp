@@ -84,7 +84,8 @@ private:
 
     size_t slot(std::string_view text) const {
         const size_t mask = slots_.size() - 1;
-        size_t i = std::hash<std::string_view>{}(text)&mask;
+        const size_t hash = std::hash<std::string_view>{}(text);
+        size_t i = hash & mask;
         while (slots_[i].text != nullptr && std::string_view(slots_[i].text, slots_[i].size) != text)
             i = (i + 1) & mask;
         return i;
