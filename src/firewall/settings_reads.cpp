@@ -10,7 +10,7 @@ namespace kova::fw {
 
 namespace {
 
-thread_local SettingsScope *t_scope = nullptr;
+thread_local const SettingsScope *t_scope = nullptr;
 
 }  // namespace
 
@@ -25,7 +25,7 @@ SettingsScope::~SettingsScope() {
 
 // A file that cannot be read here (missing, not a regular file, out of memory) is left to the
 // platform, whose reads then fail or succeed with their own results and error state: null.
-const conf::KeyValueFile *SettingsScope::file(const std::string &path) noexcept {
+const conf::KeyValueFile *SettingsScope::file(const std::string &path) const noexcept {
     try {
         for (const File &f : files_)
             if (f.path == path) return f.text ? &*f.text : nullptr;

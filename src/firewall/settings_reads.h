@@ -27,10 +27,10 @@ private:
         std::string path;
         std::optional<conf::KeyValueFile> text;  // none: the platform reads it (it could not be read here)
     };
-    const conf::KeyValueFile *file(const std::string &path) noexcept;
+    const conf::KeyValueFile *file(const std::string &path) const noexcept;
 
-    std::vector<File> files_;
-    SettingsScope *outer_;
+    mutable std::vector<File> files_;  // a scope held const still keeps what it reads
+    const SettingsScope *outer_;
 };
 
 // KVLIBCFileGetKeyValue(path, key, buf, size, 0): the value's length (cut to size - 1 bytes and
