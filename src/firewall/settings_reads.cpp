@@ -14,12 +14,13 @@ thread_local SettingsScope *t_scope = nullptr;
 
 }  // namespace
 
+// A scope opened inside another one (a catalogue built by a conflict check) reads through it.
 SettingsScope::SettingsScope() noexcept : outer_(t_scope) {
-    t_scope = this;
+    if (outer_ == nullptr) t_scope = this;
 }
 
 SettingsScope::~SettingsScope() {
-    t_scope = outer_;
+    if (outer_ == nullptr) t_scope = nullptr;
 }
 
 // A file that cannot be read here (missing, not a regular file, out of memory) is left to the

@@ -1,6 +1,6 @@
-// The key-value reads of the port getters. While a catalogue is being built on a thread, each
-// settings file that its rows read is read once for all of them; a getter called on its own reads
-// the file for every key, through the platform.
+// The key-value reads of the port getters and of the reserved ports. While a catalogue is being
+// built or a conflict check runs on a thread, each settings file they read is read once for all
+// of them; a getter called on its own reads the file for every key, through the platform.
 #pragma once
 
 #include <optional>
@@ -11,8 +11,9 @@
 
 namespace kova::fw {
 
-// The settings files read so far by the getters of one catalogue build, for as long as it lasts:
-// nothing is kept from one build to the next.
+// The settings files read so far by one catalogue build or conflict check, for as long as it
+// lasts: nothing is kept from one call to the next. A scope opened inside another one adds
+// nothing: the outer one answers.
 class SettingsScope {
 public:
     SettingsScope() noexcept;

@@ -1,5 +1,6 @@
 // The service-wide check's source 0x08: ports that the system settings reserve for a few system
 // services, read from the system information file.
+#include "firewall/settings_reads.h"
 #include "kova_root.h"
 #include "range/conflict_check.h"
 #include "range/port_range_internal.h"
@@ -50,9 +51,8 @@ Result<void> reserved_port(std::string_view key, std::vector<Span> &spans) {
     char low[kValueSize] = "";
     char high[kValueSize] = "";
     if (key == "ftplowport" || key == "ftphighport") {
-        const int gotLow = KVLIBCFileGetKeyValue(path.c_str(), "ftplowport", low, sizeof low, 0);
-        const int gotHigh =
-            gotLow == -1 ? -1 : KVLIBCFileGetKeyValue(path.c_str(), "ftphighport", high, sizeof high, 0);
+        const int gotLow = fw::read_setting(path, "ftplowport", low, sizeof low);
+        const int gotHigh = gotLow == -1 ? -1 : fw::read_setting(path, "ftphighport", high, sizeof high);
         if (gotLow == -1 || gotHigh == -1) {
             CHECK_LOG("Failed to get [%s] info from [%s].", name.c_str(), path.c_str());
             return CHECK_FAILURE_KEEP;
@@ -65,7 +65,7 @@ Result<void> reserved_port(std::string_view key, std::vector<Span> &spans) {
         spans.push_back(range::span_of(1, *first, *last));
         return {};
     }
-    const int got = KVLIBCFileGetKeyValue(path.c_str(), name.c_str(), low, sizeof low, 0);
+    const int got = fw::read_setting(path, name.c_str(), low, sizeof low);
     if (got == -1) {
         CHECK_LOG("Failed to get [%s] info from [%s].", name.c_str(), path.c_str());
         return CHECK_FAILURE_KEEP;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "conf/sc_reader.h"
+#include "firewall/settings_reads.h"
 #include "foundation/guard.h"
 #include "range/conflict_check.h"
 #include "range/port_range_internal.h"
@@ -153,6 +154,7 @@ int port_conflict(const char *szSkipList, const char *szPorts, const char *szPro
 
 int conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictList) {
     if (szPath == nullptr) return 0;
+    const fw::SettingsScope settings;  // the settings files are read once for every section
     CatalogueSource catalogues;
     // The file is read once; its sections are taken as the platform's reader lists them.
     Result<conf::ScFile> file = conf::read_sc_file(szPath);
@@ -199,6 +201,7 @@ int conf_port_conflict(const char *szPath, KOVA_SERVICE_CONF_PORT **ppConflictLi
 int is_port_conflict(const char *szSkipList, const char *szPorts, const char *szProtocol, int checkFlags,
                      KOVA_SERVICE_CONF_PORT **ppConflictList) noexcept {
     return KOVA_GUARDED(-1, [&] {
+        const fw::SettingsScope settings;  // the catalogue's getters and the reserved ports share their reads
         CatalogueSource catalogues;
         return port_conflict(szSkipList, szPorts, szProtocol, checkFlags, ppConflictList, catalogues);
     });
