@@ -54,7 +54,7 @@ protected:
     static constexpr const char *kSys = "/usr/kova/etc/services.d/", *kPkg = "/usr/local/etc/services.d/";
 
     // The library's catalogue and the tool's, record by record, and what lookups find in them;
-    // the tool's sources of the records.
+    // the tool's sources of the records from .sc files and of the hidden ones.
     Texts compare() {
         KOVA_FW_SERVICE *raw = nullptr;
         EXPECT_GE(KOVAFwServiceEnum(&raw), 0);
@@ -75,6 +75,7 @@ protected:
             size_t at = std::find(records.begin(), records.end(), found) - records.begin();
             EXPECT_EQ(cat.find(e.name) - entries.data(), static_cast<ptrdiff_t>(at)) << e.name;
             EXPECT_EQ(e.shadowed, at != i) << e.name;
+            if (e.origin == kovasvc::Origin::BuiltIn && !e.shadowed) continue;
             std::string file(e.file);
             sources.push_back(str(e.name, " ", kovasvc::origin_name(e.origin), e.shadowed ? "* " : " ",
                                   file.substr(file.find_last_of('/') + 1), " ", e.support_key));
@@ -102,14 +103,10 @@ TEST_F(ToolCatalogue, SameRecordsAsTheLibraryInTheSameOrder) {
 
     // Getters failing (their settings unreadable) leave their rows out; nfs fails without its file.
     mkdir("/etc/kovainfo.conf");
-    Texts sources = compare();
-    EXPECT_EQ(
-        sources,
-        (Texts{"web system a.sc nokey", "web system* b.sc yeskey", str(long_name.substr(0, 63), " system b.sc yeskey"),
-               "telnet system c.sc dupkey", "p package p.sc ", "web package* p.sc ", "ipp built-in  ", "lpr built-in  ",
-               "rx52 built-in  cm_rx", "bonjour built-in  ", "iscsitrg built-in  support_iscsi_target",
-               "snmp built-in  ", "afp built-in  ", "cifs built-in  ", "netprobed built-in  ",
-               "ups_server built-in  supportups", "mysql built-in  supportmysql", "telnet built-in*  "}));
+    const Texts sources = compare();
+    EXPECT_EQ(sources, (Texts{"web system a.sc nokey", "web system* b.sc yeskey",
+                              str(long_name.substr(0, 63), " system b.sc yeskey"), "telnet system c.sc dupkey",
+                              "p package p.sc ", "web package* p.sc ", "telnet built-in*  "}));
 
     // Getters that succeed, one with a port text that holds no number; no defaults file.
     std::filesystem::remove(path("/etc/kovainfo.conf"));
@@ -117,7 +114,7 @@ TEST_F(ToolCatalogue, SameRecordsAsTheLibraryInTheSameOrder) {
     write("/etc/nfs/kova_nfs_conf", "nfs_custom_port_enable=yes\nstatd_port=662\nnlm_port=875\n");
     write("/etc/ssh/sshd_config", "Port 822\n");
     std::filesystem::remove(path("/etc.defaults/kovainfo.conf"));
-    EXPECT_EQ(compare().size(), 21u);
+    EXPECT_EQ(compare(), sources);
 }
 
 }  // namespace
