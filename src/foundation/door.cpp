@@ -5,10 +5,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <langinfo.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -91,6 +93,20 @@ bool collates_before(const std::string &a, const std::string &b) {
     return std::strcoll(a.c_str(), b.c_str()) < 0;
 }
 
+// Sorts names as alphasort() does. A locale without collation rules (C, POSIX) orders by bytes,
+// as strcoll then does itself: the names are compared with strcmp, without strcoll's look-up of
+// the locale for every comparison.
+template <class T, class Name>
+void sort_names(std::vector<T> &items, Name &&name) {
+    if (reinterpret_cast<uintptr_t>(::nl_langinfo(_NL_COLLATE_NRULES)) == 0) {
+        std::sort(items.begin(), items.end(),
+                  [&](const T &a, const T &b) { return std::strcmp(name(a).c_str(), name(b).c_str()) < 0; });
+    } else {
+        std::sort(items.begin(), items.end(),
+                  [&](const T &a, const T &b) { return collates_before(name(a), name(b)); });
+    }
+}
+
 }  // namespace
 
 int System::list_dir(const char *path, std::vector<std::string> &names) {
@@ -99,7 +115,7 @@ int System::list_dir(const char *path, std::vector<std::string> &names) {
         names.clear();
         return -1;
     }
-    std::sort(names.begin(), names.end(), collates_before);
+    sort_names(names, [](const std::string &n) -> const std::string & { return n; });
     return 0;
 }
 
@@ -145,8 +161,7 @@ int System::open_dir(const char *path, std::vector<DirEntry> &entries) {
             }
         }
     }
-    std::sort(entries.begin(), entries.end(),
-              [](const DirEntry &a, const DirEntry &b) { return collates_before(a.name, b.name); });
+    sort_names(entries, [](const DirEntry &e) -> const std::string & { return e.name; });
     return fd;
 }
 
