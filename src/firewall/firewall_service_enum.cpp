@@ -171,13 +171,24 @@ void add_table_rows(Builder &catalogue, SupportKeys &support) {
 // them: system files before package files, files by name, sections in file order.
 class ScRecords final : kova::conf::FileVisitor, kova::conf::SectionVisitor {
 public:
-    explicit ScRecords(SupportKeys &support) : support_(support) {}
+    ScRecords(SupportKeys &support, kova::fw::RecordSink *sink) : support_(support), sink_(sink) {}
     ScRecords(const ScRecords &) = delete;
     ScRecords &operator=(const ScRecords &) = delete;
     ~ScRecords() { kova::FwServicePtr owned(head_); }
 
     void read_all() { kova::conf::each_conf_file(KOVA_CONF_LOCATION_SYSTEM | KOVA_CONF_LOCATION_PACKAGE, *this); }
     int count() const { return count_; }
+    // With a sink: hands it the records made so far (their files are read: nothing changes them).
+    void flush() {
+        if (sink_ == nullptr) return;
+        while (head_ != nullptr) {
+            kova::FwServicePtr record(head_);
+            head_ = head_->next;
+            record->next = nullptr;
+            sink_->take(std::move(record));
+        }
+        tail_ = &head_;
+    }
     // The records, ahead of `rest`.
     KOVA_FW_SERVICE *release(KOVA_FW_SERVICE *rest) {
         *tail_ = rest;
@@ -189,6 +200,7 @@ public:
 
 private:
     bool file(const kova::conf::FileRef &where, int) override {
+        flush();
         KOVA_FW_SERVICE **first = tail_;
         KOVA_SERVICE_CONF global{};
         if (!kova::conf::walk_conf(where, scratch_, global, *this)) return false;
@@ -234,6 +246,7 @@ private:
     }
 
     SupportKeys &support_;
+    kova::fw::RecordSink *sink_;
     kova::conf::ScFile scratch_;
     kova::conf::SectionFields fields_;
     KOVA_FW_SERVICE *head_ = nullptr;
@@ -245,14 +258,24 @@ private:
 
 namespace kova::fw {
 
-Result<Catalogue> build_catalogue() noexcept {
+Result<Catalogue> build_catalogue(RecordSink *sink) noexcept {
     try {
         SupportKeys support(kova::resolve(kova::paths::kInfoConfDefaults));
         Builder builtin;
         add_table_rows(builtin, support);
-        ScRecords sc(support);
+        ScRecords sc(support, sink);
         sc.read_all();
         const int count = builtin.count() + sc.count();
+        if (sink != nullptr) {
+            sc.flush();
+            for (FwServicePtr rows(builtin.release()); rows;) {
+                FwServicePtr next(rows->next);
+                rows->next = nullptr;
+                sink->take(std::move(rows));
+                rows = std::move(next);
+            }
+            return Catalogue{nullptr, count};
+        }
         return Catalogue{FwServicePtr(sc.release(builtin.release())), count};
     } catch (const std::bad_alloc &) {
         return KOVA_FAILURE(KOVA_ERR_OUT_OF_MEMORY);

@@ -19,8 +19,21 @@ struct Catalogue {
     FwServicePtr head;
     int count = 0;
 };
-// Builds the catalogue; fails (error 0x0200, this module) only when memory runs out.
-Result<Catalogue> build_catalogue() noexcept;
+
+// Takes the catalogue's records one at a time, in the catalogue's order, instead of a list: a
+// .sc file's records once the file is read, the table's rows last. A caller that keeps a little
+// of each record does not hold the whole catalogue at once.
+class RecordSink {
+public:
+    virtual void take(FwServicePtr record) = 0;  // may throw std::bad_alloc
+
+protected:
+    ~RecordSink() = default;
+};
+
+// Builds the catalogue; fails (error 0x0200, this module) only when memory runs out. With a
+// sink, the records go to it as they are made and the catalogue's head is null.
+Result<Catalogue> build_catalogue(RecordSink *sink = nullptr) noexcept;
 
 // "137,138,139,445" (decimal ports separated by commas; runs of commas count as one) into
 // a new string list stored through ppList. 0, or -1 with a log line and nothing stored.

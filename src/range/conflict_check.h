@@ -85,16 +85,47 @@ Result<bool> compare_texts(const PortText &ports, const PortText &other, Conflic
 // entry was added.
 Result<bool> compare_with_text(int first, int last, const PortText &other, ConflictList &list);
 
-// The destination port items of a catalogue's records, cut once per call: each item as the text
-// comparison cuts it (none when the list would not give it), in catalogue and item order, and an
-// index over the items that are one checked port or range, so that a text is compared only with
-// the items it may collide with.
+// What the checks keep of the firewall catalogue: of each record, in catalogue order, its name,
+// its destination protocol and its destination port texts. The records are dropped as they are
+// made, so a check does not hold the whole catalogue (1.6 KB a record, mostly display texts).
+struct CheckCatalogue final : fw::RecordSink {
+    struct Piece {  // a text in `pool`
+        uint32_t at;
+        uint32_t length;
+    };
+    struct Service {
+        Piece name;
+        int32_t dstProtocol;
+        bool hasDst;         // the record has a destination port list
+        uint32_t firstText;  // its port texts in `texts`
+        uint32_t textCount;
+    };
+    std::vector<Service> services;
+    std::vector<Piece> texts;
+    std::string pool;
+    int count = 0;  // the records the build made, as KOVAFwServiceEnum counts them
+
+    void take(FwServicePtr record) override;
+    // The first service of the name, as a lookup in the catalogue finds it; null if none.
+    const Service *find(std::string_view name) const;
+    // Views into the pool: valid once the build is over.
+    std::string_view text(Piece p) const { return std::string_view(pool).substr(p.at, p.length); }
+    std::string_view name(const Service &s) const { return text(s.name); }
+    std::string_view text(const Service &s, uint32_t i) const { return text(texts[s.firstText + i]); }
+};
+
+// The destination port items of a catalogue's records, cut once per call, in catalogue and item
+// order: the items that are one checked port or range as that span, with an index over them, so
+// that a text is compared only with the items it may collide with; the others are compared text
+// by text.
 struct CataloguePorts {
     struct Item {
-        const KOVA_FW_SERVICE *service;
-        std::optional<PortText> text;
+        uint32_t service;  // in CheckCatalogue::services
+        uint32_t text;     // in CheckCatalogue::texts
+        Span span;         // for a regular item
+        bool regular;
     };
-    explicit CataloguePorts(const fw::Catalogue &catalogue);
+    explicit CataloguePorts(const CheckCatalogue &catalogue);
 
     std::vector<Item> items;
     std::vector<uint32_t> irregular;  // positions of the items compared text by text
@@ -111,7 +142,7 @@ struct CataloguePorts {
 // space per protocol (1 TCP, 0 UDP) and the reserved ports of a settings key.
 class CatalogueSource {
 public:
-    Result<const fw::Catalogue *> get();
+    Result<const CheckCatalogue *> get();
     // The port items of the catalogue get() gave last, cut when first asked for.
     const CataloguePorts &ports();
 
@@ -123,7 +154,7 @@ public:
     void keep_reserved(std::string_view key, std::vector<Span> spans);
 
 private:
-    std::optional<fw::Catalogue> kept_;
+    std::optional<CheckCatalogue> kept_;
     std::optional<CataloguePorts> ports_;
     Echo echo_;
     std::optional<std::vector<int32_t>> used_[2];

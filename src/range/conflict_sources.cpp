@@ -11,21 +11,17 @@
 
 namespace kova::check {
 
-CataloguePorts::CataloguePorts(const fw::Catalogue &catalogue) {
+CataloguePorts::CataloguePorts(const CheckCatalogue &catalogue) {
     std::vector<Span> spans;
-    for (const KOVA_FW_SERVICE *svc = catalogue.head.get(); svc != nullptr; svc = svc->next) {
-        if (svc->dstPorts == nullptr) continue;
-        for (int i = 0; i < svc->dstPorts->nItem; ++i) {
-            const char *text = KVLIBCSzListGet(svc->dstPorts, i);
-            Item &item = items.emplace_back(Item{svc, std::nullopt});
-            if (text != nullptr) item.text.emplace(text, '-');
-            const auto at = static_cast<uint32_t>(items.size() - 1);
-            if (item.text && item.text->items().size() == 1 && item.text->items()[0].ok) {
-                spans.push_back(item.text->items()[0].span);
-                spanItem.push_back(at);
-            } else {
-                irregular.push_back(at);
-            }
+    for (uint32_t s = 0; s < catalogue.services.size(); ++s) {
+        const CheckCatalogue::Service &svc = catalogue.services[s];
+        for (uint32_t i = 0; i < svc.textCount; ++i) {
+            const PortText text(catalogue.text(svc, i), '-');
+            const bool regular = text.items().size() == 1 && text.items()[0].ok;
+            const auto at = static_cast<uint32_t>(items.size());
+            items.push_back({s, svc.firstText + i, regular ? text.items()[0].span : Span{}, regular});
+            (regular ? spanItem : irregular).push_back(at);
+            if (regular) spans.push_back(items.back().span);
         }
     }
     index.emplace(spans);
@@ -63,12 +59,12 @@ Result<bool> rule_file_conflict(const Request &req, ConflictList &list) {
 }
 
 Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
-    const Result<const fw::Catalogue *> catalogue = req.catalogues->get();
+    const Result<const CheckCatalogue *> catalogue = req.catalogues->get();
     if (!catalogue) {
         CHECK_LOG("Failed to enumerate services" KOVA_ERRFMT, KOVA_FAILURE_ARGS(catalogue.failure()));
         return catalogue.failure();
     }
-    if ((*catalogue)->count == 0 || (*catalogue)->head == nullptr) return false;
+    if ((*catalogue)->count == 0 || (*catalogue)->services.empty()) return false;
 
     // A protocol text that does not parse (the parser logs it) matches no service; the check
     // goes on with the error state the parser leaves.
@@ -103,13 +99,11 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
     bool found = false;
     for (const uint32_t at : visit) {
         const CataloguePorts::Item &item = theirs.items[at];
-        const KOVA_FW_SERVICE *svc = item.service;
-        if (req.skip.count(std::string_view(svc->name, strnlen(svc->name, sizeof svc->name))) != 0) continue;
-        if ((svc->dstProtocol & flags) == 0) continue;
-        if (!item.text) return CHECK_FAILURE_KEEP;
-        const std::vector<PortText::Item> &pieces = item.text->items();
-        if (index && pieces.size() == 1 && pieces[0].ok) {
-            const Span span = pieces[0].span;
+        const CheckCatalogue::Service &svc = (*catalogue)->services[item.service];
+        if (req.skip.count((*catalogue)->name(svc)) != 0) continue;
+        if ((svc.dstProtocol & flags) == 0) continue;
+        if (index && item.regular) {
+            const Span span = item.span;
             hits.clear();
             index->overlapping(span, hits);
             for (uint32_t mineAt : hits)
@@ -117,7 +111,8 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
             found = found || !hits.empty();
             continue;
         }
-        const Result<bool> r = compare_texts(*req.portText, *item.text, list);
+        const Result<bool> r =
+            compare_texts(*req.portText, PortText((*catalogue)->text((*catalogue)->texts[item.text]), '-'), list);
         if (!r) return r.failure();
         found = found || *r;
     }

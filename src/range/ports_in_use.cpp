@@ -95,17 +95,14 @@ private:
 
 // The ports of the skipped services that use the protocol, as their texts name them ("445" or
 // "55900-55910", numbers as strtol reads them; a range written backwards names nothing).
-std::vector<Span> skipped_ports(const Request &req, const KOVA_FW_SERVICE *catalogue, int protocolBit) {
+std::vector<Span> skipped_ports(const Request &req, const CheckCatalogue &catalogue, int protocolBit) {
     std::vector<Span> spans;
     for (std::string_view name : req.skipNames) {
-        const std::string wanted(name);
-        const KOVA_FW_SERVICE *svc = catalogue;
-        while (svc != nullptr && std::strcmp(svc->name, wanted.c_str()) != 0) svc = svc->next;
-        if (svc == nullptr || (svc->dstProtocol & protocolBit) == 0 || svc->dstPorts == nullptr) continue;
-        for (int i = 0; i < svc->dstPorts->nItem; ++i) {
-            const char *text = KVLIBCSzListGet(svc->dstPorts, i);
-            if (text == nullptr) continue;
-            const ports::Item item = ports::split_item(text, '-');
+        // A name is compared as a C text: up to a NUL byte.
+        const CheckCatalogue::Service *svc = catalogue.find(name.substr(0, name.find('\0')));
+        if (svc == nullptr || (svc->dstProtocol & protocolBit) == 0 || !svc->hasDst) continue;
+        for (uint32_t i = 0; i < svc->textCount; ++i) {
+            const ports::Item item = ports::split_item(catalogue.text(*svc, i), '-');
             const long first = std::max<long>(ports::lenient_int(item.first), 0);
             const long last = ports::lenient_int(item.joined ? item.last : item.first);
             if (first <= last) spans.push_back({static_cast<uint32_t>(first), static_cast<uint32_t>(last)});
@@ -125,7 +122,7 @@ struct Protocol {
 }  // namespace
 
 Result<bool> in_use_conflict(const Request &req) {
-    const Result<const fw::Catalogue *> catalogue = req.catalogues->get();
+    const Result<const CheckCatalogue *> catalogue = req.catalogues->get();
     if (!catalogue) {
         const Failure f = CHECK_FAILURE(KOVA_ERR_FW_ENUM);
         CHECK_LOG("Failed to enumerate services" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
@@ -152,12 +149,12 @@ Result<bool> in_use_conflict(const Request &req) {
         for (Protocol &p : protocols) {
             if (!p.wanted) continue;
             if (!p.skipped) {
-                if ((*catalogue)->head == nullptr) {
+                if ((*catalogue)->services.empty()) {
                     const Failure f = CHECK_FAILURE(KOVA_ERR_BAD_PARAMETER);
                     CHECK_LOG("Invalid Argument!!" KOVA_ERRFMT, KOVA_FAILURE_ARGS(f));
                     return f;
                 }
-                p.skipped = skipped_ports(req, (*catalogue)->head.get(), p.bit);
+                p.skipped = skipped_ports(req, **catalogue, p.bit);
             }
             const Result<bool> r = p.used.any_in(first, last, *p.skipped);
             if (!r) return r.failure();

@@ -51,19 +51,42 @@ void ConflictList::apply(KOVA_SERVICE_CONF_PORT **ppList) const {
     }
 }
 
-Result<const fw::Catalogue *> CatalogueSource::get() {
+Result<const CheckCatalogue *> CatalogueSource::get() {
     if (kept_ && echo_.can_say()) {
         echo_.say();
         return &*kept_;
     }
     ports_.reset();
-    Result<fw::Catalogue> built = echo_.record(fw::build_catalogue);
+    kept_.reset();
+    CheckCatalogue &made = kept_.emplace();
+    const Result<fw::Catalogue> built = echo_.record([&] { return fw::build_catalogue(&made); });
     if (!built) {
         kept_.reset();
         return built.failure();
     }
-    kept_ = std::move(*built);
-    return &*kept_;
+    made.count = built->count;
+    return &made;
+}
+
+void CheckCatalogue::take(FwServicePtr record) {
+    const auto keep = [this](const char *text, size_t length) {
+        const Piece p{static_cast<uint32_t>(pool.size()), static_cast<uint32_t>(length)};
+        pool.append(text, length);
+        return p;
+    };
+    const bool hasDst = record->dstPorts != nullptr;
+    const auto firstText = static_cast<uint32_t>(texts.size());
+    for (int i = 0; hasDst && i < record->dstPorts->nItem; ++i)
+        if (const char *text = KVLIBCSzListGet(record->dstPorts, i); text != nullptr)
+            texts.push_back(keep(text, std::strlen(text)));
+    services.push_back({keep(record->name, strnlen(record->name, sizeof record->name)), record->dstProtocol, hasDst,
+                        firstText, static_cast<uint32_t>(texts.size()) - firstText});
+}
+
+const CheckCatalogue::Service *CheckCatalogue::find(std::string_view wanted) const {
+    for (const Service &s : services)
+        if (name(s) == wanted) return &s;
+    return nullptr;
 }
 
 const CataloguePorts &CatalogueSource::ports() {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "firewall/firewall_service_enum.h"
 #include "foundation/raii.h"
 #include "kova_test.h"
 
@@ -225,6 +226,19 @@ TEST_F(Fw, SupportedFromDefaultsFile) {
     for (const KOVA_FW_SERVICE *s = list.get(); s != nullptr; s = s->next) flags += std::to_string(s->supported);
     // on1 on2 off on3 always, then ipp lpr rx52 bonjour iscsitrg ... ups_server mysql ssh telnet
     EXPECT_EQ(flags, "11011110101111111011");
+
+    // Handed to a sink one at a time (as the conflict checks take them), the records come in the
+    // list's order, each with its file's support value, unlinked.
+    struct Collect final : kova::fw::RecordSink {
+        std::string seen;
+        void take(kova::FwServicePtr r) override { seen += (r->next == nullptr ? "" : "linked ") + record(*r) + ";"; }
+    } sink;
+    std::string listed;
+    for (const KOVA_FW_SERVICE *s = list.get(); s != nullptr; s = s->next) listed += record(*s) + ";";
+    const kova::Result<kova::fw::Catalogue> built = kova::fw::build_catalogue(&sink);
+    ASSERT_TRUE(built);
+    EXPECT_TRUE(built->count == 20 && built->head == nullptr);
+    EXPECT_EQ(sink.seen, listed);
 }
 
 }  // namespace
