@@ -70,6 +70,8 @@ public:
         ports::PortError error = ports::PortError::kNone;  // kNone when not ok: a range side is empty
     };
     PortText(std::string_view text, char joiner);
+    // One piece of such a text (between commas) as an item.
+    static Item cut(std::string_view piece, char joiner);
     const std::vector<Item> &items() const { return items_; }
     // The failure of an item that is not ok, logged as the port check logs it.
     static Failure failure(const Item &item);

@@ -16,10 +16,15 @@ CataloguePorts::CataloguePorts(const CheckCatalogue &catalogue) {
     for (uint32_t s = 0; s < catalogue.services.size(); ++s) {
         const CheckCatalogue::Service &svc = catalogue.services[s];
         for (uint32_t i = 0; i < svc.textCount; ++i) {
-            const PortText text(catalogue.text(svc, i), '-');
-            const bool regular = text.items().size() == 1 && text.items()[0].ok;
+            // One item (no comma) that is a checked port or range; a text of several is compared
+            // text by text.
+            const std::string_view text = catalogue.text(svc, i);
+            const bool single = text.find(',') == std::string_view::npos;
+            const PortText::Item one = single ? PortText::cut(text, '-') : PortText::Item{};
+            const bool regular = single && one.ok;
+            const Span span = regular ? one.span : Span{};
             const auto at = static_cast<uint32_t>(items.size());
-            items.push_back({s, svc.firstText + i, regular ? text.items()[0].span : Span{}, regular});
+            items.push_back({s, svc.firstText + i, span, regular});
             (regular ? spanItem : irregular).push_back(at);
             if (regular) spans.push_back(items.back().span);
         }

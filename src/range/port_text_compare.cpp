@@ -10,24 +10,29 @@ namespace kova::check {
 
 PortText::PortText(std::string_view text, char joiner) {
     ports::each_piece(text, ",", [&](std::string_view piece) {
-        const ports::Item cut = ports::split_item(ports::trim(piece), joiner);
-        Item &item = items_.emplace_back();
-        item.joined = cut.joined;
-        if (cut.joined && (cut.first.empty() || cut.last.empty())) {
-            item.ok = false;
-            return true;
-        }
-        uint32_t a = 0;
-        uint32_t b = 0;
-        if ((item.error = ports::parse_port(cut.first, a)) != ports::PortError::kNone) {
-            item.bad = cut.first;
-        } else if (cut.joined && (item.error = ports::parse_port(cut.last, b)) != ports::PortError::kNone) {
-            item.bad = cut.last;
-        }
-        item.ok = item.error == ports::PortError::kNone;
-        item.span = cut.joined ? Span{std::min(a, b), std::max(a, b)} : Span{a, a};
+        items_.push_back(cut(piece, joiner));
         return true;
     });
+}
+
+PortText::Item PortText::cut(std::string_view piece, char joiner) {
+    const ports::Item cut = ports::split_item(ports::trim(piece), joiner);
+    Item item;
+    item.joined = cut.joined;
+    if (cut.joined && (cut.first.empty() || cut.last.empty())) {
+        item.ok = false;
+        return item;
+    }
+    uint32_t a = 0;
+    uint32_t b = 0;
+    if ((item.error = ports::parse_port(cut.first, a)) != ports::PortError::kNone) {
+        item.bad = cut.first;
+    } else if (cut.joined && (item.error = ports::parse_port(cut.last, b)) != ports::PortError::kNone) {
+        item.bad = cut.last;
+    }
+    item.ok = item.error == ports::PortError::kNone;
+    item.span = cut.joined ? Span{std::min(a, b), std::max(a, b)} : Span{a, a};
+    return item;
 }
 
 Failure PortText::failure(const Item &item) {
