@@ -3,7 +3,6 @@
 #include <kovaserviceconf.h>
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 namespace kova::fw {
@@ -47,7 +46,7 @@ int read_setting(const std::string &path, const char *key, char *buf, int size) 
         value == nullptr
             ? std::string_view()
             : value->substr(0, std::min({value->find('\0'), value->size(), static_cast<size_t>(size) - 1}));
-    std::memcpy(buf, copied.data(), copied.size());
+    copied.copy(buf, copied.size());  // an absent key copies nothing (and has no data to copy from)
     buf[copied.size()] = '\0';
     return static_cast<int>(copied.size());
 }
