@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <optional>
 
 #include "conf/conf_internal.h"
 #include "firewall/port_texts.h"
@@ -118,34 +117,28 @@ bool row_ports(const KOVA_FW_SERVICE_ENTRY &row, const KOVA_FW_PORT_SPEC &spec, 
 }
 
 // The support test: whether the key's value in the defaults file is "yes", as
-// KVLIBCFileCheckKeyValue answers it, the file read once per enumeration however many rows and
-// files name a key (a table row its own support key, a .sc file the support_key of its
-// [global] section).
+// KVLIBCFileCheckKeyValue answers it (flag 0 for a table row's own key, 1 for the support_key of
+// a .sc file's [global] section); the file is read once per enumeration, through its settings
+// scope, however many rows and files name a key. A file the scope could not read is asked of the
+// platform.
 class SupportKeys {
 public:
     explicit SupportKeys(std::string defaults) : defaults_(std::move(defaults)) {}
 
-    int yes(const char *key) {
-        if (!read_) {
-            read_ = true;
-            if (kova::Result<kova::conf::KeyValueFile> file = kova::conf::read_key_value_file(defaults_.c_str()); file)
-                file_ = std::move(*file);
-        }
-        if (!file_) return 0;
-        const std::string_view *value = file_->value(key);
+    int yes(const char *key, int flag) const {
+        const kova::conf::KeyValueFile *file = kova::fw::settings_file(defaults_);
+        if (file == nullptr) return KVLIBCFileCheckKeyValue(defaults_.c_str(), key, "yes", flag);
+        const std::string_view *value = file->value(key);
         return value != nullptr && *value == "yes" ? 1 : 0;
     }
     // A .sc file without a key of its own is supported.
-    int supported(const char *key) { return *key == '\0' ? 1 : yes(key); }
+    int supported(const char *key) const { return *key == '\0' ? 1 : yes(key, 1); }
 
 private:
     const std::string defaults_;
-    bool read_ = false;
-    std::optional<kova::conf::KeyValueFile> file_;  // none when it cannot be read
 };
 
-void add_table_rows(Builder &catalogue, SupportKeys &support) {
-    kova::fw::SettingsScope settings;  // the getters of the rows read each settings file once
+void add_table_rows(Builder &catalogue, const SupportKeys &support) {
     for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
         kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {
@@ -153,7 +146,7 @@ void add_table_rows(Builder &catalogue, SupportKeys &support) {
             continue;
         }
         kova::copy_field(record->name, row->name);
-        record->supported = row->supportKey == nullptr ? row->defaultSupported : support.yes(row->supportKey);
+        record->supported = row->supportKey == nullptr ? row->defaultSupported : support.yes(row->supportKey, 0);
         record->portForward = row->portForward;
         copy_string_key(record->title, row->title);
         copy_string_key(record->desc, row->desc);
@@ -171,7 +164,7 @@ void add_table_rows(Builder &catalogue, SupportKeys &support) {
 // them: system files before package files, files by name, sections in file order.
 class ScRecords final : kova::conf::FileVisitor, kova::conf::SectionVisitor {
 public:
-    ScRecords(SupportKeys &support, kova::fw::RecordSink *sink) : support_(support), sink_(sink) {}
+    ScRecords(const SupportKeys &support, kova::fw::RecordSink *sink) : support_(support), sink_(sink) {}
     ScRecords(const ScRecords &) = delete;
     ScRecords &operator=(const ScRecords &) = delete;
     ~ScRecords() { kova::FwServicePtr owned(head_); }
@@ -245,7 +238,7 @@ private:
                  KOVA_ERRARGS);
     }
 
-    SupportKeys &support_;
+    const SupportKeys &support_;
     kova::fw::RecordSink *sink_;
     kova::conf::ScFile scratch_;
     kova::conf::SectionFields fields_;
@@ -260,7 +253,9 @@ namespace kova::fw {
 
 Result<Catalogue> build_catalogue(RecordSink *sink) noexcept {
     try {
-        SupportKeys support(kova::resolve(kova::paths::kInfoConfDefaults));
+        // The getters of the rows and the support keys read each settings file once.
+        const SettingsScope settings;
+        const SupportKeys support(kova::resolve(kova::paths::kInfoConfDefaults));
         Builder builtin;
         add_table_rows(builtin, support);
         ScRecords sc(support, sink);

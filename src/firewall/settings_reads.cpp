@@ -37,8 +37,12 @@ const conf::KeyValueFile *SettingsScope::file(const std::string &path) const noe
     }
 }
 
+const conf::KeyValueFile *settings_file(const std::string &path) {
+    return t_scope != nullptr ? t_scope->file(path) : nullptr;
+}
+
 int read_setting(const std::string &path, const char *key, char *buf, int size) {
-    const conf::KeyValueFile *file = t_scope != nullptr ? t_scope->file(path) : nullptr;
+    const conf::KeyValueFile *file = settings_file(path);
     if (file == nullptr || key == nullptr || buf == nullptr || size <= 0)
         return KVLIBCFileGetKeyValue(path.c_str(), key, buf, size, 0);
     const std::string_view *value = file->value(key);

@@ -22,7 +22,7 @@ public:
     SettingsScope &operator=(const SettingsScope &) = delete;
 
 private:
-    friend int read_setting(const std::string &path, const char *key, char *buf, int size);
+    friend const conf::KeyValueFile *settings_file(const std::string &path);
     struct File {
         std::string path;
         std::optional<conf::KeyValueFile> text;  // none: the platform reads it (it could not be read here)
@@ -32,6 +32,10 @@ private:
     mutable std::vector<File> files_;  // a scope held const still keeps what it reads
     const SettingsScope *outer_;
 };
+
+// The settings file as the scope of this thread read it; null outside a scope, or when it could
+// not be read there (missing, not a regular file, out of memory): the platform is asked then.
+const conf::KeyValueFile *settings_file(const std::string &path);
 
 // KVLIBCFileGetKeyValue(path, key, buf, size, 0): the value's length (cut to size - 1 bytes and
 // at a NUL byte, terminated), 0 when the key is absent, -1 when the file cannot be read. Inside a

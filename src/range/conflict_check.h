@@ -98,14 +98,12 @@ struct CheckCatalogue final : fw::RecordSink {
     struct Service {
         Piece name;
         int32_t dstProtocol;
-        bool hasDst;         // the record has a destination port list
-        uint32_t firstText;  // its port texts in `texts`
+        uint32_t firstText;  // its destination port texts in `texts` (none without a list)
         uint32_t textCount;
     };
     std::vector<Service> services;
     std::vector<Piece> texts;
     std::string pool;
-    int count = 0;  // the records the build made, as KOVAFwServiceEnum counts them
 
     void take(FwServicePtr record) override;
     // The first service of the name, as a lookup in the catalogue finds it; null if none.
@@ -139,9 +137,10 @@ struct CataloguePorts {
 // built once: each later request says again what the build said and leaves the error state it
 // left, as building it again would (or builds it again where its echo cannot stand for that).
 //
-// It also keeps, for the rest of the call, what the other sources read without a failure (and
-// so without a log line or a change of the error state): the ports in use over the whole port
-// space per protocol (1 TCP, 0 UDP) and the reserved ports of a settings key.
+// It also keeps, for the rest of the call, what the in-use source read without a failure (and so
+// without a log line or a change of the error state): the ports in use over the whole port space
+// per protocol (1 TCP, 0 UDP). (The settings files are read once per call by the check's
+// settings scope.)
 class CatalogueSource {
 public:
     Result<const CheckCatalogue *> get();
@@ -152,15 +151,12 @@ public:
     const std::vector<int32_t> &keep_used_ports(int tcp, std::vector<int32_t> ports) {
         return used_[tcp != 0].emplace(std::move(ports));
     }
-    const std::vector<Span> *reserved(std::string_view key) const;
-    void keep_reserved(std::string_view key, std::vector<Span> spans);
 
 private:
     std::optional<CheckCatalogue> kept_;
     std::optional<CataloguePorts> ports_;
     Echo echo_;
     std::optional<std::vector<int32_t>> used_[2];
-    std::vector<std::pair<std::string, std::vector<Span>>> reserved_;
 };
 
 // One call of the service-wide check, its texts cut into words.

@@ -69,7 +69,7 @@ Result<bool> catalogue_conflict(const Request &req, ConflictList &list) {
         CHECK_LOG("Failed to enumerate services" KOVA_ERRFMT, KOVA_FAILURE_ARGS(catalogue.failure()));
         return catalogue.failure();
     }
-    if ((*catalogue)->count == 0 || (*catalogue)->services.empty()) return false;
+    if ((*catalogue)->services.empty()) return false;
 
     // A protocol text that does not parse (the parser logs it) matches no service; the check
     // goes on with the error state the parser leaves.

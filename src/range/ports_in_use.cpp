@@ -100,7 +100,7 @@ std::vector<Span> skipped_ports(const Request &req, const CheckCatalogue &catalo
     for (std::string_view name : req.skipNames) {
         // A name is compared as a C text: up to a NUL byte.
         const CheckCatalogue::Service *svc = catalogue.find(name.substr(0, name.find('\0')));
-        if (svc == nullptr || (svc->dstProtocol & protocolBit) == 0 || !svc->hasDst) continue;
+        if (svc == nullptr || (svc->dstProtocol & protocolBit) == 0) continue;
         for (uint32_t i = 0; i < svc->textCount; ++i) {
             const ports::Item item = ports::split_item(catalogue.text(*svc, i), '-');
             const long first = std::max<long>(ports::lenient_int(item.first), 0);

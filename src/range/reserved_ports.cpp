@@ -26,19 +26,13 @@ Result<std::vector<Span>> non_skipped_reserved(const Request &req) {
     std::vector<Span> spans;
     for (const Group &g : kGroups) {
         if (req.skip.count(g.service) != 0) continue;
-        // Each key is read once per call (a file check asks once per section).
-        std::vector<Span> read;
-        const std::vector<Span> *kept = req.catalogues->reserved(g.key);
-        if (kept == nullptr) {
-            if (const Result<void> r = reserved_port(g.key, read); !r) {
-                CHECK_LOG("Failed to GetServicePort(), service = [%s]", g.key);
-                CHECK_LOG("Failed to GetAllNonSkipServicePort()");
-                return r.failure();
-            }
-            req.catalogues->keep_reserved(g.key, read);
-            kept = &read;
+        // The settings file is read once per call (the check's settings scope), however many
+        // sections of a file check ask.
+        if (const Result<void> r = reserved_port(g.key, spans); !r) {
+            CHECK_LOG("Failed to GetServicePort(), service = [%s]", g.key);
+            CHECK_LOG("Failed to GetAllNonSkipServicePort()");
+            return r.failure();
         }
-        spans.insert(spans.end(), kept->begin(), kept->end());
     }
     return ports::merge(std::move(spans));
 }

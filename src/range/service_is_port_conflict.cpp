@@ -64,7 +64,6 @@ Result<const CheckCatalogue *> CatalogueSource::get() {
         kept_.reset();
         return built.failure();
     }
-    made.count = built->count;
     return &made;
 }
 
@@ -74,13 +73,12 @@ void CheckCatalogue::take(FwServicePtr record) {
         pool.append(text, length);
         return p;
     };
-    const bool hasDst = record->dstPorts != nullptr;
     const auto firstText = static_cast<uint32_t>(texts.size());
-    for (int i = 0; hasDst && i < record->dstPorts->nItem; ++i)
+    for (int i = 0; record->dstPorts != nullptr && i < record->dstPorts->nItem; ++i)
         if (const char *text = KVLIBCSzListGet(record->dstPorts, i); text != nullptr)
             texts.push_back(keep(text, std::strlen(text)));
-    services.push_back({keep(record->name, strnlen(record->name, sizeof record->name)), record->dstProtocol, hasDst,
-                        firstText, static_cast<uint32_t>(texts.size()) - firstText});
+    services.push_back({keep(record->name, strnlen(record->name, sizeof record->name)), record->dstProtocol, firstText,
+                        static_cast<uint32_t>(texts.size()) - firstText});
 }
 
 const CheckCatalogue::Service *CheckCatalogue::find(std::string_view wanted) const {
@@ -92,16 +90,6 @@ const CheckCatalogue::Service *CheckCatalogue::find(std::string_view wanted) con
 const CataloguePorts &CatalogueSource::ports() {
     if (!ports_) ports_.emplace(*kept_);
     return *ports_;
-}
-
-const std::vector<Span> *CatalogueSource::reserved(std::string_view key) const {
-    for (const auto &[name, spans] : reserved_)
-        if (name == key) return &spans;
-    return nullptr;
-}
-
-void CatalogueSource::keep_reserved(std::string_view key, std::vector<Span> spans) {
-    reserved_.emplace_back(std::string(key), std::move(spans));
 }
 
 bool Request::has_proto_word(std::string_view word) const {
