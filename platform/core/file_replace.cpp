@@ -29,30 +29,10 @@
 #include <vector>
 
 #include "core/plat_log.h"
+#include "core/read_file.h"
 
 namespace kova::platform {
 namespace {
-
-class Fd {
-public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    ~Fd() { reset(); }
-    int get() const { return fd_; }
-    void reset(int fd = -1) {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = fd;
-    }
-    int release() {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-private:
-    int fd_;
-};
 
 // The file to replace: a symbolic link is followed, so that the link stays a link.
 std::string target_of(const char *path) {

@@ -2,7 +2,6 @@
 // UDP socket.
 #include <kovanetsdk.h>
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -88,14 +87,11 @@ bool read_table(const char *name, bool listening_only, PortSet &ports) {
         PLAT_LOG("cannot read socket table %s", path.c_str());
         return false;
     }
-    const std::string_view all = text;
-    for (size_t start = 0; start < all.size();) {
-        const size_t end = std::min(all.find('\n', start), all.size());
+    kova::platform::each_line(text, [&](std::string_view line) {
         unsigned long port = 0, state = 0;
-        if (parse_line(all.substr(start, end - start), port, state) && (!listening_only || state == kTcpListen))
-            ports.set(port);
-        start = end + 1;
-    }
+        if (parse_line(line, port, state) && (!listening_only || state == kTcpListen)) ports.set(port);
+        return true;
+    });
     return true;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -56,26 +57,25 @@ extern "C" int KOVAServiceSSHPortGet(int32_t *pPort) {
         // Read whole (a file that cannot be read has no Port line), then looked at line by line.
         std::string text;
         if (!kova::platform::read_file(kova::resolve(kova::paths::kSshdConfig).c_str(), text)) text.clear();
-        std::string_view rest = text;
-        while (!rest.empty()) {
-            const size_t end = rest.find('\n');
-            const std::string_view line = rest.substr(0, end);
-            rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        std::optional<std::string> value;  // the argument of the first Port line
+        kova::platform::each_line(text, [&](std::string_view line) {
             std::string_view arg;
-            if (!port_argument(line, arg)) continue;
-            std::string value(arg);
-            char *stop = nullptr;
-            errno = 0;
-            long port = std::strtol(value.c_str(), &stop, 10);
-            if (value.empty() || *stop != '\0' || errno != 0 || port < 1 || port > 65535) {
-                PLAT_SET_ERR(KOVA_ERR_BAD_PARAMETER);
-                PLAT_LOG("bad Port line in sshd configuration: [%s]", value.c_str());
-                return -1;
-            }
-            *pPort = static_cast<int32_t>(port);
+            if (port_argument(line, arg)) value.emplace(arg);
+            return !value;
+        });
+        if (!value) {
+            *pPort = kDefaultPort;
             return 0;
         }
-        *pPort = kDefaultPort;
+        char *stop = nullptr;
+        errno = 0;
+        long port = std::strtol(value->c_str(), &stop, 10);
+        if (value->empty() || *stop != '\0' || errno != 0 || port < 1 || port > 65535) {
+            PLAT_SET_ERR(KOVA_ERR_BAD_PARAMETER);
+            PLAT_LOG("bad Port line in sshd configuration: [%s]", value->c_str());
+            return -1;
+        }
+        *pPort = static_cast<int32_t>(port);
         return 0;
     } catch (const std::bad_alloc &) {
         PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
