@@ -1,6 +1,4 @@
 // kova-svc check and who: the service-wide conflict check, and who declares or holds a port.
-#include <malloc.h>
-
 #include <iostream>
 #include <set>
 
@@ -43,9 +41,6 @@ int run_check(const Args &args) {
         if (verdict < 0)
             fail_with_library_error("the conflict check of " + runs_text(spec.runs) + "/" + spec.protocol + " failed");
         runs = conflict_runs(colliding.head());
-        // The library's check built and freed a catalogue of its own; give its pages back before
-        // the holders are looked up in another.
-        malloc_trim(0);
     }
     HolderQuery query;
     query.runs = spec.runs;
