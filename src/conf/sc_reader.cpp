@@ -97,25 +97,28 @@ size_t read_regular_file(const FileRef &where, TextBuffer &text) {
         sys, where.dir >= 0 ? sys.openat(where.dir, where.name, kFlags, 0) : sys.open(where.path, kFlags, 0));
     const int fd = handle.get();
     if (fd < 0) return kNone;
+    // The size the file has when it is opened, where it is asked: once that much is read, a read
+    // that returns less than it asked for has found the end (a regular file reads short only
+    // there), and the read that would return nothing is not made.
+    size_t known = kNone;
     if (!where.regular) {
         struct stat st;
         if (sys.fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return kNone;
-        // One byte beyond the size it has now, so that the read that finds its end needs no room.
-        text.reserve(static_cast<size_t>(st.st_size) + 1);
+        known = static_cast<size_t>(st.st_size);
+        // One byte beyond that size, so that a file that grew since is read on.
+        text.reserve(known + 1);
     }
     size_t size = 0;
     for (;;) {
         if (size + 1 >= text.capacity) text.reserve(size + 4096);
-        const ssize_t n = sys.read(fd, text.data.get() + size, text.capacity - 1 - size);
-        if (n == 0) {
+        const size_t room = text.capacity - 1 - size;
+        const ssize_t n = sys.read(fd, text.data.get() + size, room);
+        if (n > 0) size += static_cast<size_t>(n);
+        if (n == 0 || (n > 0 && static_cast<size_t>(n) < room && size >= known)) {
             text.data[size] = '\0';
             return size;
         }
-        if (n > 0) {
-            size += static_cast<size_t>(n);
-        } else if (errno != EINTR) {
-            return kNone;
-        }
+        if (n < 0 && errno != EINTR) return kNone;
     }
 }
 
