@@ -42,8 +42,9 @@ struct SectionFields {
 // section does not parse.
 bool check_section(const char *path, const char *name, int records, const ScSection *keys, SectionFields &out);
 
-// The section record of a checked section (the section reader's steps after the file read).
-SectionPtr section_from(const char *path, const char *name, int records, const ScSection *keys);
+// The section record of a checked section (the section reader's steps after the file read);
+// `fields` is scratch, whose storage serves the next section.
+SectionPtr section_from(const char *path, const char *name, int records, const ScSection *keys, SectionFields &fields);
 
 // The service section `name` of the file, read once.
 SectionPtr read_section(const char *path, const char *name);

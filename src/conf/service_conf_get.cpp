@@ -105,9 +105,10 @@ ConfPtr read_conf(const FileRef &where, ScFile &scratch) {
     // Each section in front of the ones before.
     struct Sections final : SectionVisitor {
         KOVA_SERVICE_CONF &conf;
+        SectionFields fields;  // the port lists' storage, kept from one section to the next
         explicit Sections(KOVA_SERVICE_CONF &c) : conf(c) {}
         bool section(const char *path, const char *name, const ScSection *keys) override {
-            SectionPtr parsed = section_from(path, name, keys != nullptr ? keys->key_count() : 0, keys);
+            SectionPtr parsed = section_from(path, name, keys != nullptr ? keys->key_count() : 0, keys, fields);
             if (!parsed) return false;
             parsed->next = conf.sections;
             conf.sections = parsed.release();

@@ -13,6 +13,19 @@
 
 namespace {
 
+// A byte that no notion of white space counts as space.
+bool word_byte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
+           c == '.';
+}
+
+// Trims a piece of a string key in place with the platform's notion of white space; a piece that
+// starts and ends with a word byte (nearly all) is left as it is.
+bool trim_piece(char *piece) {
+    if (piece[0] == '\0' || (word_byte(piece[0]) && word_byte(piece[std::strlen(piece) - 1]))) return true;
+    return KVLIBCStrTrimSpace(piece, 0) >= 0;
+}
+
 int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
     const char *first = std::strchr(szStringKey, ':');
     if (first == nullptr) {
@@ -38,8 +51,7 @@ int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
         section = key;
         key = second + 1;
     }
-    if (KVLIBCStrTrimSpace(prefix, 0) < 0 || KVLIBCStrTrimSpace(section, 0) < 0 || KVLIBCStrTrimSpace(key, 0) < 0)
-        return -1;
+    if (!trim_piece(prefix) || !trim_piece(section) || !trim_piece(key)) return -1;
     kova::copy_field(pString->prefix, prefix);
     kova::copy_field(pString->section, section);
     kova::copy_field(pString->key, key);
@@ -50,6 +62,11 @@ int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
 // a 32-byte lower-cased copy.
 int port_forward_flag(const char *value) {
     if (value == nullptr) return 0;
+    // Lower-case letters alone (nearly every value) are what the platform's lowering and
+    // trimming leave as they are.
+    size_t letters = 0;
+    while (letters < 31 && value[letters] >= 'a' && value[letters] <= 'z') ++letters;
+    if (value[letters] == '\0') return std::strcmp(value, "yes") == 0 ? 1 : 0;
     char lowered[32];
     std::string head(value, strnlen(value, sizeof lowered - 1));
     if (KVLIBCStrCaseLower(head.data(), 0, lowered, sizeof lowered) == nullptr) return 0;
@@ -119,14 +136,13 @@ bool check_section(const char *path, const char *name, int records, const ScSect
     return true;
 }
 
-SectionPtr section_from(const char *path, const char *name, int records, const ScSection *keys) {
+SectionPtr section_from(const char *path, const char *name, int records, const ScSection *keys, SectionFields &fields) {
     SectionPtr section(calloc_record<KOVA_SERVICE_CONF_SECTION>());
     if (!section) {
         KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
         KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
         return nullptr;
     }
-    SectionFields fields;
     fields.title = &section->title;
     fields.desc = &section->desc;
     if (!check_section(path, name, records, keys, fields)) return nullptr;
@@ -145,13 +161,14 @@ SectionPtr section_from(const char *path, const char *name, int records, const S
 }
 
 SectionPtr read_section(const char *path, const char *name) {
+    SectionFields fields;
     Result<ScFile> file = read_sc_file(path);
     if (!file) {
         set_error(file.failure());
-        return section_from(path, name, -1, nullptr);
+        return section_from(path, name, -1, nullptr, fields);
     }
     const ScSection *keys = file->find(name);
-    return section_from(path, name, keys != nullptr ? keys->key_count() : 0, keys);
+    return section_from(path, name, keys != nullptr ? keys->key_count() : 0, keys, fields);
 }
 
 }  // namespace kova::conf

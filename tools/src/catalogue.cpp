@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <langinfo.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -126,6 +127,42 @@ std::string support_defaults_path() {
     return dir.erase(dir.size() - kSystemServicesDir.size()).append(kSupportDefaults);
 }
 
+// The entries of a services.d directory as the library reads them: "." and ".." left out,
+// sorted as alphasort() sorts them (by bytes in a locale without collation rules, which is how
+// strcoll orders there), their names kept one after the other.
+struct Dir {
+    unsigned int location;
+    std::string path;
+    std::string names;             // each ended by a NUL
+    std::vector<uint32_t> starts;  // where each name starts, in sorted order
+};
+
+size_t list_dir(Dir &d) {
+    std::unique_ptr<DIR, Release<closedir>> dir(d.path.empty() ? nullptr : opendir(d.path.c_str()));
+    if (!dir) return 0;
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(dir.get());
+        if (entry == nullptr) break;
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+        d.starts.push_back(static_cast<uint32_t>(d.names.size()));
+        d.names.append(entry->d_name).push_back('\0');
+    }
+    // A listing that fails part way counts as none, as scandir() has it.
+    if (errno != 0) {
+        d.starts.clear();
+        return 0;
+    }
+    const char *names = d.names.data();
+    if (reinterpret_cast<uintptr_t>(nl_langinfo(_NL_COLLATE_NRULES)) == 0)
+        std::sort(d.starts.begin(), d.starts.end(),
+                  [names](uint32_t a, uint32_t b) { return std::strcmp(names + a, names + b) < 0; });
+    else
+        std::sort(d.starts.begin(), d.starts.end(),
+                  [names](uint32_t a, uint32_t b) { return std::strcoll(names + a, names + b) < 0; });
+    return d.starts.size();
+}
+
 // The ports of one direction of a built-in row, as the library converts them; false when the
 // row is left out (a text with anything but digits and commas, a getter that fails or gives
 // no ports).
@@ -181,26 +218,11 @@ public:
     }
 
     void sc_files() {
-        // The entries of both directories as the library reads them: sorted with alphasort,
-        // "." and ".." left out; their names kept one after the other.
-        struct Dir {
-            unsigned int location;
-            std::string path;
-            std::string names;  // each ended by a NUL
-        };
         std::vector<Dir> dirs;
         size_t files = 0;
         for (unsigned int location : {KOVA_CONF_LOCATION_SYSTEM, KOVA_CONF_LOCATION_PACKAGE}) {
-            Dir &d = dirs.emplace_back(Dir{location, services_dir(location), {}});
-            struct dirent **names = nullptr;
-            int n = d.path.empty() ? -1 : scandir(d.path.c_str(), &names, nullptr, alphasort);
-            for (int i = 0; i < n; ++i) {
-                std::unique_ptr<dirent, Release<std::free>> name(names[i]);
-                if (std::strcmp(name->d_name, ".") == 0 || std::strcmp(name->d_name, "..") == 0) continue;
-                d.names.append(name->d_name).push_back('\0');
-                ++files;
-            }
-            std::free(names);
+            Dir &d = dirs.emplace_back(Dir{location, services_dir(location), {}, {}});
+            files += list_dir(d);
         }
         // One to a few services a file: room for more than there will be, which costs only
         // addresses (the pages that are not written are never touched), so that the records
@@ -210,7 +232,7 @@ public:
         std::vector<const KOVA_SERVICE_CONF_SECTION *> sections;
         std::string path;
         for (const Dir &d : dirs) {
-            for (size_t at = 0; at < d.names.size(); at = d.names.find('\0', at) + 1) {
+            for (uint32_t at : d.starts) {
                 path.assign(d.path).append("/").append(d.names.c_str() + at);
                 if (path.size() > kPathMax - 1) path.erase(kPathMax - 1);
                 KOVA_SERVICE_CONF *head = nullptr;
@@ -274,11 +296,16 @@ private:
     // the protocol that of the last entry as the firewall names it.
     std::span<const PortRun> sc_ports(const KOVA_SERVICE_CONF_PORT *list, unsigned int &protocol) {
         size_t count = 0;
-        for (const auto *p = list; p != nullptr; p = p->next) count += p->type == 0 || p->type == 1 ? 1 : 0;
+        const KOVA_SERVICE_CONF_PORT *last = nullptr;
+        for (const auto *p = list; p != nullptr; p = p->next) {
+            count += p->type == 0 || p->type == 1 ? 1 : 0;
+            last = p;
+        }
+        if (last != nullptr)
+            protocol = static_cast<unsigned int>(KOVAProtocolMapping(static_cast<int>(last->protocol)));
         PortRun *runs = room_for_runs(count);
         size_t n = 0;
         for (const auto *p = list; p != nullptr; p = p->next) {
-            protocol = static_cast<unsigned int>(KOVAProtocolMapping(static_cast<int>(p->protocol)));
             if (p->type == 0)
                 runs[n++] = {p->beginPort, p->beginPort};
             else if (p->type == 1)

@@ -1,5 +1,6 @@
 // kova-svc list: the firewall service catalogue.
 #include <algorithm>
+#include <compare>
 #include <cstdint>
 #include <cstring>
 #include <iostream>
@@ -33,28 +34,44 @@ int name_order(const char *a, const char *b) {
     return std::strcmp(a, b);
 }
 
-// The first eight bytes of a name in lower case, as a number that orders as they do.
-uint64_t name_prefix(const char *name) {
-    uint64_t key = 0;
-    size_t i = 0;
-    for (; i < 8 && name[i] != '\0'; ++i) key = key << 8 | lower(static_cast<unsigned char>(name[i]));
-    return key << 8 * (8 - i);
+// The first sixteen bytes of a name in lower case, as two numbers that order as they do.
+struct NamePrefix {
+    uint64_t high = 0, low = 0;
+    auto operator<=>(const NamePrefix &) const = default;
+};
+
+NamePrefix name_prefix(const char *name) {
+    uint64_t part[2] = {};
+    for (size_t i = 0; i < 16; ++i) {
+        const unsigned char c = name[i] == '\0' ? 0 : lower(static_cast<unsigned char>(name[i]));
+        part[i / 8] = part[i / 8] << 8 | c;
+        if (c == 0) {
+            for (++i; i < 16; ++i) part[i / 8] <<= 8;
+            break;
+        }
+    }
+    return {part[0], part[1]};
 }
 
 // Catalogue entries in the order people read them: by name, then as the library lists them.
 std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
     const auto &entries = cat.entries();
-    std::vector<std::pair<uint64_t, uint32_t>> keyed;
+    struct Keyed {
+        NamePrefix prefix;
+        uint32_t index;
+    };
+    std::vector<Keyed> keyed;
     keyed.reserve(entries.size());
-    for (size_t i = 0; i < entries.size(); ++i) keyed.emplace_back(name_prefix(entries[i].name), i);
-    std::sort(keyed.begin(), keyed.end(), [&](const auto &a, const auto &b) {
-        if (a.first != b.first) return a.first < b.first;
-        int order = name_order(entries[a.second].name, entries[b.second].name);
-        return order != 0 ? order < 0 : a.second < b.second;
+    for (size_t i = 0; i < entries.size(); ++i)
+        keyed.push_back({name_prefix(entries[i].name), static_cast<uint32_t>(i)});
+    std::sort(keyed.begin(), keyed.end(), [&](const Keyed &a, const Keyed &b) {
+        if (a.prefix != b.prefix) return a.prefix < b.prefix;
+        int order = name_order(entries[a.index].name, entries[b.index].name);
+        return order != 0 ? order < 0 : a.index < b.index;
     });
     std::vector<const CatalogueEntry *> rows;
     rows.reserve(keyed.size());
-    for (const auto &k : keyed) rows.push_back(&entries[k.second]);
+    for (const auto &k : keyed) rows.push_back(&entries[k.index]);
     return rows;
 }
 

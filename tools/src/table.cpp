@@ -4,8 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <limits>
 
 #include "session.h"
@@ -48,9 +51,17 @@ size_t longest_word(std::string_view text) {
 }  // namespace
 
 size_t display_width(std::string_view text) {
-    size_t n = 0;
-    for (unsigned char c : text)
-        if ((c & 0xC0u) != 0x80u) ++n;
+    // The bytes less the continuation bytes (10xxxxxx), eight at a time.
+    constexpr uint64_t kHigh = 0x8080808080808080u;
+    size_t n = text.size(), i = 0;
+    for (; i + 8 <= text.size(); i += 8) {
+        uint64_t x;
+        std::memcpy(&x, text.data() + i, 8);
+        if (const uint64_t continuation = x & ~(x << 1) & kHigh; continuation != 0)
+            n -= static_cast<size_t>(std::popcount(continuation));
+    }
+    for (; i < text.size(); ++i)
+        if ((static_cast<unsigned char>(text[i]) & 0xC0u) == 0x80u) --n;
     return n;
 }
 
@@ -141,8 +152,10 @@ std::string_view Table::cell(size_t r, size_t c) const {
 std::vector<size_t> Table::widths(size_t width) const {
     size_t n = align_.size();
     std::vector<size_t> w(n);
-    for (size_t c = 0; c < n; ++c)
-        for (size_t r = 0; r <= rows_; ++r) w[c] = std::max(w[c], display_width(cell(r, c)));
+    for (size_t i = 0, begin = 0; i < ends_.size(); begin = ends_[i++]) {
+        const size_t c = i % n;
+        w[c] = std::max(w[c], display_width(std::string_view(text_).substr(begin, ends_[i] - begin)));
+    }
     auto total = [&] {
         size_t t = n == 0 ? 0 : kGap * (n - 1);
         for (size_t x : w) t += x;
@@ -187,32 +200,47 @@ size_t Table::output_width() {
 
 void Table::print(std::ostream &out, size_t width, size_t indent) const {
     std::vector<size_t> w = widths(width > indent ? width - indent : 1);
-    size_t n = align_.size();
-    std::string text;                        // lines not written yet
+    const size_t n = align_.size();
+    // Lines not written yet, put together in place and written 64 KiB or more at a time.
+    constexpr size_t kFlush = 64 * 1024;
+    std::unique_ptr<char[]> text;
+    size_t used = 0, capacity = 0;
     std::vector<std::string_view> views(n);  // the cells of the line, and their widths
     std::vector<size_t> sizes(n);
+    size_t most = indent;  // the most a line of the table can take
+    for (size_t c = 0; c < n; ++c) most += w[c] + kGap;
     auto line = [&] {
-        size_t start = text.size();
-        text.append(indent, ' ');
-        for (size_t c = 0; c < n; ++c) {
-            size_t pad = w[c] - std::min(w[c], sizes[c]);
-            if (align_[c] == Align::Right) text.append(pad, ' ');
-            text.append(views[c]);
-            if (align_[c] != Align::Right && c + 1 < n) text.append(pad, ' ');
-            if (c + 1 < n) text.append(kGap, ' ');
+        size_t room = most + 1;
+        for (size_t c = 0; c < n; ++c) room += views[c].size();
+        if (used + room > capacity) {
+            capacity = std::max(kFlush + room, 2 * capacity);
+            auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+            if (used != 0) std::memcpy(grown.get(), text.get(), used);
+            text = std::move(grown);
         }
-        while (text.size() > start && text.back() == ' ') text.pop_back();
-        text.push_back('\n');
-        if (text.size() >= 64 * 1024) {
-            out << text;
-            text.clear();
+        char *const start = text.get() + used;
+        char *at = std::fill_n(start, indent, ' ');
+        for (size_t c = 0; c < n; ++c) {
+            const size_t pad = w[c] - std::min(w[c], sizes[c]);
+            if (align_[c] == Align::Right) at = std::fill_n(at, pad, ' ');
+            at = std::copy_n(views[c].data(), views[c].size(), at);
+            if (c + 1 < n) at = std::fill_n(at, (align_[c] != Align::Right ? pad : 0) + kGap, ' ');
+        }
+        while (at > start && at[-1] == ' ') --at;
+        *at++ = '\n';
+        used = static_cast<size_t>(at - text.get());
+        if (used >= kFlush) {
+            out.write(text.get(), static_cast<std::streamsize>(used));
+            used = 0;
         }
     };
     std::vector<std::vector<std::string>> cells(n);
-    for (size_t r = session().no_header ? 1 : 0; r <= rows_; ++r) {
+    const size_t first = session().no_header ? 1 : 0;
+    for (size_t r = first, i = first * n; r <= rows_; ++r) {
         bool fits = true;
-        for (size_t c = 0; c < n; ++c) {
-            views[c] = cell(r, c);
+        for (size_t c = 0; c < n; ++c, ++i) {
+            const size_t begin = i == 0 ? 0 : ends_[i - 1];
+            views[c] = std::string_view(text_).substr(begin, ends_[i] - begin);
             sizes[c] = display_width(views[c]);
             fits = fits && sizes[c] <= w[c];
         }
@@ -234,7 +262,7 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
             line();
         }
     }
-    out << text;
+    if (used != 0) out.write(text.get(), static_cast<std::streamsize>(used));
 }
 
 }  // namespace kovasvc
