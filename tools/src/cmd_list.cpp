@@ -1,6 +1,5 @@
 // kova-svc list: the firewall service catalogue.
 #include <algorithm>
-#include <compare>
 #include <cstdint>
 #include <cstring>
 #include <iostream>
@@ -37,7 +36,6 @@ int name_order(const char *a, const char *b) {
 // The first sixteen bytes of a name in lower case, as two numbers that order as they do.
 struct NamePrefix {
     uint64_t high = 0, low = 0;
-    auto operator<=>(const NamePrefix &) const = default;
 };
 
 NamePrefix name_prefix(const char *name) {
@@ -65,7 +63,8 @@ std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
     for (size_t i = 0; i < entries.size(); ++i)
         keyed.push_back({name_prefix(entries[i].name), static_cast<uint32_t>(i)});
     std::sort(keyed.begin(), keyed.end(), [&](const Keyed &a, const Keyed &b) {
-        if (a.prefix != b.prefix) return a.prefix < b.prefix;
+        if (a.prefix.high != b.prefix.high) return a.prefix.high < b.prefix.high;
+        if (a.prefix.low != b.prefix.low) return a.prefix.low < b.prefix.low;
         int order = name_order(entries[a.index].name, entries[b.index].name);
         return order != 0 ? order < 0 : a.index < b.index;
     });

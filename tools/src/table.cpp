@@ -149,12 +149,25 @@ std::string_view Table::cell(size_t r, size_t c) const {
     return std::string_view(text_).substr(begin, ends_[i] - begin);
 }
 
-std::vector<size_t> Table::widths(size_t width) const {
+bool Table::ascii() const {
+    constexpr uint64_t kHigh = 0x8080808080808080u;
+    uint64_t any = 0;
+    size_t i = 0;
+    for (; i + 8 <= text_.size(); i += 8) {
+        uint64_t x;
+        std::memcpy(&x, text_.data() + i, 8);
+        any |= x;
+    }
+    for (; i < text_.size(); ++i) any |= static_cast<unsigned char>(text_[i]);
+    return (any & kHigh) == 0;
+}
+
+std::vector<size_t> Table::widths(size_t width, bool ascii) const {
     size_t n = align_.size();
     std::vector<size_t> w(n);
-    for (size_t i = 0, begin = 0; i < ends_.size(); begin = ends_[i++]) {
-        const size_t c = i % n;
-        w[c] = std::max(w[c], display_width(std::string_view(text_).substr(begin, ends_[i] - begin)));
+    for (size_t i = 0, c = 0, begin = 0; i < ends_.size(); begin = ends_[i++], c = c + 1 == n ? 0 : c + 1) {
+        const std::string_view cell(text_.data() + begin, ends_[i] - begin);
+        w[c] = std::max(w[c], ascii ? cell.size() : display_width(cell));
     }
     auto total = [&] {
         size_t t = n == 0 ? 0 : kGap * (n - 1);
@@ -199,7 +212,9 @@ size_t Table::output_width() {
 }
 
 void Table::print(std::ostream &out, size_t width, size_t indent) const {
-    std::vector<size_t> w = widths(width > indent ? width - indent : 1);
+    // Text without a byte above 0x7F (nearly every table) is as wide as it is long.
+    const bool ascii_only = ascii();
+    std::vector<size_t> w = widths(width > indent ? width - indent : 1, ascii_only);
     const size_t n = align_.size();
     // Lines not written yet, put together in place and written 64 KiB or more at a time.
     constexpr size_t kFlush = 64 * 1024;
@@ -240,8 +255,8 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
         bool fits = true;
         for (size_t c = 0; c < n; ++c, ++i) {
             const size_t begin = i == 0 ? 0 : ends_[i - 1];
-            views[c] = std::string_view(text_).substr(begin, ends_[i] - begin);
-            sizes[c] = display_width(views[c]);
+            views[c] = std::string_view(text_.data() + begin, ends_[i] - begin);
+            sizes[c] = ascii_only ? views[c].size() : display_width(views[c]);
             fits = fits && sizes[c] <= w[c];
         }
         if (fits) {
@@ -257,7 +272,7 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
         for (size_t l = 0; l < height; ++l) {
             for (size_t c = 0; c < n; ++c) {
                 views[c] = l < cells[c].size() ? std::string_view(cells[c][l]) : std::string_view();
-                sizes[c] = display_width(views[c]);
+                sizes[c] = ascii_only ? views[c].size() : display_width(views[c]);
             }
             line();
         }

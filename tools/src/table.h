@@ -47,7 +47,9 @@ private:
     void add_cells(const Cells &row);
     // Cell `c` of row `r`; row 0 is the header.
     std::string_view cell(size_t r, size_t c) const;
-    std::vector<size_t> widths(size_t width) const;
+    // Whether no byte of the cells is above 0x7F.
+    bool ascii() const;
+    std::vector<size_t> widths(size_t width, bool ascii) const;
 
     std::vector<Align> align_;
     std::vector<bool> flexible_;
