@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -45,30 +46,46 @@ inline std::string_view unquote(std::string_view v) {
     return v;
 }
 
-// Parses the line that starts at `pos` (pos < text.size()).
+// Parses the line that starts at `pos` (pos < text.size()). One search finds the line's end and,
+// for a line that is not blank, a comment or a section, one more its "="; the pieces are cut
+// from the line's trimmed ends.
 inline Line parse_line(std::string_view text, size_t pos) {
     Line line;
     line.begin = pos;
-    size_t nl = text.find('\n', pos);
-    line.next = nl == std::string_view::npos ? text.size() : nl + 1;
-    line.end = nl == std::string_view::npos ? text.size() : nl;
-    if (line.end > pos && text[line.end - 1] == '\r') --line.end;
-    std::string_view raw = text.substr(pos, line.end - pos);
-    std::string_view t = trim(raw);
-    if (t.empty()) {
+    const char *const base = text.data();
+    const char *const p = base + pos;
+    const char *const stop = base + text.size();
+    const auto *nl = static_cast<const char *>(std::memchr(p, '\n', static_cast<size_t>(stop - p)));
+    const char *end = nl != nullptr ? nl : stop;
+    line.next = nl != nullptr ? static_cast<size_t>(nl - base) + 1 : text.size();
+    if (end > p && end[-1] == '\r') --end;
+    line.end = static_cast<size_t>(end - base);
+    const char *b = p;
+    while (b < end && is_space(*b)) ++b;
+    if (b == end) {
         line.kind = Kind::kBlank;
-    } else if (t.front() == '#' || t.front() == ';') {
+        return line;
+    }
+    const char *e = end;
+    while (is_space(e[-1])) --e;  // stops at *b at the latest
+    auto piece = [](const char *from, const char *to) {
+        while (from < to && is_space(*from)) ++from;
+        while (to > from && is_space(to[-1])) --to;
+        return std::string_view(from, static_cast<size_t>(to - from));
+    };
+    if (*b == '#' || *b == ';') {
         line.kind = Kind::kComment;
-    } else if (t.front() == '[' && t.back() == ']') {
+    } else if (*b == '[' && e[-1] == ']') {  // two bytes at least: *b is not "]"
         line.kind = Kind::kSection;
-        line.name = trim(t.substr(1, t.size() - 2));
-    } else if (size_t eq = raw.find('='); eq != std::string_view::npos) {
+        line.name = piece(b + 1, e - 1);
+    } else if (const auto *eq = static_cast<const char *>(std::memchr(b, '=', static_cast<size_t>(e - b)));
+               eq != nullptr) {
         line.kind = Kind::kKey;
-        line.name = trim(raw.substr(0, eq));
-        size_t v = eq + 1;
-        while (v < raw.size() && is_space(raw[v])) ++v;
-        line.value_offset = v;
-        line.value = unquote(trim(raw.substr(v)));
+        line.name = piece(b, eq);
+        const char *v = eq + 1;
+        while (v < end && is_space(*v)) ++v;
+        line.value_offset = static_cast<size_t>(v - p);
+        line.value = unquote(std::string_view(v, v < e ? static_cast<size_t>(e - v) : 0));
     }
     return line;
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,12 +17,31 @@ namespace {
 constexpr int kDefaultCapacity = 16;
 constexpr int kFirstSlots = 4;
 
+// A list and its first slots share one block: a short list costs one allocation. The slots move
+// to a block of their own once they outgrow it; the record itself never moves.
+struct ListBlock {
+    KVLIB_SZLIST list;
+    char *slots[kFirstSlots];
+};
+static_assert(offsetof(ListBlock, list) == 0);
+
+bool inline_slots(const KVLIB_SZLIST *list) {
+    return list->ppszItem == reinterpret_cast<const ListBlock *>(list)->slots;
+}
+
 // Makes room for one more item; the record stays where it is.
 bool reserve_one(KVLIB_SZLIST *list) {
     if (list->nItem < list->nCapacity) return true;
     if (list->nCapacity > INT_MAX / 2) return false;
     int capacity = list->nCapacity > 0 ? list->nCapacity * 2 : kDefaultCapacity;
-    void *items = std::realloc(list->ppszItem, sizeof(char *) * static_cast<size_t>(capacity));
+    const size_t bytes = sizeof(char *) * static_cast<size_t>(capacity);
+    void *items = nullptr;
+    if (inline_slots(list)) {
+        if ((items = std::malloc(bytes)) != nullptr)
+            std::memcpy(items, list->ppszItem, sizeof(char *) * static_cast<size_t>(list->nItem));
+    } else {
+        items = std::realloc(list->ppszItem, bytes);
+    }
     if (items == nullptr) return false;
     list->ppszItem = static_cast<char **>(items);
     list->nCapacity = capacity;
@@ -35,27 +55,22 @@ extern "C" {
 // The capacity asked for is a hint: a list starts with a few slots and grows as items are pushed,
 // so that the many short lists of a catalogue do not each hold room for a hundred items.
 KVLIB_SZLIST *KVLIBCSzListAlloc(int capacity) {
-    if (capacity <= 0) capacity = kDefaultCapacity;
-    capacity = std::min(capacity, kFirstSlots);
-    auto *list = static_cast<KVLIB_SZLIST *>(std::calloc(1, sizeof(KVLIB_SZLIST)));
-    if (list == nullptr) {
+    // malloc, not calloc: the C library's calloc passes by its per-thread cache of small blocks.
+    auto *block = static_cast<ListBlock *>(std::malloc(sizeof(ListBlock)));
+    if (block == nullptr) {
         PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
         return nullptr;
     }
-    list->ppszItem = static_cast<char **>(std::calloc(static_cast<size_t>(capacity), sizeof(char *)));
-    if (list->ppszItem == nullptr) {
-        std::free(list);
-        PLAT_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
-        return nullptr;
-    }
-    list->nCapacity = capacity;
-    return list;
+    *block = ListBlock{};
+    block->list.ppszItem = block->slots;
+    block->list.nCapacity = capacity > 0 ? std::min(capacity, kFirstSlots) : kFirstSlots;
+    return &block->list;
 }
 
 void KVLIBCSzListFree(KVLIB_SZLIST *pList) {
     if (pList == nullptr) return;
     for (int i = 0; i < pList->nItem; ++i) std::free(pList->ppszItem[i]);
-    std::free(pList->ppszItem);
+    if (!inline_slots(pList)) std::free(pList->ppszItem);
     std::free(pList);
 }
 

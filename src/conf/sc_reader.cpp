@@ -46,6 +46,8 @@ public:
         // Their full names (NUL bytes included), kept apart only once one of them holds a NUL byte.
         SeenNames &full_keys = file.seen_full_keys_;
         bool full_apart = false;
+        // Nearly every file holds no NUL byte: its names are then their C texts as they are.
+        const bool has_nul = std::memchr(text, '\0', size) != nullptr;
         sections.clear();
         keys.clear();
         ScSection *current = nullptr;
@@ -60,7 +62,7 @@ public:
                 current->name_ = terminate(line.name);
                 current->first_ = current->end_ = static_cast<uint32_t>(file.keys_.size());
             } else if (line.kind == kova::ini::Kind::kKey && current != nullptr && !line.name.empty()) {
-                const std::string_view name = c_text(line.name);
+                const std::string_view name = has_nul ? c_text(line.name) : line.name;
                 if (!full_apart && name.size() != line.name.size()) {
                     full_apart = true;
                     full_keys.assign(keys);  // the full names so far are their C texts
@@ -124,16 +126,11 @@ size_t read_regular_file(const FileRef &where, TextBuffer &text) {
 
 }  // namespace
 
-size_t SeenNames::find_or_add(std::string_view name) {
-    if (names_.size() < kLinear) {
-        for (size_t i = 0; i < names_.size(); ++i)
-            if (names_[i] == name) return i;
-    } else {
-        if (hash_.empty())
-            for (size_t i = 0; i < names_.size(); ++i) hash_.emplace(names_[i], i);
-        const auto [it, added] = hash_.try_emplace(name, names_.size());
-        if (!added) return it->second;
-    }
+size_t SeenNames::find_or_add_hashed(std::string_view name) {
+    if (hash_.empty())
+        for (size_t i = 0; i < names_.size(); ++i) hash_.emplace(names_[i], i);
+    const auto [it, added] = hash_.try_emplace(name, names_.size());
+    if (!added) return it->second;
     names_.push_back(name);
     return kNone;
 }

@@ -34,6 +34,12 @@ struct TextBuffer {
     void reserve(size_t size);
 };
 
+// Whether two names are the same; the sizes and first bytes, which tell most names apart, are
+// compared before the rest.
+inline bool same_name(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && (a.empty() || (a.front() == b.front() && a == b));
+}
+
 // The names seen so far, by position: searched in place while they are few, through a hash
 // once there are many, so that a file of many sections or a section of many keys reads in
 // linear time without a hash for every small one. Cleared, it keeps its storage.
@@ -50,10 +56,17 @@ public:
         hash_.clear();
     }
     // The position of `name` when it was seen; else adds it and returns kNone.
-    size_t find_or_add(std::string_view name);
+    size_t find_or_add(std::string_view name) {
+        if (names_.size() >= kLinear) return find_or_add_hashed(name);
+        for (size_t i = 0; i < names_.size(); ++i)
+            if (same_name(names_[i], name)) return i;
+        names_.push_back(name);
+        return kNone;
+    }
 
 private:
     static constexpr size_t kLinear = 16;
+    size_t find_or_add_hashed(std::string_view name);
     std::vector<std::string_view> names_;
     std::unordered_map<std::string_view, size_t> hash_;
 };
@@ -78,7 +91,7 @@ public:
         for (const char *&value : out) value = nullptr;
         for (uint32_t k = first_; k < end_; ++k) {
             for (size_t i = 0; i < N; ++i) {
-                if (keys_[k].name == names[i]) {
+                if (same_name(keys_[k].name, names[i])) {
                     out[i] = keys_[k].value;
                     break;
                 }

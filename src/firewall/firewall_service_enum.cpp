@@ -298,6 +298,9 @@ int KOVAFwServiceEnum(KOVA_FW_SERVICE **ppServiceList) {
 void KOVAFwServiceFree(KOVA_FW_SERVICE *pServiceList) {
     while (pServiceList != nullptr) {
         KOVA_FW_SERVICE *next = pServiceList->next;
+        // The next record's links are fetched while this one is freed (a long list is no longer
+        // in the cache when it is freed).
+        if (next != nullptr) __builtin_prefetch(&next->next);
         if (pServiceList->srcPorts != nullptr) KVLIBCSzListFree(pServiceList->srcPorts);
         if (pServiceList->dstPorts != nullptr) KVLIBCSzListFree(pServiceList->dstPorts);
         std::free(pServiceList);

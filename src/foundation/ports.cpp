@@ -15,30 +15,6 @@ std::vector<std::string_view> words(std::string_view text, std::string_view deli
     return out;
 }
 
-Item split_item(std::string_view item, char joiner) noexcept {
-    const size_t at = item.find(joiner);
-    if (at == std::string_view::npos) return {item, {}, false};
-    return {item.substr(0, at), item.substr(at + 1), true};
-}
-
-PortListText split_port_list(std::string_view text) noexcept {
-    const Item cut = split_item(text, '/');
-    return {cut.first, cut.last, cut.joined};
-}
-
-PortError parse_port(std::string_view text, uint32_t &value) noexcept {
-    if (text.empty()) return PortError::kEmpty;
-    for (char c : text)
-        if (c < '0' || c > '9') return PortError::kNotDigits;
-    uint32_t v = 0;
-    for (char c : text) {
-        v = v * 10 + static_cast<uint32_t>(c - '0');
-        if (v > kMaxPort) return PortError::kTooLarge;
-    }
-    value = v;
-    return PortError::kNone;
-}
-
 long lenient_number(std::string_view text) noexcept {
     size_t i = 0;
     while (i < text.size() && is_space(text[i])) ++i;
@@ -92,11 +68,7 @@ ScannedSpan scan_port_span(std::string_view text) noexcept {
     return out;
 }
 
-int protocol_flags(std::string_view text) noexcept {
-    // The words as nearly every list writes them.
-    if (text == "tcp") return 1;
-    if (text == "udp") return 2;
-    if (text == "tcp,udp") return 3;
+int protocol_words(std::string_view text) noexcept {
     int flags = 0;
     const bool ok = each_piece(text, ",", [&](std::string_view word) {
         word = trim(word);

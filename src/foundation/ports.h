@@ -65,7 +65,11 @@ struct Item {
     std::string_view last;
     bool joined = false;
 };
-Item split_item(std::string_view item, char joiner) noexcept;
+inline Item split_item(std::string_view item, char joiner) noexcept {
+    const size_t at = item.find(joiner);
+    if (at == std::string_view::npos) return {item, {}, false};
+    return {item.substr(0, at), item.substr(at + 1), true};
+}
 
 // A port list text cut at its first "/": the ports part and the protocol part (absent when
 // the text holds no "/").
@@ -74,11 +78,24 @@ struct PortListText {
     std::string_view protocol;
     bool has_protocol = false;
 };
-PortListText split_port_list(std::string_view text) noexcept;
+inline PortListText split_port_list(std::string_view text) noexcept {
+    const Item cut = split_item(text, '/');
+    return {cut.first, cut.last, cut.joined};
+}
 
 // A port number: one or more decimal digits and nothing else, at most 65535.
 enum class PortError { kNone, kEmpty, kNotDigits, kTooLarge };
-PortError parse_port(std::string_view text, uint32_t &value) noexcept;
+inline PortError parse_port(std::string_view text, uint32_t &value) noexcept {
+    if (text.empty()) return PortError::kEmpty;
+    uint32_t v = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9') return PortError::kNotDigits;
+        if (v <= kMaxPort) v = v * 10 + static_cast<uint32_t>(c - '0');  // stops before it could wrap
+    }
+    if (v > kMaxPort) return PortError::kTooLarge;
+    value = v;
+    return PortError::kNone;
+}
 
 // A number as strtol reads it in base 10: leading white space and one sign accepted, digits up
 // to the first other character, no digits give 0; saturated to the range of long.
@@ -100,8 +117,15 @@ struct ScannedSpan {
 ScannedSpan scan_port_span(std::string_view text) noexcept;
 
 // Protocol words separated by ",", each trimmed, in any letter case: the union of 1 for "tcp"
-// and 2 for "udp", or -1 at the first other word (an empty word included).
-int protocol_flags(std::string_view words) noexcept;
+// and 2 for "udp", or -1 at the first other word (an empty word included). The texts that nearly
+// every list writes are answered at once, the others word by word (protocol_words).
+int protocol_words(std::string_view words) noexcept;
+inline int protocol_flags(std::string_view words) noexcept {
+    if (words == "tcp") return 1;
+    if (words == "udp") return 2;
+    if (words == "tcp,udp") return 3;
+    return protocol_words(words);
+}
 
 // Rendering, "%d" style (a port above INT32_MAX prints as a negative number).
 void append_port(std::string &out, uint32_t port);
