@@ -51,13 +51,15 @@ NamePrefix name_prefix(const char *name) {
     return {part[0], part[1]};
 }
 
+// A catalogue entry by its position, with the key it is sorted by.
+struct Keyed {
+    NamePrefix prefix;
+    uint32_t index;
+};
+
 // Catalogue entries in the order people read them: by name, then as the library lists them.
-std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
+std::vector<Keyed> by_name(const Catalogue &cat) {
     const auto &entries = cat.entries();
-    struct Keyed {
-        NamePrefix prefix;
-        uint32_t index;
-    };
     std::vector<Keyed> keyed;
     keyed.reserve(entries.size());
     for (size_t i = 0; i < entries.size(); ++i)
@@ -68,17 +70,14 @@ std::vector<const CatalogueEntry *> by_name(const Catalogue &cat) {
         int order = name_order(entries[a.index].name, entries[b.index].name);
         return order != 0 ? order < 0 : a.index < b.index;
     });
-    std::vector<const CatalogueEntry *> rows;
-    rows.reserve(keyed.size());
-    for (const auto &k : keyed) rows.push_back(&entries[k.index]);
-    return rows;
+    return keyed;
 }
 
 }  // namespace
 
 int run_list(const Args &args) {
     if (args.has("--names") && args.json()) throw UsageError("--names and --json do not go together");
-    Catalogue cat = Catalogue::load(args.json() ? Catalogue::Detail::kTexts : Catalogue::Detail::kPorts);
+    Catalogue cat = Catalogue::load(args.json() ? Catalogue::Detail::kTexts : Catalogue::Detail::kRows);
 
     if (args.json()) {
         Json json(std::cout);
@@ -92,7 +91,8 @@ int run_list(const Args &args) {
     if (args.has("--names")) {
         std::string out;
         const char *last = nullptr;
-        for (const auto *e : by_name(cat)) {
+        for (const Keyed &k : by_name(cat)) {
+            const CatalogueEntry *e = &cat.entries()[k.index];
             if (last != nullptr && std::strcmp(last, e->name) == 0) continue;
             out.append(e->name).push_back('\n');
             last = e->name;
@@ -107,7 +107,8 @@ int run_list(const Args &args) {
     t.reserve(cat.entries().size());
     bool any_shadowed = false;
     std::string dst, src;
-    for (const auto *e : by_name(cat)) {
+    for (const Keyed &k : by_name(cat)) {
+        const CatalogueEntry *e = &cat.entries()[k.index];
         std::string_view origin = origin_name(e->origin);
         if (e->shadowed) {
             origin = e->origin == Origin::BuiltIn ? "built-in*" : e->origin == Origin::System ? "system*" : "package*";
