@@ -104,23 +104,35 @@ int run_list(const Args &args) {
     Table t({"NAME", "ORIGIN", "SUP", "FWD", "DESTINATION", "SOURCE"});
     t.flexible(4);
     t.flexible(5);
-    t.reserve(cat.entries().size());
+    const auto &entries = cat.entries();
+    const std::vector<Keyed> rows = by_name(cat);
+    // The rows' port texts, made once: each row's destination and source end where `ends` says.
+    std::string ports;
+    std::vector<uint32_t> ends;
+    ports.reserve(32 * rows.size());  // more than most need: pages that are not written are never touched
+    ends.reserve(2 * rows.size());
     bool any_shadowed = false;
-    std::string dst, src;
-    for (const Keyed &k : by_name(cat)) {
-        const CatalogueEntry *e = &cat.entries()[k.index];
-        std::string_view origin = origin_name(e->origin);
-        if (e->shadowed) {
-            origin = e->origin == Origin::BuiltIn ? "built-in*" : e->origin == Origin::System ? "system*" : "package*";
-            any_shadowed = true;
-        }
-        dst.clear();
-        src.clear();
-        append_ports_with_protocol(dst, e->dst, e->dst_protocol);
-        append_ports_with_protocol(src, e->src, e->src_protocol);
-        t.add({e->name, origin, e->supported ? "yes" : "no", e->port_forward ? "yes" : "no", dst, src});
+    for (const Keyed &k : rows) {
+        const CatalogueEntry &e = entries[k.index];
+        append_ports_with_protocol(ports, e.dst, e.dst_protocol);
+        ends.push_back(static_cast<uint32_t>(ports.size()));
+        append_ports_with_protocol(ports, e.src, e.src_protocol);
+        ends.push_back(static_cast<uint32_t>(ports.size()));
+        any_shadowed = any_shadowed || e.shadowed;
     }
-    t.print(std::cout);
+    t.print_rows(std::cout, rows.size(), [&](size_t r, std::span<std::string_view> cells) {
+        const CatalogueEntry &e = entries[rows[r].index];
+        std::string_view origin = origin_name(e.origin);
+        if (e.shadowed)
+            origin = e.origin == Origin::BuiltIn ? "built-in*" : e.origin == Origin::System ? "system*" : "package*";
+        const size_t dst = r == 0 ? 0 : ends[2 * r - 1];
+        cells[0] = e.name;
+        cells[1] = origin;
+        cells[2] = e.supported ? "yes" : "no";
+        cells[3] = e.port_forward ? "yes" : "no";
+        cells[4] = std::string_view(ports).substr(dst, ends[2 * r] - dst);
+        cells[5] = std::string_view(ports).substr(ends[2 * r], ends[2 * r + 1] - ends[2 * r]);
+    });
     if (any_shadowed) std::cout << "* hidden from lookups by an earlier service of the same name\n";
     return kExitOk;
 }
