@@ -47,10 +47,9 @@ T *calloc_record() noexcept {
 // Bounded copy into a fixed text field: at most N-1 bytes, always terminated.
 template <size_t N>
 void copy_field(char (&dst)[N], const char *src) noexcept {
-    size_t i = 0;
-    if (src != nullptr)
-        for (; i + 1 < N && src[i] != '\0'; ++i) dst[i] = src[i];
-    dst[i] = '\0';
+    const size_t size = src != nullptr ? strnlen(src, N - 1) : 0;
+    if (size != 0) std::memcpy(dst, src, size);
+    dst[size] = '\0';
 }
 
 }  // namespace kova

@@ -197,7 +197,10 @@ bool builtin_ports(const KOVA_FW_PORT_SPEC &spec, std::vector<PortRun> &runs) {
 class Catalogue::Builder {
 public:
     Builder(Catalogue &cat, Detail detail)
-        : cat_(cat), texts_(detail == Detail::kTexts), support_(support_defaults_path()) {}
+        : cat_(cat),
+          texts_(detail == Detail::kTexts),
+          files_(detail != Detail::kRows),
+          support_(support_defaults_path()) {}
 
     void builtin_rows() {
         for (const KOVA_FW_SERVICE_ENTRY *row = rgServices; row->name != nullptr; ++row) {
@@ -205,7 +208,7 @@ public:
             e.origin = Origin::BuiltIn;
             e.supported = row->supportKey == nullptr ? row->defaultSupported != 0 : support_.yes(row->supportKey);
             e.port_forward = row->portForward != 0;
-            e.support_key = row->supportKey != nullptr ? row->supportKey : "";
+            if (files_ && row->supportKey != nullptr) e.support_key = row->supportKey;
             if (!builtin_direction(row->src, e.src_protocol, e.src) ||
                 !builtin_direction(row->dst, e.dst_protocol, e.dst))
                 continue;
@@ -250,8 +253,16 @@ public:
     void finish() {
         auto &entries = cat_.entries_;
         entries.insert(entries.end(), builtin_.rbegin(), builtin_.rend());
-        TextMap<bool> seen(entries.size());
-        for (auto &e : entries) e.shadowed = !seen.try_emplace(e.name, true).second;
+        // The names seen, as positions in an open-addressed table (1 + the entry; 0: free).
+        std::vector<uint32_t> seen(std::bit_ceil(entries.size() + entries.size() / 2 + 1));
+        const size_t mask = seen.size() - 1;
+        for (uint32_t i = 0; i < entries.size(); ++i) {
+            const std::string_view name = entries[i].name;
+            size_t at = std::hash<std::string_view>{}(name)&mask;
+            while (seen[at] != 0 && entries[seen[at] - 1].name != name) at = (at + 1) & mask;
+            entries[i].shadowed = seen[at] != 0;
+            if (seen[at] == 0) seen[at] = i + 1;
+        }
     }
 
 private:
@@ -272,7 +283,7 @@ private:
         bool supported = conf.supportKey[0] == '\0' || support_.yes(field(conf.supportKey));
         for (const KOVA_SERVICE_CONF_SECTION *s : sections) {
             if (s->dstPort == nullptr) continue;  // the catalogue has no service without destination ports
-            if (file.empty()) {
+            if (file.empty() && files_) {
                 file = keep(path);
                 key = keep(field(conf.supportKey));
             }
@@ -355,20 +366,23 @@ private:
         DisplayText d;
         if (!texts_) return d;
         const std::string_view parts[] = {text, extra_text, field(s.prefix), field(s.section), field(s.key)};
+        unsigned char sizes[std::size(parts)];
         size_t size = 0;
-        for (size_t i = 0; i < d.size_.size(); ++i) {
-            d.size_[i] = static_cast<unsigned char>(std::min<size_t>(parts[i].size(), 255));
-            size += d.size_[i];
+        for (size_t i = 0; i < std::size(parts); ++i) {
+            sizes[i] = static_cast<unsigned char>(std::min<size_t>(parts[i].size(), 255));
+            size += sizes[i];
         }
         if (size == 0) return d;
-        char *at = room(size);
-        d.parts_ = at;
-        for (size_t i = 0; i < d.size_.size(); ++i) at = std::copy_n(parts[i].data(), d.size_[i], at);
+        char *at = room(sizeof sizes + size);
+        d.parts_ = reinterpret_cast<const unsigned char *>(at);
+        at = std::copy_n(reinterpret_cast<const char *>(sizes), sizeof sizes, at);
+        for (size_t i = 0; i < std::size(parts); ++i) at = std::copy_n(parts[i].data(), sizes[i], at);
         return d;
     }
 
     Catalogue &cat_;
     const bool texts_;  // titles and descriptions are kept
+    const bool files_;  // files and support keys are kept
     SupportKeys support_;
     std::vector<CatalogueEntry> builtin_;
     char *next_ = nullptr;
@@ -376,9 +390,9 @@ private:
 };
 
 std::string_view DisplayText::part(size_t i) const {
-    size_t offset = 0;
-    for (size_t k = 0; k < i; ++k) offset += size_[k];
-    return {parts_ + offset, size_[i]};
+    size_t offset = std::size(kNone);
+    for (size_t k = 0; k < i; ++k) offset += parts_[k];
+    return {reinterpret_cast<const char *>(parts_) + offset, parts_[i]};
 }
 
 std::string services_dir(unsigned int location) {

@@ -19,7 +19,7 @@ namespace kovasvc {
 
 class Json;
 
-enum class Origin { BuiltIn, System, Package };
+enum class Origin : unsigned char { BuiltIn, System, Package };
 
 const char *origin_name(Origin origin);
 
@@ -37,24 +37,25 @@ private:
 
     std::string_view part(size_t i) const;
 
-    const char *parts_ = "";  // the five texts one after the other
-    std::array<unsigned char, 5> size_{};
+    // The sizes of the five texts (a byte each), then the texts one after the other.
+    const unsigned char *parts_ = kNone;
+    static constexpr unsigned char kNone[5] = {};
 };
 
 // One record of the catalogue, and its source.
 struct CatalogueEntry {
     const char *name = "";  // cut to 63 characters, as the record holds it
-    Origin origin = Origin::BuiltIn;
-    bool supported = false;
-    bool port_forward = false;
-    bool shadowed = false;  // a record of the same name comes earlier: lookups find that one
-    unsigned int dst_protocol = 0;
-    unsigned int src_protocol = 0;
     // The record's port items in their order, each as a run; empty when it has none.
     std::span<const PortRun> dst, src;
     DisplayText title, desc;
     std::string_view file;         // the .sc file; empty for built-in services
     std::string_view support_key;  // the built-in row's or the file's support key; may be empty
+    unsigned int dst_protocol = 0;
+    unsigned int src_protocol = 0;
+    Origin origin = Origin::BuiltIn;
+    bool supported = false;
+    bool port_forward = false;
+    bool shadowed = false;  // a record of the same name comes earlier: lookups find that one
 };
 
 class Catalogue {
@@ -63,8 +64,9 @@ public:
     Catalogue &operator=(Catalogue &&) = default;
 
     enum class Detail {
-        kPorts,  // the records' titles and descriptions are left empty
-        kTexts,  // and kept
+        kRows,   // what the table of `list` shows: files, support keys, titles and descriptions left empty
+        kPorts,  // the records' files and support keys kept, titles and descriptions left empty
+        kTexts,  // and those kept too
     };
 
     // Builds the catalogue: the built-in rows (rgServices) and every service section of the .sc

@@ -14,24 +14,33 @@ namespace kovasvc {
 
 namespace {
 
-void append_number(std::string &out, unsigned int n) {
-    char digits[16];
-    char *end = std::to_chars(digits, digits + sizeof digits, n).ptr;
-    out.append(digits, end);
+// Writes a run at `at`, which has room for kRunText bytes; where it ends.
+constexpr size_t kRunText = 24;  // two numbers of up to ten digits and a colon
+char *write_run(char *at, const PortRun &run) {
+    at = std::to_chars(at, at + 10, run.first).ptr;
+    if (run.first == run.last) return at;
+    *at++ = ':';
+    return std::to_chars(at, at + 10, run.last).ptr;
 }
 
 void append_run(std::string &out, const PortRun &run) {
-    append_number(out, run.first);
-    if (run.first == run.last) return;
-    out.push_back(':');
-    append_number(out, run.last);
+    char text[kRunText];
+    out.append(text, write_run(text, run));
 }
 
 void append_runs(std::string &out, std::span<const PortRun> runs) {
+    // A few runs at a time through a buffer on the stack.
+    char text[16 * (kRunText + 1)];
+    char *at = text;
     for (size_t i = 0; i < runs.size(); ++i) {
-        if (i != 0) out.push_back(',');
-        append_run(out, runs[i]);
+        if (at + kRunText + 1 > std::end(text)) {
+            out.append(text, at);
+            at = text;
+        }
+        if (i != 0) *at++ = ',';
+        at = write_run(at, runs[i]);
     }
+    out.append(text, at);
 }
 
 bool run_before(const PortRun &a, const PortRun &b) {

@@ -48,6 +48,22 @@ size_t longest_word(std::string_view text) {
     return longest;
 }
 
+// The display width of a cell; `ascii` is cleared when the cell has a byte above 0x7F.
+size_t measure(std::string_view text, bool &ascii) {
+    constexpr uint64_t kHigh = 0x8080808080808080u;
+    uint64_t any = 0;
+    size_t i = 0;
+    for (; i + 8 <= text.size(); i += 8) {
+        uint64_t x;
+        std::memcpy(&x, text.data() + i, 8);
+        any |= x;
+    }
+    for (; i < text.size(); ++i) any |= static_cast<unsigned char>(text[i]);
+    if ((any & kHigh) == 0) return text.size();
+    ascii = false;
+    return display_width(text);
+}
+
 }  // namespace
 
 size_t display_width(std::string_view text) {
@@ -149,12 +165,14 @@ std::string_view Table::cell(size_t r, size_t c) const {
     return std::string_view(text_).substr(begin, ends_[i] - begin);
 }
 
-std::vector<size_t> Table::widths(size_t width) const {
-    size_t n = align_.size();
+std::vector<size_t> Table::widths(size_t width, size_t rows, const RowFn &row, bool &ascii) const {
+    const size_t n = align_.size();
     std::vector<size_t> w(n);
-    for (size_t i = 0, begin = 0; i < ends_.size(); begin = ends_[i++]) {
-        const size_t c = i % n;
-        w[c] = std::max(w[c], display_width(std::string_view(text_).substr(begin, ends_[i] - begin)));
+    std::vector<std::string_view> cells(n);
+    ascii = true;
+    for (size_t r = 0; r <= rows; ++r) {
+        row(r, cells);
+        for (size_t c = 0; c < n; ++c) w[c] = std::max(w[c], measure(cells[c], ascii));
     }
     auto total = [&] {
         size_t t = n == 0 ? 0 : kGap * (n - 1);
@@ -165,12 +183,16 @@ std::vector<size_t> Table::widths(size_t width) const {
     // The least width of a column: its header's (at least 4), and for a flexible column, which
     // wraps between its words and never inside one, its longest word; never more than it needs.
     std::vector<size_t> least(n);
-    for (size_t c = 0; c < n; ++c) {
-        least[c] = std::max<size_t>(display_width(cell(0, c)), 4);
-        if (flexible_[c])
-            for (size_t r = 1; r <= rows_; ++r) least[c] = std::max(least[c], longest_word(cell(r, c)));
-        least[c] = std::min(least[c], w[c]);
+    for (size_t r = 0; r <= rows; ++r) {
+        row(r, cells);
+        for (size_t c = 0; c < n; ++c) {
+            if (r == 0)
+                least[c] = std::max<size_t>(display_width(cells[c]), 4);
+            else if (flexible_[c])
+                least[c] = std::max(least[c], longest_word(cells[c]));
+        }
     }
+    for (size_t c = 0; c < n; ++c) least[c] = std::min(least[c], w[c]);
     // Narrow the widest column that can still give way until the line fits: flexible columns
     // first, the others only when those are down to their least width.
     for (bool only_flexible : {true, false}) {
@@ -199,7 +221,22 @@ size_t Table::output_width() {
 }
 
 void Table::print(std::ostream &out, size_t width, size_t indent) const {
-    std::vector<size_t> w = widths(width > indent ? width - indent : 1);
+    print_from(out, width, indent, rows_, [this](size_t r, std::span<std::string_view> cells) {
+        for (size_t c = 0; c < cells.size(); ++c) cells[c] = cell(r, c);
+    });
+}
+
+void Table::print_rows(std::ostream &out, size_t count, const RowFn &row, size_t indent) const {
+    print_from(out, output_width(), indent, count, [&](size_t r, std::span<std::string_view> cells) {
+        if (r != 0) return row(r - 1, cells);
+        for (size_t c = 0; c < cells.size(); ++c) cells[c] = cell(0, c);
+    });
+}
+
+void Table::print_from(std::ostream &out, size_t width, size_t indent, size_t rows, const RowFn &row) const {
+    // Text without a byte above 0x7F (nearly every table) is as wide as it is long.
+    bool ascii_only = true;
+    std::vector<size_t> w = widths(width > indent ? width - indent : 1, rows, row, ascii_only);
     const size_t n = align_.size();
     // Lines not written yet, put together in place and written 64 KiB or more at a time.
     constexpr size_t kFlush = 64 * 1024;
@@ -236,12 +273,11 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
     };
     std::vector<std::vector<std::string>> cells(n);
     const size_t first = session().no_header ? 1 : 0;
-    for (size_t r = first, i = first * n; r <= rows_; ++r) {
+    for (size_t r = first; r <= rows; ++r) {
         bool fits = true;
-        for (size_t c = 0; c < n; ++c, ++i) {
-            const size_t begin = i == 0 ? 0 : ends_[i - 1];
-            views[c] = std::string_view(text_).substr(begin, ends_[i] - begin);
-            sizes[c] = display_width(views[c]);
+        row(r, views);
+        for (size_t c = 0; c < n; ++c) {
+            sizes[c] = ascii_only ? views[c].size() : display_width(views[c]);
             fits = fits && sizes[c] <= w[c];
         }
         if (fits) {
@@ -257,7 +293,7 @@ void Table::print(std::ostream &out, size_t width, size_t indent) const {
         for (size_t l = 0; l < height; ++l) {
             for (size_t c = 0; c < n; ++c) {
                 views[c] = l < cells[c].size() ? std::string_view(cells[c][l]) : std::string_view();
-                sizes[c] = display_width(views[c]);
+                sizes[c] = ascii_only ? views[c].size() : display_width(views[c]);
             }
             line();
         }

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <ostream>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,18 +27,20 @@ public:
     void add(std::initializer_list<std::string_view> row);
     void add(const std::vector<std::string> &row);
     bool empty() const { return rows_ == 0; }
-    // Room for that many rows (more than they need costs only addresses: the pages that are not
-    // written are never touched), so that the cells are not copied as the table grows.
-    void reserve(size_t rows) {
-        ends_.reserve((rows + 1) * align_.size());
-        text_.reserve(rows * 256);
-    }
 
     // Prints the header (unless --no-header) and the rows, each line starting with `indent`
     // spaces and no longer than `width` characters (as far as the headers allow; a word of the
     // last column that is longer than the room left, such as a long path, runs past it).
     void print(std::ostream &out, size_t indent = 0) const { print(out, output_width(), indent); }
     void print(std::ostream &out, size_t width, size_t indent) const;
+
+    // The cells of a row made on demand: row(r, cells) puts one view per column into `cells`,
+    // valid until the next call.
+    using RowFn = std::function<void(size_t, std::span<std::string_view>)>;
+    // Prints the header and `count` rows that are not kept in the table but made by `row` (r
+    // from 0), each asked for once to measure it and once to print it: a long table without a
+    // copy of its cells. The table's own rows are not printed.
+    void print_rows(std::ostream &out, size_t count, const RowFn &row, size_t indent = 0) const;
 
     // The width of the terminal on standard output (COLUMNS, else the terminal's own); no limit
     // when standard output is not a terminal.
@@ -47,7 +51,11 @@ private:
     void add_cells(const Cells &row);
     // Cell `c` of row `r`; row 0 is the header.
     std::string_view cell(size_t r, size_t c) const;
-    std::vector<size_t> widths(size_t width) const;
+    // The widths of the columns for lines of at most `width` characters, over the header and
+    // `rows` rows that row(1..rows) gives (row(0) is the header); `ascii` tells whether no cell
+    // has a byte above 0x7F.
+    std::vector<size_t> widths(size_t width, size_t rows, const RowFn &row, bool &ascii) const;
+    void print_from(std::ostream &out, size_t width, size_t indent, size_t rows, const RowFn &row) const;
 
     std::vector<Align> align_;
     std::vector<bool> flexible_;
