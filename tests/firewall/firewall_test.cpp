@@ -210,6 +210,20 @@ TEST_F(Fw, ScSectionsFirstInWalkOrderFieldsAndFind) {
                      "firewall_service_find.cpp:N Bad parameters"}));
 }
 
+// A section that fails its check late (its strings already taken) leaves nothing in the next record.
+TEST_F(Fw, FailedSectionLeavesNothingToTheNext) {
+    const char *keys = "title_key=p:s:t\ndesc_key=q:r:d\ndesc_extra=X\nport_forward=yes\nsrc.ports=7/udp";
+    write(kSys + std::string("a.sc"), section("bad", "99999/tcp", keys) + section("good", "80/tcp"));
+    auto list = enumerate();
+    EXPECT_EQ(KOVAFWServiceFind(list.get(), "bad"), nullptr);
+    const KOVA_FW_SERVICE *good = KOVAFWServiceFind(list.get(), "good");
+    ASSERT_NE(good, nullptr);
+    EXPECT_EQ(record(*good), "good 0: 1:80 f0 s1");
+    const KOVA_SERVICE_STRING &t = good->title, &d = good->desc;
+    EXPECT_EQ(Texts({t.prefix, t.section, t.key, t.text, d.prefix, d.section, d.key, d.text, d.extraText}),
+              Texts({"", "", "", "Title good", "", "", "", "Desc good", ""}));
+}
+
 // The defaults file decides for table rows with a support key and for .sc files with one.
 TEST_F(Fw, SupportedFromDefaultsFile) {
     // Many keys (found through a table), and a key's first line counts: "supportno" reads "no".
