@@ -215,7 +215,12 @@ Result<KeyValueFile> read_key_value_file(const char *path) {
     KeyValueFile file;
     const size_t size = read_regular_file(FileRef{path}, file.text_);
     if (size == kNone) return KOVA_FAILURE(KOVA_ERR_FILE_OPEN);
-    kova::ini::for_each_line(std::string_view(file.text_.data.get(), size), [&](const kova::ini::Line &line) {
+    // Room for a key on every line, taken at once: the array does not move as it fills (a catalogue
+    // build reads the file before its records are made, when freeing old storage could hand the
+    // last catalogue's freed memory back to the system, only for the records to fault it in again).
+    const std::string_view text(file.text_.data.get(), size);
+    file.entries_.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
+    kova::ini::for_each_line(text, [&](const kova::ini::Line &line) {
         if (line.kind == kova::ini::Kind::kKey) file.entries_.push_back({line.name, line.value});
         return true;
     });

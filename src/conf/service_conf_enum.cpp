@@ -18,9 +18,9 @@ constexpr size_t kPathMax = 4096;  // paths are formed as in a 4096-byte buffer
 
 // Every entry of one services.d directory to `visitor`, opened through the directory by name;
 // the number it took, or -1 when the directory cannot be scanned.
-int each_in_dir(const kova::Door &door, std::string_view fixed_dir, int location, kova::conf::FileVisitor &visitor) {
+int each_in_dir(const kova::Door &door, std::string_view fixed_dir, int location, kova::conf::FileVisitor &visitor,
+                std::vector<kova::DirEntry> &entries) {
     const std::string dir = door.path(fixed_dir);
-    std::vector<kova::DirEntry> entries;
     kova::System &sys = door.sys();
     const kova::FileHandle listed(sys, sys.open_dir(dir.c_str(), entries));
     if (!listed) {
@@ -67,13 +67,19 @@ namespace kova::conf {
 
 int each_conf_file(int locations, FileVisitor &visitor) {
     const Door door;
+    // Both listings are freed once every file is read: freeing a large block while the visitor
+    // still makes its records would let the C library hand the free memory above it back to the
+    // system, for the records to fault it in again.
+    std::vector<DirEntry> system_entries;
+    std::vector<DirEntry> package_entries;
     int count = 0;
     if ((locations & KOVA_CONF_LOCATION_SYSTEM) != 0) {
-        const int n = each_in_dir(door, paths::kSystemServicesDir, KOVA_CONF_LOCATION_SYSTEM, visitor);
+        const int n = each_in_dir(door, paths::kSystemServicesDir, KOVA_CONF_LOCATION_SYSTEM, visitor, system_entries);
         if (n >= 0) count = n;
     }
     if ((locations & KOVA_CONF_LOCATION_PACKAGE) != 0) {
-        const int n = each_in_dir(door, paths::kPackageServicesDir, KOVA_CONF_LOCATION_PACKAGE, visitor);
+        const int n =
+            each_in_dir(door, paths::kPackageServicesDir, KOVA_CONF_LOCATION_PACKAGE, visitor, package_entries);
         if (n > 0) count += n;
     }
     return count;

@@ -205,7 +205,8 @@ private:
     }
 
     bool section(const char *path, const char *name, const kova::conf::ScSection *keys) override {
-        kova::FwServicePtr record(kova::calloc_record<KOVA_FW_SERVICE>());
+        kova::FwServicePtr record =
+            spare_ ? std::move(spare_) : kova::FwServicePtr(kova::calloc_record<KOVA_FW_SERVICE>());
         if (!record) {
             KOVA_SET_ERR(KOVA_ERR_OUT_OF_MEMORY);
             KOVA_LOG("Failed to allocate for service, kovaerr=" KOVA_ERRFMT, KOVA_ERRARGS);
@@ -213,8 +214,11 @@ private:
         }
         fields_.title = &record->title;
         fields_.desc = &record->desc;
-        if (!kova::conf::check_section(path, name, keys != nullptr ? keys->key_count() : 0, keys, fields_))
+        if (!kova::conf::check_section(path, name, keys != nullptr ? keys->key_count() : 0, keys, fields_)) {
+            std::memset(record.get(), 0, sizeof *record);
+            spare_ = std::move(record);
             return false;
+        }
         kova::copy_field(record->name, name);
         record->portForward = fields_.portForward;
         if (fields_.has_src &&
@@ -242,6 +246,11 @@ private:
     kova::fw::RecordSink *sink_;
     kova::conf::ScFile scratch_;
     kova::conf::SectionFields fields_;
+    // The record of a section that failed its check, zeroed again for the next one. It is freed
+    // with the builder, once every record is made: freed in the middle of the build, next to the
+    // free memory the last catalogue left, it would let the C library hand that memory back to
+    // the system, only for the records that follow to fault it in again.
+    kova::FwServicePtr spare_;
     KOVA_FW_SERVICE *head_ = nullptr;
     KOVA_FW_SERVICE **tail_ = &head_;
     int count_ = 0;

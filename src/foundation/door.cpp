@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <langinfo.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -140,6 +141,16 @@ int System::open_dir(const char *path, std::vector<DirEntry> &entries) {
         errno = error;
         return -1;
     };
+    // Room for as many entries as the directory's size can hold (12 bytes at least each on the
+    // common file systems), taken at once: the array does not move, freeing its old storage, as it
+    // fills. A size that says nothing leaves it to grow.
+    struct stat st;
+    if (::fstat(fd, &st) == 0 && st.st_size > 0) {
+        try {
+            entries.reserve(std::min<size_t>(static_cast<size_t>(st.st_size) / 12, size_t{1} << 16));
+        } catch (const std::bad_alloc &) {
+        }
+    }
     alignas(dirent64) char buf[32768];  // as much as the C library's streams read at once
     for (;;) {
         const ssize_t n = ::getdents64(fd, buf, sizeof buf);
