@@ -3,6 +3,7 @@
 // functions turn its failures into the error state and its entries into a linked list.
 #include <kovaserviceconf.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -57,6 +58,7 @@ bool parse_plain_port_list(std::string_view text, PortList &list) {
         text = text.substr(0, slash);
     }
     list.entries.clear();
+    list.entries.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), ',')) + 1);
     PortEntry entry;
     uint32_t value = 0;
     size_t digits = 0;

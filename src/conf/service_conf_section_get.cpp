@@ -2,9 +2,11 @@
 // display-string keys ("prefix:section:key") and freeing section lists.
 #include <kovaserviceconf.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "conf/conf_internal.h"
 #include "foundation/guard.h"
@@ -19,11 +21,18 @@ bool word_byte(char c) {
            c == '.';
 }
 
-// Trims a piece of a string key in place with the platform's notion of white space; a piece that
-// starts and ends with a word byte (nearly all) is left as it is.
-bool trim_piece(char *piece) {
-    if (piece[0] == '\0' || (word_byte(piece[0]) && word_byte(piece[std::strlen(piece) - 1]))) return true;
-    return KVLIBCStrTrimSpace(piece, 0) >= 0;
+// A piece of a string key that trimming leaves as it is: empty, or starting and ending with a
+// word byte (nearly every piece).
+bool plain_piece(std::string_view piece) {
+    return piece.empty() || (word_byte(piece.front()) && word_byte(piece.back()));
+}
+
+// A piece into a fixed field, cut to the field's size less one.
+template <size_t N>
+void copy_piece(char (&field)[N], std::string_view piece) {
+    const size_t size = std::min(piece.size(), N - 1);
+    std::memcpy(field, piece.data(), size);
+    field[size] = '\0';
 }
 
 int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
@@ -32,29 +41,38 @@ int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
         kova::copy_field(pString->text, szStringKey);
         return 0;
     }
-    // One copy of the text, cut into its pieces at the colons that separate them; each piece is
-    // trimmed in place with the platform's notion of white space. The prefix is the empty text
-    // when there is only one colon.
-    const size_t size = std::strlen(szStringKey);
+    // The pieces between the colons: prefix, section and key, or section and key when there is
+    // only one colon (the prefix is then the empty text).
+    const std::string_view whole(szStringKey);
+    const size_t one = static_cast<size_t>(first - szStringKey);
+    const size_t two = whole.find(':', one + 1);
+    std::string_view pieces[3] = {{}, whole.substr(0, one), whole.substr(one + 1)};
+    if (two != std::string_view::npos)
+        pieces[0] = pieces[1], pieces[1] = whole.substr(one + 1, two - one - 1), pieces[2] = whole.substr(two + 1);
+    if (plain_piece(pieces[0]) && plain_piece(pieces[1]) && plain_piece(pieces[2])) {
+        copy_piece(pString->prefix, pieces[0]);
+        copy_piece(pString->section, pieces[1]);
+        copy_piece(pString->key, pieces[2]);
+        return 0;
+    }
+    // Otherwise each piece is trimmed with the platform's notion of white space, in a copy of the
+    // text cut at the colons.
     char small[512];
     std::unique_ptr<char[]> large;
-    char *text = size < sizeof small ? small : (large = std::make_unique_for_overwrite<char[]>(size + 1)).get();
-    std::memcpy(text, szStringKey, size + 1);
+    char *text =
+        whole.size() < sizeof small ? small : (large = std::make_unique_for_overwrite<char[]>(whole.size() + 1)).get();
+    std::memcpy(text, szStringKey, whole.size() + 1);
     char empty[1] = "";
-    char *prefix = empty;
-    char *section = text;
-    char *key = text + (first - szStringKey);
-    *key++ = '\0';
-    if (char *second = std::strchr(key, ':'); second != nullptr) {
-        *second = '\0';
-        prefix = section;
-        section = key;
-        key = second + 1;
+    char *cut[3] = {empty, nullptr, nullptr};
+    for (size_t i = two == std::string_view::npos ? 1 : 0; i < 3; ++i) {
+        cut[i] = text + (pieces[i].data() - szStringKey);
+        cut[i][pieces[i].size()] = '\0';
     }
-    if (!trim_piece(prefix) || !trim_piece(section) || !trim_piece(key)) return -1;
-    kova::copy_field(pString->prefix, prefix);
-    kova::copy_field(pString->section, section);
-    kova::copy_field(pString->key, key);
+    for (char *piece : cut)
+        if (KVLIBCStrTrimSpace(piece, 0) < 0) return -1;
+    kova::copy_field(pString->prefix, cut[0]);
+    kova::copy_field(pString->section, cut[1]);
+    kova::copy_field(pString->key, cut[2]);
     return 0;
 }
 

@@ -40,6 +40,8 @@ using PortRangePtr = std::unique_ptr<KVLIB_PORT_RANGE, FnDeleter<KVLIBPortRangeD
 template <class T>
 T *calloc_record() noexcept {
     void *record = std::malloc(sizeof(T));
+    // Kept from the compiler, which would make the pair a calloc again.
+    asm volatile("" : "+r"(record));
     if (record != nullptr) std::memset(record, 0, sizeof(T));
     return static_cast<T *>(record);
 }

@@ -154,12 +154,33 @@ size_t list_dir(Dir &d) {
         return 0;
     }
     const char *names = d.names.data();
-    if (reinterpret_cast<uintptr_t>(nl_langinfo(_NL_COLLATE_NRULES)) == 0)
-        std::sort(d.starts.begin(), d.starts.end(),
-                  [names](uint32_t a, uint32_t b) { return std::strcmp(names + a, names + b) < 0; });
-    else
+    if (reinterpret_cast<uintptr_t>(nl_langinfo(_NL_COLLATE_NRULES)) != 0) {
         std::sort(d.starts.begin(), d.starts.end(),
                   [names](uint32_t a, uint32_t b) { return std::strcoll(names + a, names + b) < 0; });
+        return d.starts.size();
+    }
+    // By bytes: the first eight of each name as a number that orders as they do, the rest
+    // compared only where those are equal.
+    struct Keyed {
+        uint64_t prefix;
+        uint32_t start;
+    };
+    std::vector<Keyed> keyed;
+    keyed.reserve(d.starts.size());
+    for (uint32_t start : d.starts) {
+        uint64_t prefix = 0;
+        bool ended = false;  // no byte is read past the name's NUL
+        for (size_t i = 0; i < 8; ++i) {
+            const unsigned char c = ended ? 0 : static_cast<unsigned char>(names[start + i]);
+            ended = c == 0;
+            prefix = prefix << 8 | c;
+        }
+        keyed.push_back({prefix, start});
+    }
+    std::sort(keyed.begin(), keyed.end(), [names](const Keyed &a, const Keyed &b) {
+        return a.prefix != b.prefix ? a.prefix < b.prefix : std::strcmp(names + a.start, names + b.start) < 0;
+    });
+    for (size_t i = 0; i < keyed.size(); ++i) d.starts[i] = keyed[i].start;
     return d.starts.size();
 }
 
