@@ -31,7 +31,7 @@ bool plain_piece(std::string_view piece) {
 template <size_t N>
 void copy_piece(char (&field)[N], std::string_view piece) {
     const size_t size = std::min(piece.size(), N - 1);
-    std::memcpy(field, piece.data(), size);
+    if (size != 0) std::memcpy(field, piece.data(), size);  // an empty piece may have no data
     field[size] = '\0';
 }
 
