@@ -3,7 +3,6 @@
 // functions turn its failures into the error state and its entries into a linked list.
 #include <kovaserviceconf.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -43,55 +42,7 @@ Result<int> protocol_of(std::string_view text) {
     return f;
 }
 
-namespace {
-
-// A list as nearly every file writes it: items of digits ("80", "8000:8010") separated by
-// commas, then "/tcp", "/udp", "/tcp,udp" or nothing, without spaces or anything else; read in
-// one pass. False at anything else (the entries then left for the full parse, which has the log
-// lines of the failures).
-bool parse_plain_port_list(std::string_view text, PortList &list) {
-    int flags = KOVA_PROTO_BOTH;
-    if (const size_t slash = text.find('/'); slash != std::string_view::npos) {
-        const std::string_view words = text.substr(slash + 1);
-        if (words != "tcp" && words != "udp" && words != "tcp,udp") return false;
-        flags = protocol_flags(words);
-        text = text.substr(0, slash);
-    }
-    list.entries.clear();
-    list.entries.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), ',')) + 1);
-    PortEntry entry;
-    uint32_t value = 0;
-    size_t digits = 0;
-    for (size_t i = 0; i <= text.size(); ++i) {
-        const char c = i < text.size() ? text[i] : ',';
-        if (c >= '0' && c <= '9') {
-            value = value * 10 + static_cast<uint32_t>(c - '0');
-            if (value > kMaxPort) return false;
-            ++digits;
-            continue;
-        }
-        if (digits == 0) return false;
-        if (c == ':' && !entry.range) {
-            entry.begin = value;
-            entry.range = true;
-        } else if (c == ',') {
-            (entry.range ? entry.end : entry.begin) = value;
-            list.entries.push_back(entry);
-            entry = PortEntry{};
-        } else {
-            return false;
-        }
-        value = 0;
-        digits = 0;
-    }
-    list.protocol = static_cast<uint32_t>(flags);
-    return true;
-}
-
-}  // namespace
-
 Result<void> parse_port_list(std::string_view text, PortList &list) {
-    if (parse_plain_port_list(text, list)) return {};
     const PortListText parts = split_port_list(text);
     const Result<int> flags = protocol_of(parts.has_protocol ? trim(parts.protocol) : std::string_view());
     if (!flags) return flags.failure();

@@ -2,7 +2,6 @@
 // display-string keys ("prefix:section:key") and freeing section lists.
 #include <kovaserviceconf.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -27,14 +26,6 @@ bool plain_piece(std::string_view piece) {
     return piece.empty() || (word_byte(piece.front()) && word_byte(piece.back()));
 }
 
-// A piece into a fixed field, cut to the field's size less one.
-template <size_t N>
-void copy_piece(char (&field)[N], std::string_view piece) {
-    const size_t size = std::min(piece.size(), N - 1);
-    if (size != 0) std::memcpy(field, piece.data(), size);  // an empty piece may have no data
-    field[size] = '\0';
-}
-
 int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
     const char *first = std::strchr(szStringKey, ':');
     if (first == nullptr) {
@@ -50,9 +41,9 @@ int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
     if (two != std::string_view::npos)
         pieces[0] = pieces[1], pieces[1] = whole.substr(one + 1, two - one - 1), pieces[2] = whole.substr(two + 1);
     if (plain_piece(pieces[0]) && plain_piece(pieces[1]) && plain_piece(pieces[2])) {
-        copy_piece(pString->prefix, pieces[0]);
-        copy_piece(pString->section, pieces[1]);
-        copy_piece(pString->key, pieces[2]);
+        kova::copy_field(pString->prefix, pieces[0]);
+        kova::copy_field(pString->section, pieces[1]);
+        kova::copy_field(pString->key, pieces[2]);
         return 0;
     }
     // Otherwise each piece is trimmed with the platform's notion of white space, in a copy of the

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 namespace kova {
 
@@ -48,10 +49,14 @@ T *calloc_record() noexcept {
 
 // Bounded copy into a fixed text field: at most N-1 bytes, always terminated.
 template <size_t N>
-void copy_field(char (&dst)[N], const char *src) noexcept {
-    const size_t size = src != nullptr ? strnlen(src, N - 1) : 0;
-    if (size != 0) std::memcpy(dst, src, size);
+void copy_field(char (&dst)[N], std::string_view src) noexcept {
+    const size_t size = src.size() < N - 1 ? src.size() : N - 1;
+    if (size != 0) std::memcpy(dst, src.data(), size);  // an empty text may have no data
     dst[size] = '\0';
+}
+template <size_t N>
+void copy_field(char (&dst)[N], const char *src) noexcept {
+    copy_field(dst, std::string_view(src != nullptr ? src : "", src != nullptr ? strnlen(src, N - 1) : 0));
 }
 
 }  // namespace kova
