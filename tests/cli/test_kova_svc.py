@@ -147,6 +147,12 @@ class Ports(Sandbox):
         self.assertEqual(len(doc["warnings"]), 1)
         clean = self.svc("check", "41000:41010/udp", "--json")
         self.assertEqual((clean.status, clean.json()["conflict"], clean.json()["holders"]), (0, False, []))
+        # A name of several-byte characters takes its width, not its bytes: the columns still line up.
+        with open(self.path("etc/portforward/rule.conf"), "a", encoding="utf-8") as f:
+            f.write('\n[rule_9]\nservice_id="café_ü"\nprotocol name="tcp"\ns_port="6690"\nr_port="6690"\n')
+        rows = [l for l in self.svc("check", "6690/tcp").out.splitlines() if l.startswith("6690")]
+        self.assertEqual(len(rows), 4, rows)
+        self.assertEqual(len({l.index("[rule") for l in rows}), 1, rows)
 
     def test_ports_in_use_are_reported_whoever_holds_them(self):
         self.live()

@@ -48,22 +48,6 @@ size_t longest_word(std::string_view text) {
     return longest;
 }
 
-// The display width of a cell; `ascii` is cleared when the cell has a byte above 0x7F.
-size_t measure(std::string_view text, bool &ascii) {
-    constexpr uint64_t kHigh = 0x8080808080808080u;
-    uint64_t any = 0;
-    size_t i = 0;
-    for (; i + 8 <= text.size(); i += 8) {
-        uint64_t x;
-        std::memcpy(&x, text.data() + i, 8);
-        any |= x;
-    }
-    for (; i < text.size(); ++i) any |= static_cast<unsigned char>(text[i]);
-    if ((any & kHigh) == 0) return text.size();
-    ascii = false;
-    return display_width(text);
-}
-
 }  // namespace
 
 size_t display_width(std::string_view text) {
@@ -172,7 +156,11 @@ std::vector<size_t> Table::widths(size_t width, size_t rows, const RowFn &row, b
     ascii = true;
     for (size_t r = 0; r <= rows; ++r) {
         row(r, cells);
-        for (size_t c = 0; c < n; ++c) w[c] = std::max(w[c], measure(cells[c], ascii));
+        for (size_t c = 0; c < n; ++c) {
+            const size_t cell = display_width(cells[c]);
+            ascii = ascii && cell == cells[c].size();
+            w[c] = std::max(w[c], cell);
+        }
     }
     auto total = [&] {
         size_t t = n == 0 ? 0 : kGap * (n - 1);

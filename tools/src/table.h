@@ -52,8 +52,8 @@ private:
     // Cell `c` of row `r`; row 0 is the header.
     std::string_view cell(size_t r, size_t c) const;
     // The widths of the columns for lines of at most `width` characters, over the header and
-    // `rows` rows that row(1..rows) gives (row(0) is the header); `ascii` tells whether no cell
-    // has a byte above 0x7F.
+    // `rows` rows that row(1..rows) gives (row(0) is the header); `ascii` tells whether every cell
+    // is as wide as it is long (no multi-byte character), so that its size is its width.
     std::vector<size_t> widths(size_t width, size_t rows, const RowFn &row, bool &ascii) const;
     void print_from(std::ostream &out, size_t width, size_t indent, size_t rows, const RowFn &row) const;
 
