@@ -166,6 +166,14 @@ class Ports(Sandbox):
             self.assertEqual((h["source"], h["pid"], h["state"], h["visible"]), ("in-use", os.getpid(), "LISTEN", True))
             self.assertIn("%d\ttcp\t%d" % (port, os.getpid()),
                           ["\t".join(l.split()[:3]) for l in self.svc("sockets", "--listening").lines()])
+            # The same port on IPv6 too, by the same process: still one line.
+            if socket.has_ipv6 and os.path.exists("/proc/net/tcp6"):
+                with socket.socket(socket.AF_INET6) as s6:
+                    s6.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
+                    s6.bind(("::1", port))
+                    s6.listen()
+                    mine = [l for l in self.svc("sockets").lines() if l.split()[:3] == [str(port), "tcp", str(os.getpid())]]
+                    self.assertEqual(len(mine), 1, mine)
             self.assertEqual(self.svc("check", "%d/tcp" % port).status, 1)
             # A service does not collide with itself while it runs.
             self.write(PKG + "/own.sc", "[own]\ntitle=T\ndesc=D\ndst.ports=%d/tcp\n" % port)

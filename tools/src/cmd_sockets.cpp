@@ -1,5 +1,7 @@
 // kova-svc sockets: the ports in use and the processes that hold them.
+#include <charconv>
 #include <iostream>
+#include <string_view>
 
 #include "commands.h"
 #include "holders.h"
@@ -35,13 +37,22 @@ int run_sockets(const Args &args) {
     t.flexible(4);
     t.align(0, Table::Align::Right);
     t.align(2, Table::Align::Right);
-    std::vector<std::string> last;
+    // A socket's line; two sockets that read the same are listed once.
+    auto program = [](const Holder &h) -> std::string_view {
+        return h.visible ? (h.program.empty() ? "-" : std::string_view(h.program)) : "(not visible to this user)";
+    };
+    auto same_line = [&](const Holder &a, const Holder &b) {
+        return a.run.first == b.run.first && a.protocols == b.protocols && a.visible == b.visible &&
+               (!a.visible || a.pid == b.pid) && a.state == b.state && program(a) == program(b);
+    };
+    const Holder *last = nullptr;
     for (const auto &h : report.holders) {
-        std::vector<std::string> row = {
-            std::to_string(h.run.first), protocol_names(h.protocols), h.visible ? std::to_string(h.pid) : "-", h.state,
-            h.visible ? (h.program.empty() ? "-" : h.program) : "(not visible to this user)"};
-        if (row != last) t.add(row);
-        last = row;
+        if (last != nullptr && same_line(*last, h)) continue;
+        last = &h;
+        char port[16], pid[16] = "-";
+        *std::to_chars(port, port + sizeof port - 1, h.run.first).ptr = '\0';
+        if (h.visible) *std::to_chars(pid, pid + sizeof pid - 1, h.pid).ptr = '\0';
+        t.add({port, protocol_names(h.protocols), pid, h.state, program(h)});
     }
     if (!t.empty()) t.print(std::cout);
     return kExitOk;

@@ -6,6 +6,8 @@
 #include <map>
 #include <optional>
 #include <tuple>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "args.h"
 #include "catalogue.h"
@@ -167,37 +169,49 @@ bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
     if (!owners) return false;
     DListPtr sockets(RawSocketInfoListFetch(KOVA_PROTO_BOTH));
     if (!sockets) return false;
-    std::map<uint32_t, std::string> programs;
-    std::set<std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>> listed;  // pid, state, port, protocol
-    std::set<std::pair<unsigned int, unsigned int>> seen;                 // port, protocol with a visible owner
-    std::set<std::pair<unsigned int, unsigned int>> unowned;              // protocol (TCP first), port
+    // Keys of a port and protocol, and of a process holding a socket in a state.
+    auto port_key = [](uint32_t port, uint32_t protocol) { return uint64_t{protocol} << 32 | port; };
+    struct Listed {
+        uint64_t pid_state, port_protocol;
+        bool operator==(const Listed &) const = default;
+    };
+    struct ListedHash {
+        size_t operator()(const Listed &k) const { return std::hash<uint64_t>{}(k.pid_state * 31 + k.port_protocol); }
+    };
+    std::unordered_map<uint32_t, std::string> programs;
+    std::unordered_set<Listed, ListedHash> listed;
+    std::unordered_set<uint64_t> seen;                           // port and protocol with a visible owner
+    std::vector<std::pair<unsigned int, unsigned int>> unowned;  // protocol, port
     for (const auto &s : DListRecords<RawSocketInfo>(sockets.get())) {
         if ((s.protocol & q.protocols) == 0) continue;
-        if (listening(s.protocol, s.state) && in_runs(q, s.port)) unowned.insert({s.protocol, s.port});
-        if (q.listening_only && !listening(s.protocol, s.state)) continue;
+        const bool asked = s.port != 0 && in_runs(q, s.port);
+        if (listening(s.protocol, s.state) && asked) unowned.emplace_back(s.protocol, s.port);
+        if (!asked || (q.listening_only && !listening(s.protocol, s.state))) continue;
         SzListPtr pids(InodeToPidsGet(owners.get(), s.inode));
         if (!pids) return false;
-        for (const auto &text : list_items(pids.get())) {
-            const auto pid = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
-            if (!listed.insert({pid, s.state, s.port, s.protocol}).second) continue;
+        for (int i = 0; i < pids->nItem; ++i) {
+            const auto pid = static_cast<uint32_t>(std::strtoul(KVLIBCSzListGet(pids.get(), i), nullptr, 10));
+            if (!listed.insert({uint64_t{pid} << 32 | s.state, port_key(s.port, s.protocol)}).second) continue;
             auto [program, fresh] = programs.try_emplace(pid);
             if (fresh) {
                 TextPtr command(ProgramCommandFetch(pid));
                 if (command) program->second = command.get();
             }
-            Holder like;
-            like.source = HolderSource::InUse;
-            like.protocols = s.protocol;
-            like.pid = pid;
-            like.program = program->second;
-            like.state = socket_state(s.protocol, s.state);
-            const size_t before = out.size();
-            add(out, q, {s.port, s.port}, like);
-            if (out.size() != before) seen.insert({s.port, s.protocol});
+            Holder &h = out.emplace_back();
+            h.source = HolderSource::InUse;
+            h.run = {s.port, s.port};
+            h.protocols = s.protocol;
+            h.pid = pid;
+            h.program = program->second;
+            h.state = socket_state(s.protocol, s.state);
+            seen.insert(port_key(s.port, s.protocol));
         }
     }
+    // TCP before UDP, each by port.
+    std::sort(unowned.begin(), unowned.end());
+    unowned.erase(std::unique(unowned.begin(), unowned.end()), unowned.end());
     for (const auto &[protocol, port] : unowned) {
-        if (seen.count({port, protocol}) != 0) continue;
+        if (seen.count(port_key(port, protocol)) != 0) continue;
         Holder h;
         h.source = HolderSource::InUse;
         h.run = {port, port};
@@ -281,14 +295,20 @@ HolderReport find_holders(const HolderQuery &q) {
             report.in_use_known = false;
         }
     }
-    std::stable_sort(h.begin(), h.end(), [](const Holder &a, const Holder &b) {
+    // Sorted by position, so that no holder moves until it goes to its place.
+    std::vector<uint32_t> order(h.size());
+    for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::stable_sort(order.begin(), order.end(), [&h](uint32_t i, uint32_t j) {
+        const Holder &a = h[i], &b = h[j];
         return std::tie(a.run.first, a.run.last, a.source, a.name, a.pid) <
                std::tie(b.run.first, b.run.last, b.source, b.name, b.pid);
     });
     // One line for the neighbouring ports of one declaration ("5000", "5001": 5000:5001).
     std::vector<Holder> joined;
+    joined.reserve(h.size());
     std::map<std::tuple<HolderSource, std::string, std::string, std::string, unsigned int>, size_t> last;
-    for (auto &x : h) {
+    for (const uint32_t i : order) {
+        Holder &x = h[i];
         if (x.source != HolderSource::InUse) {
             auto key = std::make_tuple(x.source, x.name, x.file, x.setting, x.protocols);
             auto it = last.find(key);
