@@ -175,11 +175,9 @@ bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
         uint64_t pid_state, port_protocol;
         bool operator==(const Listed &) const = default;
     };
-    struct ListedHash {
-        size_t operator()(const Listed &k) const { return std::hash<uint64_t>{}(k.pid_state * 31 + k.port_protocol); }
-    };
+    auto hash = [](const Listed &k) { return std::hash<uint64_t>{}(k.pid_state * 31 + k.port_protocol); };
     std::unordered_map<uint32_t, std::string> programs;
-    std::unordered_set<Listed, ListedHash> listed;
+    std::unordered_set<Listed, decltype(hash)> listed(0, hash);
     std::unordered_set<uint64_t> seen;                           // port and protocol with a visible owner
     std::vector<std::pair<unsigned int, unsigned int>> unowned;  // protocol, port
     for (const auto &s : DListRecords<RawSocketInfo>(sockets.get())) {
@@ -343,32 +341,30 @@ void holder_json(Json &json, const Holder &h) {
         else
             json.string(s);
     };
-    {
-        bool process = h.source == HolderSource::InUse;
-        json.begin_object();
-        json.key("source").string(source_name(h.source));
-        json.key("name");
-        text_or_null(h.name);
-        json.key("ports");
-        runs_json(json, {h.run});
-        json.key("protocols");
-        protocols_json(json, h.protocols);
-        json.key("file");
-        text_or_null(h.file);
-        json.key("setting");
-        text_or_null(process ? "" : h.setting);
-        json.key("pid");
-        if (process && h.visible)
-            json.number(h.pid);
-        else
-            json.null();
-        json.key("program");
-        text_or_null(h.program);
-        json.key("state");
-        text_or_null(h.state);
-        json.key("visible").boolean(h.visible);
-        json.end_object();
-    }
+    const bool process = h.source == HolderSource::InUse;
+    json.begin_object();
+    json.key("source").string(source_name(h.source));
+    json.key("name");
+    text_or_null(h.name);
+    json.key("ports");
+    runs_json(json, {h.run});
+    json.key("protocols");
+    protocols_json(json, h.protocols);
+    json.key("file");
+    text_or_null(h.file);
+    json.key("setting");
+    text_or_null(process ? "" : h.setting);
+    json.key("pid");
+    if (process && h.visible)
+        json.number(h.pid);
+    else
+        json.null();
+    json.key("program");
+    text_or_null(h.program);
+    json.key("state");
+    text_or_null(h.state);
+    json.key("visible").boolean(h.visible);
+    json.end_object();
 }
 
 void socket_json(Json &json, const Holder &h) {
