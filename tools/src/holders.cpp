@@ -182,8 +182,8 @@ bool in_use(const HolderQuery &q, std::vector<Holder> &out) {
     std::vector<std::pair<unsigned int, unsigned int>> unowned;  // protocol, port
     for (const auto &s : DListRecords<RawSocketInfo>(sockets.get())) {
         if ((s.protocol & q.protocols) == 0) continue;
-        const bool asked = s.port != 0 && in_runs(q, s.port);
-        if (listening(s.protocol, s.state) && asked) unowned.emplace_back(s.protocol, s.port);
+        const bool in = in_runs(q, s.port), asked = in && s.port != 0;  // port 0 is never a holder's
+        if (listening(s.protocol, s.state) && in) unowned.emplace_back(s.protocol, s.port);
         if (!asked || (q.listening_only && !listening(s.protocol, s.state))) continue;
         SzListPtr pids(InodeToPidsGet(owners.get(), s.inode));
         if (!pids) return false;
