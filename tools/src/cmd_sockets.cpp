@@ -37,22 +37,14 @@ int run_sockets(const Args &args) {
     t.flexible(4);
     t.align(0, Table::Align::Right);
     t.align(2, Table::Align::Right);
-    // A socket's line; two sockets that read the same are listed once.
-    auto program = [](const Holder &h) -> std::string_view {
-        return h.visible ? (h.program.empty() ? "-" : std::string_view(h.program)) : "(not visible to this user)";
-    };
-    auto same_line = [&](const Holder &a, const Holder &b) {
-        return a.run.first == b.run.first && a.protocols == b.protocols && a.visible == b.visible &&
-               (!a.visible || a.pid == b.pid) && a.state == b.state && program(a) == program(b);
-    };
-    const Holder *last = nullptr;
+    // One line a holder: the holders of a port are one a process and state already.
     for (const auto &h : report.holders) {
-        if (last != nullptr && same_line(*last, h)) continue;
-        last = &h;
         char port[16], pid[16] = "-";
         *std::to_chars(port, port + sizeof port - 1, h.run.first).ptr = '\0';
         if (h.visible) *std::to_chars(pid, pid + sizeof pid - 1, h.pid).ptr = '\0';
-        t.add({port, protocol_names(h.protocols), pid, h.state, program(h)});
+        const std::string_view program =
+            h.visible ? (h.program.empty() ? "-" : std::string_view(h.program)) : "(not visible to this user)";
+        t.add({port, protocol_names(h.protocols), pid, h.state, program});
     }
     if (!t.empty()) t.print(std::cout);
     return kExitOk;

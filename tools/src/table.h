@@ -38,8 +38,9 @@ public:
     // valid until the next call.
     using RowFn = std::function<void(size_t, std::span<std::string_view>)>;
     // Prints the header and `count` rows that are not kept in the table but made by `row` (r
-    // from 0), each asked for once to measure it and once to print it: a long table without a
-    // copy of its cells. The table's own rows are not printed.
+    // from 0), each asked for once to measure it (once more when the table must be narrowed to
+    // fit) and once to print it: a long table without a copy of its cells. The table's own rows
+    // are not printed.
     void print_rows(std::ostream &out, size_t count, const RowFn &row, size_t indent = 0) const;
 
     // The width of the terminal on standard output (COLUMNS, else the terminal's own); no limit
