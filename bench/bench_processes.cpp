@@ -5,6 +5,8 @@
 //   BM_Check           kova-svc --root ROOT check 443,20000-20400,61000/tcp
 //   BM_Sockets/N       kova-svc --root / sockets, with N sockets of this program's own open
 //   BM_SS/N            ss -tuanp over the same sockets (when KOVA_BENCH_SS names ss)
+//   BM_ReadProcProc/N  bench_read_proc over the same sockets: only the reads of /proc that a
+//                      runtime inventory must make, the floor of BM_Sockets
 //
 // ROOT is KOVA_ROOT; kova-svc is KOVA_BENCH_SVC; N are the counts in KOVA_BENCH_SOCKETS
 // (comma-separated; none: no socket benchmarks). The sockets (TCP listening and UDP bound on
@@ -125,6 +127,7 @@ int main(int argc, char **argv) {
     const std::string root = current_root().string();
     const std::string svc = env_or("KOVA_BENCH_SVC", (program_dir() / "../tools/kova-svc").string());
     const std::string reader = (program_dir() / "bench_read_files").string();
+    const std::string proc_reader = (program_dir() / "bench_read_proc").string();
     const std::string ss = env_or("KOVA_BENCH_SS", "");
     const std::string query = "443,20000-20400,61000/tcp";
 
@@ -147,6 +150,11 @@ int main(int argc, char **argv) {
         if (count <= 0) continue;
         benchmark::RegisterBenchmark("BM_Sockets", with_sockets,
                                      std::vector<std::string>{svc, "--root", "/", "sockets"}, std::vector<int>{0})
+            ->Arg(count)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("BM_ReadProcProc", with_sockets, std::vector<std::string>{proc_reader},
+                                     std::vector<int>{0})
             ->Arg(count)
             ->UseManualTime()
             ->Unit(benchmark::kMillisecond);
