@@ -17,6 +17,8 @@ namespace fs = std::filesystem;
 // ---- roots ----------------------------------------------------------------------------------
 // A roots directory holds:
 //   corpus/         the shipped example root topped up with generated services to ~220 sections
+//   quiet/          corpus/ without the example's file of faulty sections, whose log lines every
+//                   catalogue built on corpus/ repeats
 //   s<N>/           the example root topped up to N .sc files (one to three sections each)
 //   ports<K>/       1,000 .sc files of one section declaring K single ports each
 //   install/        .sc files to install: one.sc (one section), sections<K>.sc (K sections)
