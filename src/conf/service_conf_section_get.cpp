@@ -37,9 +37,12 @@ int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
     const std::string_view whole(szStringKey);
     const size_t one = static_cast<size_t>(first - szStringKey);
     const size_t two = whole.find(':', one + 1);
-    std::string_view pieces[3] = {{}, whole.substr(0, one), whole.substr(one + 1)};
-    if (two != std::string_view::npos)
-        pieces[0] = pieces[1], pieces[1] = whole.substr(one + 1, two - one - 1), pieces[2] = whole.substr(two + 1);
+    const bool one_colon = two == std::string_view::npos;
+    const std::string_view pieces[3] = {
+        one_colon ? std::string_view() : whole.substr(0, one),
+        one_colon ? whole.substr(0, one) : whole.substr(one + 1, two - one - 1),
+        whole.substr((one_colon ? one : two) + 1),
+    };
     if (plain_piece(pieces[0]) && plain_piece(pieces[1]) && plain_piece(pieces[2])) {
         kova::copy_field(pString->prefix, pieces[0]);
         kova::copy_field(pString->section, pieces[1]);
@@ -55,7 +58,7 @@ int service_string_get(const char *szStringKey, KOVA_SERVICE_STRING *pString) {
     std::memcpy(text, szStringKey, whole.size() + 1);
     char empty[1] = "";
     char *cut[3] = {empty, nullptr, nullptr};
-    for (size_t i = two == std::string_view::npos ? 1 : 0; i < 3; ++i) {
+    for (size_t i = one_colon ? 1 : 0; i < 3; ++i) {
         cut[i] = text + (pieces[i].data() - szStringKey);
         cut[i][pieces[i].size()] = '\0';
     }

@@ -56,7 +56,8 @@ void copy_field(char (&dst)[N], std::string_view src) noexcept {
 }
 template <size_t N>
 void copy_field(char (&dst)[N], const char *src) noexcept {
-    copy_field(dst, std::string_view(src != nullptr ? src : "", src != nullptr ? strnlen(src, N - 1) : 0));
+    if (src == nullptr) src = "";
+    copy_field(dst, std::string_view(src, strnlen(src, N - 1)));
 }
 
 }  // namespace kova
